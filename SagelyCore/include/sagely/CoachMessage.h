@@ -1,0 +1,68 @@
+// CoachMessage — one turn of a chat: who speaks, the text, an optional card or lesson, and
+// when it was made.
+//
+// A message is never edited after it is made. It gets a fresh identity and the current time when
+// constructed; an id or a timestamp of its own comes only from decoding. Messages are told apart
+// by id() alone, so the type has no equality operator.
+#pragma once
+
+#include <sagely/CoachCard.h>
+#include <sagely/CoachLesson.h>
+#include <sagely/Export.h>
+#include <sagely/Timestamp.h>
+#include <sagely/Uuid.h>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace sagely {
+
+namespace detail {
+struct DataModelAccess;
+}
+
+class SAGELY_EXPORT CoachMessage {
+public:
+    enum class Role { user, assistant, system };
+
+    CoachMessage(Role role, std::string content, std::optional<CoachCard> card = std::nullopt,
+                 std::optional<CoachLesson> lesson = std::nullopt);
+
+    const Uuid& id() const { return m_id; }
+    Role role() const { return m_role; }
+    const std::string& content() const { return m_content; }
+    const std::optional<CoachCard>& card() const { return m_card; }
+    const std::optional<CoachLesson>& lesson() const { return m_lesson; }
+    Timestamp timestamp() const { return m_timestamp; }
+
+private:
+    friend struct detail::DataModelAccess;
+    CoachMessage() = default;
+
+    Uuid m_id = Uuid::random();
+    Role m_role = Role::user;
+    std::string m_content;
+    std::optional<CoachCard> m_card;
+    std::optional<CoachLesson> m_lesson;
+    Timestamp m_timestamp;
+};
+
+/// "user", "assistant", "system".
+SAGELY_EXPORT std::string_view rawValue(CoachMessage::Role role);
+SAGELY_EXPORT std::optional<CoachMessage::Role> roleFromRawValue(std::string_view raw);
+
+}  // namespace sagely
+
+namespace nlohmann {
+// JSON: "id", "role", "content", "card" (left out when none), "lesson" (left out when none),
+// "timestamp" (seconds since 2001-01-01 UTC). Failures throw DecodingError naming the key path.
+// CoachMessage has no public default constructor, so nlohmann builds it through this adapter.
+template <>
+struct SAGELY_EXPORT adl_serializer<sagely::CoachMessage> {
+    static sagely::CoachMessage from_json(const json& j);
+    static void to_json(json& j, const sagely::CoachMessage& message);
+};
+}  // namespace nlohmann

@@ -1,0 +1,56 @@
+// LLMClient — turns a list of chat messages and a CoachConfig into one reply text, by one
+// non-streaming request to the configured provider.
+//
+// complete() blocks: call it on a worker thread. It is thread-safe and may run concurrently with
+// itself; all requests share one process-wide connection pool (keep-alive, TLS verified), so a
+// second question to the same host reuses the connection. Stopping the cancellation token aborts
+// the request promptly with CancelledError.
+//
+// Errors: CoachLLMError (server message, invalid URL, unreadable reply, rate limit),
+// TransportError (network failures), DecodingError (a reply that is not JSON), CancelledError.
+#pragma once
+
+#include <sagely/CancellationToken.h>
+#include <sagely/CoachConfig.h>
+#include <sagely/Export.h>
+#include <sagely/LLMMessage.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sagely {
+
+class OnDeviceModel;
+
+/// The seam through which the engine asks for a reply; tests substitute a fake.
+class SAGELY_EXPORT LLMService {
+public:
+    virtual ~LLMService() = default;
+    virtual std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                                 const std::optional<std::string>& modelOverride,
+                                 const CancellationToken& cancellation) = 0;
+};
+
+class SAGELY_EXPORT LLMClient final : public LLMService {
+public:
+    /// `onDevice` answers `apple` configurations without a custom endpoint on macOS 26+; none
+    /// means the system's own on-device model.
+    explicit LLMClient(std::shared_ptr<OnDeviceModel> onDevice = nullptr);
+    ~LLMClient() override;
+
+    std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                         const std::optional<std::string>& modelOverride,
+                         const CancellationToken& cancellation) override;
+
+    /// The request URL for the configuration: the trimmed custom endpoint when there is one,
+    /// else the provider's default; none for `apple` and `custom` without an endpoint, and for a
+    /// custom endpoint that is not a URL.
+    static std::optional<std::string> endpointURL(const CoachConfig& config);
+
+private:
+    std::shared_ptr<OnDeviceModel> m_onDevice;
+};
+
+}  // namespace sagely

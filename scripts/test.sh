@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Installs what the project needs, builds it with the given presets (default: dev and
+# asan-ubsan) and runs the whole test suite of each inside a private D-Bus session with a real,
+# unlocked gnome-keyring, so the Secret Service tests talk to a real secret store.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/setup.sh
+
+presets=("$@")
+[ ${#presets[@]} -gt 0 ] || presets=(dev asan-ubsan)
+
+for preset in "${presets[@]}"; do
+  echo "== ${preset}: configure and build"
+  cmake --preset "${preset}" >/dev/null
+  cmake --build --preset "${preset}" -j "$(nproc)"
+  echo "== ${preset}: tests"
+  dbus-run-session -- bash scripts/with-keyring.sh ctest --preset "${preset}"
+done
