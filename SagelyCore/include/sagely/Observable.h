@@ -49,7 +49,7 @@ class Signal {
 public:
     using Handler = std::function<void(const Args&...)>;
 
-    [[nodiscard]] Subscription subscribe(Handler handler) {
+    [[nodiscard]] Subscription subscribe(Handler handler) const {
         auto entry = std::make_shared<Handler>(std::move(handler));
         m_state->handlers.push_back(entry);
         std::weak_ptr<State> weakState = m_state;
@@ -102,11 +102,11 @@ public:
     }
 
     /// Called with (old value, new value) before the new value is stored.
-    [[nodiscard]] Subscription onWillChange(std::function<void(const T&, const T&)> handler) {
+    [[nodiscard]] Subscription onWillChange(std::function<void(const T&, const T&)> handler) const {
         return m_willChange.subscribe(std::move(handler));
     }
     /// Called with the new value after it is stored.
-    [[nodiscard]] Subscription onDidChange(std::function<void(const T&)> handler) {
+    [[nodiscard]] Subscription onDidChange(std::function<void(const T&)> handler) const {
         return m_didChange.subscribe(std::move(handler));
     }
 

@@ -1,0 +1,130 @@
+// AICoach — the coach engine a host creates and keeps, one per conversation namespace.
+//
+// It owns the conversations of its namespace (loaded at construction, saved after every
+// change), the conversation being shown, and the thinking and error state the views observe. A
+// question is appended to the current conversation, offered first to the host's local-action
+// resolver, and otherwise sent with a freshly built system prompt to the configured provider on
+// a worker thread; the reply comes back on the main thread through the MainExecutor and is
+// appended as an assistant message.
+//
+// Guarantees of a model request:
+// - At most one runs per coach: a new question cancels the one in flight. A cancelled request
+//   never appends its reply and never overwrites `error`.
+// - Its completion runs exactly once, on the main thread, with the appended assistant message
+//   or none.
+// - It holds the coach weakly: destroying the coach cancels it, nothing is delivered afterwards,
+//   and the destructor does not wait for the network.
+//
+// Thread rules: main thread only (construct, call and destroy it there); the published
+// properties notify on the main thread.
+#pragma once
+
+#include <sagely/CoachContextProvider.h>
+#include <sagely/CoachConversation.h>
+#include <sagely/CoachLLMError.h>
+#include <sagely/CoachLesson.h>
+#include <sagely/CoachLocalAction.h>
+#include <sagely/CoachReplyEnrichment.h>
+#include <sagely/CoachSettingsStore.h>
+#include <sagely/Error.h>
+#include <sagely/Export.h>
+#include <sagely/LLMClient.h>
+#include <sagely/MainExecutor.h>
+#include <sagely/Observable.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sagely {
+
+class SAGELY_EXPORT AICoach {
+public:
+    /// The engine's errors; the same four cases and texts as CoachLLMError.
+    class SAGELY_EXPORT CoachError : public Error {
+    public:
+        using Kind = CoachLLMError::Kind;
+        static CoachError serverError(const std::string& message) {
+            return {Kind::serverError, message};
+        }
+        static CoachError invalidURL() { return {Kind::invalidURL, "Invalid AI endpoint URL."}; }
+        static CoachError invalidResponse() {
+            return {Kind::invalidResponse, "The AI response could not be parsed."};
+        }
+        static CoachError rateLimited() {
+            return {Kind::rateLimited,
+                    "The AI provider rate-limited the request. Please wait and try again."};
+        }
+        Kind kind() const { return m_kind; }
+
+    private:
+        CoachError(Kind kind, const std::string& description) : Error(description), m_kind(kind) {}
+        Kind m_kind;
+    };
+
+    /// Asked before every model request; hands its result (or none) to `done` on the main thread.
+    using ReplyEnrichmentProvider =
+        std::function<void(std::function<void(std::optional<CoachReplyEnrichment>)> done)>;
+    /// Receives the appended assistant message, or none when nothing was appended.
+    using ReplyCompletion = std::function<void(std::optional<CoachMessage>)>;
+
+    /// The codes stored in `error` instead of a sentence.
+    static constexpr const char* kLocalOnlyCode = "LOCAL_ONLY";
+    static constexpr const char* kNoAPIKeyCode = "NO_API_KEY";
+
+    /// `settings` null means CoachSettingsStore::shared(); `llm` null means an LLMClient.
+    /// Without a resolver, a context provider that is also a CoachLocalActionHandler answers
+    /// local actions. Loads the namespace's saved conversations; creates none.
+    AICoach(std::shared_ptr<MainExecutor> mainExecutor,
+            std::shared_ptr<CoachContextProvider> contextProvider, CoachSettingsStore* settings,
+            std::string conversationNamespace, CoachLocalActionResolver localActionResolver = {},
+            bool allowsLLMCompletion = true, std::shared_ptr<LLMService> llm = nullptr);
+    ~AICoach();
+    AICoach(const AICoach&) = delete;
+    AICoach& operator=(const AICoach&) = delete;
+
+    // Published state.
+    const Property<std::vector<CoachConversation>>& conversations() const;
+    const Property<std::optional<CoachConversation>>& currentConversation() const;
+    const Property<bool>& isThinking() const;
+    const Property<bool>& isLoadingManual() const;
+    const Property<bool>& manualReady() const;
+    /// The last failure's text, or "LOCAL_ONLY" / "NO_API_KEY". Views may clear it.
+    const Property<std::optional<std::string>>& error() const;
+    void setError(std::optional<std::string> error);
+
+    CoachSettingsStore& settings() const;
+    bool allowsLLMCompletion() const;
+    const std::string& conversationNamespace() const;
+
+    /// Called with the lesson of a local answer that carries one.
+    std::function<void(const CoachLesson&)> onLocalLessonDelivered;
+    ReplyEnrichmentProvider replyEnrichmentProvider;
+
+    /// Asks the context provider for its manual once (on the main thread, after this call
+    /// returns) and reports it through isLoadingManual and manualReady.
+    void preloadManual();
+    /// A new, empty "Conversation N" at the top of the list, made current, saved.
+    void newConversation();
+    /// Shows the conversation; nothing is saved.
+    void selectConversation(const CoachConversation& conversation);
+    /// Removes it; the first remaining conversation (or none) becomes current; saved.
+    void deleteConversation(const CoachConversation& conversation);
+
+    /// Asks the question; the reply (or none) reaches `completion` on the main thread.
+    void sendAndReturnReply(const std::string& question, ReplyCompletion completion);
+    /// Asks the question and ignores the reply.
+    void send(const std::string& question);
+
+    /// Process-wide switch for loading and saving conversation files (default: always true).
+    static void setConversationPersistenceAllowed(std::function<bool()> allowed);
+    static bool conversationPersistenceAllowed();
+
+private:
+    struct Impl;
+    std::shared_ptr<Impl> m_impl;
+};
+
+}  // namespace sagely

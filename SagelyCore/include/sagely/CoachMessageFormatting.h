@@ -1,0 +1,39 @@
+// CoachMessageFormatting — pure text functions that repair model replies for display, clean a
+// title-like line of Markdown decoration, and split a reply made of "Step N:" markers into an
+// intro and numbered steps.
+//
+// Stateless and thread-safe. No function fails: a pattern that cannot be compiled is skipped
+// and the text passes through unchanged. Positions are UTF-16 code units, as ICU reports them.
+#pragma once
+
+#include <sagely/Export.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sagely {
+
+struct SAGELY_EXPORT CoachMessageFormatting {
+    struct ProceduralStep {
+        std::string title;                 // the step's first line, cleaned
+        std::vector<std::string> details;  // its further lines, cleaned, none empty
+    };
+
+    struct ProceduralContent {
+        std::string intro;                  // the text before the first marker, trimmed
+        std::vector<ProceduralStep> steps;  // in order of appearance; at least two
+    };
+
+    /// Repairs run-together steps, numbered items and sentences, and drops lone heading marks.
+    static std::string normalize(std::string_view text);
+    /// Strips heading marks, bold markers and a leading bullet from a single title-like line.
+    static std::string cleanDisplayMarkdown(std::string_view text);
+    /// The procedure in the text, or none when it has fewer than two steps.
+    static std::optional<ProceduralContent> parseProceduralContent(std::string_view text);
+    /// The normalised text cut into its non-empty paragraphs.
+    static std::vector<std::string> blocks(std::string_view text);
+};
+
+}  // namespace sagely

@@ -1,0 +1,122 @@
+// CoachSettingsStore — the user's model-provider settings for the whole process: provider,
+// model, custom endpoint, temperature, token limit and the API key.
+//
+// Settings (not keys) persist in "settings.json" in the storage directory; each provider's key
+// lives in its own secret-store item; a model and endpoint are remembered per provider, so
+// switching back and forth restores them. Each published property announces a change before the
+// new value is stored (will-change) and after (did-change); the store's own handlers persist the
+// value as it is after the change. No operation reports an error: failed reads fall back to
+// defaults, failed writes are ignored.
+//
+// Thread rules: main thread only.
+#pragma once
+
+#include <sagely/CoachConfig.h>
+#include <sagely/Export.h>
+#include <sagely/Observable.h>
+#include <sagely/SecretStore.h>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sagely {
+
+class SAGELY_EXPORT CoachSettingsStore {
+public:
+    /// The model and endpoint remembered for one provider.
+    struct ProviderProfile {
+        std::string model;
+        std::string customEndpoint;
+        friend bool operator==(const ProviderProfile&, const ProviderProfile&) = default;
+    };
+
+    /// The content of settings.json.
+    struct PersistedSettings {
+        CoachConfig::Provider provider = CoachConfig::Provider::openai;
+        std::string model;
+        std::string customEndpoint;
+        double temperature = 0.3;
+        std::int64_t maxTokens = 4096;
+        std::optional<std::map<std::string, ProviderProfile>> profiles;  // by storageID
+        std::optional<bool> userChoseProvider;
+        friend bool operator==(const PersistedSettings&, const PersistedSettings&) = default;
+    };
+
+    /// Where the store keeps things. Empty members mean the system's defaults.
+    struct Options {
+        std::shared_ptr<SecretStore> secretStore;  // default: SecretStore::system()
+        /// Replaces the user's application-data folder (Application Support on macOS,
+        /// $XDG_DATA_HOME or ~/.local/share elsewhere); "Brindlewood/Sagely" is added below it.
+        std::optional<std::filesystem::path> storageRoot;
+    };
+
+    /// The process-wide store: service "com.brindlewood.sagely", account "coach-api-key".
+    static CoachSettingsStore& shared();
+
+    CoachSettingsStore(std::string keychainService, std::string keychainAccount,
+                       Options options = {});
+    ~CoachSettingsStore();
+    CoachSettingsStore(const CoachSettingsStore&) = delete;
+    CoachSettingsStore& operator=(const CoachSettingsStore&) = delete;
+
+    Property<CoachConfig::Provider> provider;
+    Property<std::string> model;
+    Property<std::string> customEndpoint;
+    Property<double> temperature;
+    Property<std::int64_t> maxTokens;
+    Property<std::string> apiKey;
+
+    const std::string& keychainService() const { return m_keychainService; }
+    const std::string& keychainAccount() const { return m_keychainAccount; }
+    const std::map<std::string, ProviderProfile>& providerProfiles() const {
+        return m_providerProfiles;
+    }
+    bool isApplyingProvider() const { return m_isApplyingProvider; }
+
+    /// The current configuration, key, model and endpoint trimmed.
+    CoachConfig config() const;
+    /// Switches provider, saving the old provider's key and profile and restoring the new one's.
+    void selectProvider(CoachConfig::Provider provider);
+    /// The current key for the current provider, else that provider's stored key; trimmed.
+    std::string savedAPIKey(CoachConfig::Provider provider) const;
+    /// True for keyless providers; otherwise whether savedAPIKey is non-empty.
+    bool hasSavedKey(CoachConfig::Provider provider) const;
+    /// The endpoint of the current configuration (the argument is deliberately ignored).
+    std::optional<std::string> endpoint(CoachConfig::Provider provider) const;
+
+    /// The storage folder, created (with its parents) on each read; failures are ignored.
+    std::filesystem::path storageDirectory() const;
+    std::filesystem::path settingsURL() const;
+    /// storageDirectory / (namespace + "-conversations.json"); the namespace is used unchanged.
+    std::filesystem::path conversationURL(std::string_view conversationNamespace) const;
+
+private:
+    struct Impl;
+    std::string m_keychainService;
+    std::string m_keychainAccount;
+    std::map<std::string, ProviderProfile> m_providerProfiles;
+    bool m_isApplyingProvider = false;
+    std::unique_ptr<Impl> m_impl;
+    std::vector<Subscription> m_cancellables;
+};
+
+// JSON of settings.json: "provider", "model", "customEndpoint", "temperature", "maxTokens",
+// "profiles" and "userChoseProvider" (both left out when none). Failures throw DecodingError.
+SAGELY_EXPORT void to_json(nlohmann::json& json,
+                           const CoachSettingsStore::ProviderProfile& profile);
+SAGELY_EXPORT void from_json(const nlohmann::json& json,
+                             CoachSettingsStore::ProviderProfile& profile);
+SAGELY_EXPORT void to_json(nlohmann::json& json,
+                           const CoachSettingsStore::PersistedSettings& settings);
+SAGELY_EXPORT void from_json(const nlohmann::json& json,
+                             CoachSettingsStore::PersistedSettings& settings);
+
+}  // namespace sagely
