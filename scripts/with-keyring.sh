@@ -10,6 +10,9 @@ export XDG_DATA_HOME="$keyring_home/.local/share"
 export XDG_RUNTIME_DIR="$keyring_home/run"
 mkdir -p "$XDG_DATA_HOME" "$XDG_RUNTIME_DIR"
 chmod 700 "$XDG_RUNTIME_DIR"
-export $(echo -n test | gnome-keyring-daemon --login 2>/dev/null)
-export $(gnome-keyring-daemon --start --components=secrets 2>/dev/null)
+# A bare `export` would list the whole environment: export only what the daemon printed.
+login=$(echo -n test | gnome-keyring-daemon --login 2>/dev/null || true)
+[ -z "$login" ] || export $login
+started=$(gnome-keyring-daemon --start --components=secrets 2>/dev/null || true)
+[ -z "$started" ] || export $started
 "$@"

@@ -1,29 +1,55 @@
-// sagely — a command-line host of SagelyKit.
-#include <sagely/CoachConfig.h>
+// sagely — a command-line host of SagelyKit: ask, chat, settings, keys, history, prompt
+// inspection and reply formatting in a terminal.
+#include "cli/Cli.h"
+#include "cli/Host.h"
+#include "cli/LineReader.h"
 
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
 #include <iostream>
+#include <memory>
+#include <optional>
 #include <string>
-#include <string_view>
+#include <vector>
 
 namespace {
 
-void printProviders(std::ostream& out) {
-    for (sagely::Provider provider : sagely::CoachConfig::selectableProviders()) {
-        out << sagely::storageID(provider) << "\t" << sagely::menuLabel(provider)
-            << "\tdefault model: " << sagely::CoachConfig::defaultModel(provider)
-            << (sagely::CoachConfig::isKeylessProvider(provider) ? "\tno key needed" : "\tAPI key")
-            << "\n";
-    }
+volatile std::sig_atomic_t g_interrupted = 0;
+
+// Only records the press: the command's wait loop notices it within a tenth of a second and
+// cancels cleanly on the main thread.
+extern "C" void onInterrupt(int) {
+    g_interrupted = 1;
+}
+
+void catchInterrupts() {
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = 0;  // no restart: a blocking read returns, so reading a key can stop too
+    sigaction(SIGINT, &action, nullptr);
+}
+
+std::optional<std::string> environmentVariable(const std::string& name) {
+    const char* value = std::getenv(name.c_str());
+    if (!value) return std::nullopt;
+    return std::string(value);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string_view command = argc > 1 ? argv[1] : "";
-    if (command == "providers") {
-        printProviders(std::cout);
-        return 0;
-    }
-    std::cerr << "sagely: unknown command '" << command << "'\nusage: sagely providers\n";
-    return 2;
+    catchInterrupts();
+    sagely::cli::Host host(std::cin, std::cout, std::cerr);
+    host.inIsTerminal = isatty(STDIN_FILENO) == 1;
+    host.outIsTerminal = isatty(STDOUT_FILENO) == 1;
+    host.errIsTerminal = isatty(STDERR_FILENO) == 1;
+    host.environment = environmentVariable;
+    host.interrupted = [] { return g_interrupted != 0; };
+    host.makeLineReader = [](sagely::cli::Host& h) -> std::unique_ptr<sagely::cli::LineReader> {
+        return h.inIsTerminal ? sagely::cli::makeTerminalLineReader() : nullptr;
+    };
+    return sagely::cli::run(std::vector<std::string>(argv + 1, argv + argc), host);
 }

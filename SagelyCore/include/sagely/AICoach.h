@@ -11,12 +11,16 @@
 // - At most one runs per coach: a new question cancels the one in flight. A cancelled request
 //   never appends its reply and never overwrites `error`.
 // - Its completion runs exactly once, on the main thread, with the appended assistant message
-//   or none.
-// - It holds the coach weakly: destroying the coach cancels it, nothing is delivered afterwards,
-//   and the destructor does not wait for the network.
+//   or none. A question answered at once (empty, answered locally, refused by a check) calls
+//   its completion before sendAndReturnReply returns; a model request calls it later, from a
+//   closure posted to the MainExecutor.
+// - It holds the coach weakly: destroying the coach cancels it, nothing is delivered afterwards
+//   (the pending completion is released uncalled), and the destructor does not wait for the
+//   network. A question still waiting for its reply is saved with the conversation.
 //
 // Thread rules: main thread only (construct, call and destroy it there); the published
-// properties notify on the main thread.
+// properties notify on the main thread. Do not destroy the coach from inside one of its own
+// property notifications; destroying it from a completion is fine.
 #pragma once
 
 #include <sagely/CoachContextProvider.h>
@@ -32,6 +36,7 @@
 #include <sagely/MainExecutor.h>
 #include <sagely/Observable.h>
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -64,7 +69,10 @@ public:
         Kind m_kind;
     };
 
-    /// Asked before every model request; hands its result (or none) to `done` on the main thread.
+    /// Asked before every model request; hands its result (or none) to `done`, normally on the
+    /// main thread (any thread is safe). Only the first call of `done` counts; dropping `done`
+    /// without calling it counts as "no enrichment". The request waits for it before it builds
+    /// the prompt.
     using ReplyEnrichmentProvider =
         std::function<void(std::function<void(std::optional<CoachReplyEnrichment>)> done)>;
     /// Receives the appended assistant message, or none when nothing was appended.
@@ -73,6 +81,11 @@ public:
     /// The codes stored in `error` instead of a sentence.
     static constexpr const char* kLocalOnlyCode = "LOCAL_ONLY";
     static constexpr const char* kNoAPIKeyCode = "NO_API_KEY";
+    /// Stored in `error` when the custom provider has a key but no endpoint.
+    static constexpr const char* kCustomEndpointMissingMessage =
+        "Custom API requires an endpoint URL (OpenAI-compatible /v1/chat/completions).";
+    /// The most messages a conversation keeps after a model reply; the oldest go first.
+    static constexpr std::size_t kMaxMessagesPerConversation = 500;
 
     /// `settings` null means CoachSettingsStore::shared(); `llm` null means an LLMClient.
     /// Without a resolver, a context provider that is also a CoachLocalActionHandler answers

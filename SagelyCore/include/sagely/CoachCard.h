@@ -1,7 +1,7 @@
 // CoachCard — a small structured panel attached to a message: a styled title, an optional
 // subtitle, titled sections of short items and follow-up suggestions.
 //
-// Plain value, compared field by field.
+// Plain value, compared field by field; any thread may use it.
 #pragma once
 
 #include <sagely/Export.h>
@@ -41,5 +41,9 @@ SAGELY_EXPORT std::optional<CoachCard::Style> cardStyleFromRawValue(std::string_
 // "sections", "suggestions". Failures throw DecodingError naming the key path.
 SAGELY_EXPORT void to_json(nlohmann::json& json, const CoachCard& card);
 SAGELY_EXPORT void from_json(const nlohmann::json& json, CoachCard& card);
+
+/// The same form as compact JSON text (keys in field order), and back.
+SAGELY_EXPORT std::string encodeJson(const CoachCard& card);
+SAGELY_EXPORT CoachCard decodeCard(std::string_view json);
 
 }  // namespace sagely

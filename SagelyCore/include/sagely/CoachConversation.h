@@ -3,6 +3,9 @@
 // Its identity and creation time are fixed when it is made (or decoded); the title may be
 // reassigned, and messages grow by append(). Two conversations are the same conversation when
 // their ids are equal, so the type has no equality operator.
+//
+// Thread rules: a plain value; a conversation is used by one thread at a time, copies freely.
+// The coding functions below are pure and may run on any thread.
 #pragma once
 
 #include <sagely/CoachMessage.h>
@@ -39,6 +42,8 @@ public:
 private:
     friend struct detail::DataModelAccess;
     CoachConversation() = default;
+    CoachConversation(Uuid id, std::string title, std::vector<CoachMessage> messages,
+                      Timestamp createdAt, Timestamp updatedAt);
 
     Uuid m_id = Uuid::random();
     std::string m_title;

@@ -1,7 +1,8 @@
 // CoachLesson — a structured, multi-part how-to attached to a message: a title block, step
 // groups, callouts and text, follow-up suggestions and an optional compact canvas poster.
 //
-// Plain values, compared field by field. CoachLessonLibrary holds the built-in lessons.
+// Plain values, compared field by field; any thread may use them. CoachLessonLibrary holds
+// the built-in lessons.
 #pragma once
 
 #include <sagely/Export.h>
@@ -108,5 +109,9 @@ SAGELY_EXPORT std::optional<CoachLesson::Callout::Tone> calloutToneFromRawValue(
 // DecodingError naming the key path.
 SAGELY_EXPORT void to_json(nlohmann::json& json, const CoachLesson& lesson);
 SAGELY_EXPORT void from_json(const nlohmann::json& json, CoachLesson& lesson);
+
+/// The same form as compact JSON text (keys in field order), and back.
+SAGELY_EXPORT std::string encodeJson(const CoachLesson& lesson);
+SAGELY_EXPORT CoachLesson decodeLesson(std::string_view json);
 
 }  // namespace sagely

@@ -4,6 +4,9 @@
 // A message is never edited after it is made. It gets a fresh identity and the current time when
 // constructed; an id or a timestamp of its own comes only from decoding. Messages are told apart
 // by id() alone, so the type has no equality operator.
+//
+// Thread rules: a plain value; threads may use their own copies freely (copies share only
+// parts that are never written).
 #pragma once
 
 #include <sagely/CoachCard.h>
@@ -14,6 +17,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,19 +38,24 @@ public:
     const Uuid& id() const { return m_id; }
     Role role() const { return m_role; }
     const std::string& content() const { return m_content; }
-    const std::optional<CoachCard>& card() const { return m_card; }
-    const std::optional<CoachLesson>& lesson() const { return m_lesson; }
+    const std::optional<CoachCard>& card() const;
+    const std::optional<CoachLesson>& lesson() const;
     Timestamp timestamp() const { return m_timestamp; }
 
 private:
     friend struct detail::DataModelAccess;
+    // The card and the lesson. A message never changes, so copies share them: copying a
+    // message stays cheap, and a long history costs little memory for the few that have one.
+    struct Attachments;
+
     CoachMessage() = default;
+    CoachMessage(Uuid id, Role role, std::string content, std::optional<CoachCard> card,
+                 std::optional<CoachLesson> lesson, Timestamp timestamp);
 
     Uuid m_id = Uuid::random();
     Role m_role = Role::user;
     std::string m_content;
-    std::optional<CoachCard> m_card;
-    std::optional<CoachLesson> m_lesson;
+    std::shared_ptr<const Attachments> m_attachments;  // null when there is neither
     Timestamp m_timestamp;
 };
 

@@ -100,6 +100,20 @@ public:
 
 private:
     struct Impl;
+
+    void applyLoadedSettings(const PersistedSettings& settings);
+    void moveToOnDeviceUnlessChosen(std::optional<bool> userChoseProvider);
+    void migrateLegacyKey();
+    void observeChanges();
+    void storeCurrentProfile();
+    void save(std::optional<bool> userChoseProvider);
+    void saveKeepingChoice();
+    std::optional<PersistedSettings> readSettingsFile() const;
+    std::string accountFor(CoachConfig::Provider forProvider) const;
+    std::optional<std::string> readSecret(const std::string& account) const;
+    std::string readKey(CoachConfig::Provider forProvider) const;
+    void writeKey(CoachConfig::Provider forProvider, const std::string& key);
+
     std::string m_keychainService;
     std::string m_keychainAccount;
     std::map<std::string, ProviderProfile> m_providerProfiles;
@@ -118,5 +132,11 @@ SAGELY_EXPORT void to_json(nlohmann::json& json,
                            const CoachSettingsStore::PersistedSettings& settings);
 SAGELY_EXPORT void from_json(const nlohmann::json& json,
                              CoachSettingsStore::PersistedSettings& settings);
+
+/// The bytes of settings.json: compact, keys in field order, "profiles" sorted by storageID. A
+/// temperature that JSON cannot hold (not finite) throws Error.
+SAGELY_EXPORT std::string encodeJson(const CoachSettingsStore::PersistedSettings& settings);
+/// Reads settings.json; unknown keys are ignored. Throws DecodingError.
+SAGELY_EXPORT CoachSettingsStore::PersistedSettings decodePersistedSettings(std::string_view json);
 
 }  // namespace sagely

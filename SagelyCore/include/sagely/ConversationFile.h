@@ -5,7 +5,10 @@
 // full disk leaves either the old or the new file whole. A file that cannot be read or decoded
 // is never destroyed: it is moved aside to "<file>.unreadable-<UTC time>" and the list starts
 // empty. Failures are logged ("[Sagely] Failed to load conversations: …", "[Sagely] Failed to
-// save conversations: …") and never thrown.
+// save conversations: …") and never thrown. The caller decides whether persistence is allowed.
+//
+// Thread rules: no state of its own; any thread may call, but calls for one file must not overlap
+// (the coach makes them on the main thread).
 #pragma once
 
 #include <sagely/CoachConversation.h>

@@ -4,7 +4,9 @@
 // complete() blocks: call it on a worker thread. It is thread-safe and may run concurrently with
 // itself; all requests share one process-wide connection pool (keep-alive, TLS verified), so a
 // second question to the same host reuses the connection. Stopping the cancellation token aborts
-// the request promptly with CancelledError.
+// the request promptly with CancelledError. Redirects are not followed, so a key header never
+// travels to another host; an API key that still holds a control character after trimming fails
+// with a serverError before anything is sent.
 //
 // Errors: CoachLLMError (server message, invalid URL, unreadable reply, rate limit),
 // TransportError (network failures), DecodingError (a reply that is not JSON), CancelledError.

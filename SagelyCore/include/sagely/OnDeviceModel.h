@@ -1,0 +1,92 @@
+// OnDeviceModel — the seam between the kit and the system's on-device language model.
+//
+// The on-device client picks a model through this interface (the general system model, its
+// content-tagging use case, or an adapter by name or file), checks its availability, opens a
+// session without tools or instructions, and asks it to respond. On macOS 26 and later the
+// system implementation talks to the platform's model framework; on every other system it
+// offers no usable model. Tests substitute a fake.
+//
+// Thread rules: implementations are thread-safe; one session serves one request on one thread.
+// respond() blocks until the reply arrives or the token is stopped (then it throws
+// CancelledError).
+#pragma once
+
+#include <sagely/CancellationToken.h>
+#include <sagely/Error.h>
+#include <sagely/Export.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace sagely {
+
+/// Whether a model can be used now, and if not, why.
+enum class OnDeviceAvailability {
+    available,
+    deviceNotEligible,
+    appleIntelligenceNotEnabled,
+    modelNotReady,
+    unavailableForOtherReason,
+};
+
+/// What a respond call may generate: the sampling mode is always left to the system.
+struct OnDeviceGenerationOptions {
+    double temperature = 0;
+    std::int64_t maximumResponseTokens = 0;
+    friend bool operator==(const OnDeviceGenerationOptions&,
+                           const OnDeviceGenerationOptions&) = default;
+};
+
+/// A generation error reported by a session. Any other exception from respond() is not a
+/// generation error (cancellation, for one).
+class SAGELY_EXPORT OnDeviceGenerationError : public Error {
+public:
+    enum class Kind { exceededContextWindowSize, other };
+
+    OnDeviceGenerationError(Kind kind, const std::string& description)
+        : Error(description), m_kind(kind) {}
+
+    Kind kind() const { return m_kind; }
+
+private:
+    Kind m_kind;
+};
+
+/// One conversation with a model; the system text travels inside the prompt.
+class SAGELY_EXPORT OnDeviceSession {
+public:
+    virtual ~OnDeviceSession() = default;
+    virtual std::string respond(const std::string& prompt, const OnDeviceGenerationOptions& options,
+                                const CancellationToken& cancellation) = 0;
+};
+
+/// One selected model.
+class SAGELY_EXPORT OnDeviceLanguageModel {
+public:
+    virtual ~OnDeviceLanguageModel() = default;
+    virtual OnDeviceAvailability availability() const = 0;
+    /// A session with no tools and no instructions.
+    virtual std::unique_ptr<OnDeviceSession> makeSession() = 0;
+};
+
+/// The on-device model framework.
+class SAGELY_EXPORT OnDeviceModel {
+public:
+    virtual ~OnDeviceModel() = default;
+
+    /// The default system language model.
+    virtual std::shared_ptr<OnDeviceLanguageModel> defaultModel() = 0;
+    /// The system model for the content-tagging use case, default guardrails.
+    virtual std::shared_ptr<OnDeviceLanguageModel> contentTaggingModel() = 0;
+    /// A system model on the adapter of that name; throws when the adapter cannot be loaded.
+    virtual std::shared_ptr<OnDeviceLanguageModel> adapterModel(const std::string& name) = 0;
+    /// A system model on the adapter stored at that path; throws when it cannot be loaded.
+    virtual std::shared_ptr<OnDeviceLanguageModel> adapterFileModel(const std::string& path) = 0;
+
+    /// The running system's framework (process-wide; never null). Where there is none, every
+    /// model reports itself unavailable and no adapter loads.
+    static std::shared_ptr<OnDeviceModel> system();
+};
+
+}  // namespace sagely

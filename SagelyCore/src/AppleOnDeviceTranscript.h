@@ -1,0 +1,15 @@
+// Turns a chat into the single prompt the on-device model reads.
+#pragma once
+
+#include <sagely/LLMMessage.h>
+
+#include <string>
+#include <vector>
+
+namespace sagely::detail {
+
+/// One block per message, joined by a blank line: "System instructions:\n" + content for
+/// "system", "Assistant:\n" + content for "assistant", the bare content for any other role.
+std::string flattenTranscript(const std::vector<LLMMessage>& messages);
+
+}  // namespace sagely::detail

@@ -1,0 +1,49 @@
+// Whole-file reads and crash-safe whole-file replacement, shared by the settings file and the
+// conversation files.
+//
+// replaceFileAtomically writes a temporary file in the destination's folder, flushes it to
+// disk, renames it over the destination and flushes the folder, so at every moment the
+// destination holds either its old or its new content, whole. Failures are errno values; the
+// describe* functions turn them into user-facing sentences naming the file.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace sagely::detail {
+
+/// Reads the whole file into `bytes`; 0 on success, else an errno value (ENOENT: no file).
+int readWholeFile(const std::filesystem::path& file, std::string& bytes);
+
+/// Replaces `file` with `bytes`; 0 on success, else the errno of the step that failed, with the
+/// old file untouched and no temporary file left behind.
+int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes);
+
+std::string describeReadFailure(const std::filesystem::path& file, int error);
+std::string describeWriteFailure(const std::filesystem::path& file, int error);
+
+/// Faults for tests of the write path. Installed process-wide by ScopedAtomicWriteFaults.
+struct AtomicWriteFaults {
+    /// Called after the temporary file is written and flushed, before the rename. A non-zero
+    /// errno fails the write there (as a crash or an I/O error at that moment would).
+    std::function<int(const std::filesystem::path& temporaryFile)> beforeRename;
+    /// Writing more than this many bytes fails with ENOSPC (a full disk).
+    std::optional<std::size_t> failAfterBytes;
+};
+
+class ScopedAtomicWriteFaults {
+public:
+    explicit ScopedAtomicWriteFaults(AtomicWriteFaults faults);
+    ~ScopedAtomicWriteFaults();
+    ScopedAtomicWriteFaults(const ScopedAtomicWriteFaults&) = delete;
+    ScopedAtomicWriteFaults& operator=(const ScopedAtomicWriteFaults&) = delete;
+
+private:
+    AtomicWriteFaults m_previous;
+};
+
+}  // namespace sagely::detail

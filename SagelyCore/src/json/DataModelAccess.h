@@ -1,0 +1,29 @@
+// DataModelAccess — how decoders make messages and conversations with a stored identity and
+// stored times, which the public constructors never take.
+#pragma once
+
+#include <sagely/CoachConversation.h>
+#include <sagely/CoachMessage.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sagely::detail {
+
+struct DataModelAccess {
+    static CoachMessage message(Uuid id, CoachMessage::Role role, std::string content,
+                                std::optional<CoachCard> card, std::optional<CoachLesson> lesson,
+                                Timestamp timestamp) {
+        return CoachMessage(id, role, std::move(content), std::move(card), std::move(lesson),
+                            timestamp);
+    }
+
+    static CoachConversation conversation(Uuid id, std::string title,
+                                          std::vector<CoachMessage> messages, Timestamp createdAt,
+                                          Timestamp updatedAt) {
+        return CoachConversation(id, std::move(title), std::move(messages), createdAt, updatedAt);
+    }
+};
+
+}  // namespace sagely::detail

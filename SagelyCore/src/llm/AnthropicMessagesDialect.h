@@ -1,0 +1,16 @@
+// Anthropic's Messages format.
+#pragma once
+
+#include "llm/Dialect.h"
+
+namespace sagely::detail {
+
+class AnthropicMessagesDialect final : public Dialect {
+public:
+    nlohmann::json body(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                        const std::string& model) const override;
+    HeaderList headers(const std::string& apiKey) const override;
+    std::optional<std::string> replyText(const nlohmann::json& answer) const override;
+};
+
+}  // namespace sagely::detail

@@ -1,0 +1,58 @@
+// A wire format of a model provider: how a chat becomes a request body and headers, and where
+// the reply text stands in the answer. Everything common to the formats (endpoint, key checks,
+// transport, status and JSON errors) is LLMClient's; a dialect only builds and reads.
+#pragma once
+
+#include <sagely/CoachConfig.h>
+#include <sagely/LLMMessage.h>
+
+#include "llm/HttpTransport.h"
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sagely::detail {
+
+class Dialect {
+public:
+    virtual ~Dialect() = default;
+
+    virtual nlohmann::json body(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                                const std::string& model) const = 0;
+    /// Headers after "Content-Type"; `apiKey` is trimmed and safe to send (maybe empty).
+    virtual HeaderList headers(const std::string& apiKey) const = 0;
+    /// The reply text, or none when the answer does not hold one.
+    virtual std::optional<std::string> replyText(const nlohmann::json& answer) const = 0;
+
+    virtual std::chrono::seconds timeout() const { return std::chrono::seconds(90); }
+    virtual bool sendsAPIKey() const { return true; }
+};
+
+/// "role" and "content" of one message, as every format that copies roles writes it.
+inline nlohmann::json apiMessage(const LLMMessage& message) {
+    return {{"role", message.role}, {"content", message.content}};
+}
+
+/// The member `key` of an object, or null when `value` is no object or lacks the key.
+inline const nlohmann::json* member(const nlohmann::json* value, const char* key) {
+    if (value == nullptr || !value->is_object()) return nullptr;
+    auto found = value->find(key);
+    return found == value->end() ? nullptr : &*found;
+}
+
+/// The first element of an array, or null when `value` is no array or is empty.
+inline const nlohmann::json* firstElement(const nlohmann::json* value) {
+    if (value == nullptr || !value->is_array() || value->empty()) return nullptr;
+    return &value->front();
+}
+
+inline std::optional<std::string> stringValue(const nlohmann::json* value) {
+    if (value == nullptr || !value->is_string()) return std::nullopt;
+    return value->get<std::string>();
+}
+
+}  // namespace sagely::detail

@@ -1,0 +1,19 @@
+// Google Gemini's generateContent format.
+#pragma once
+
+#include "llm/Dialect.h"
+
+namespace sagely::detail {
+
+class GeminiGenerateContentDialect final : public Dialect {
+public:
+    /// The default endpoint for a model: its percent-encoded name in the path.
+    static std::string defaultURL(const std::string& model);
+
+    nlohmann::json body(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                        const std::string& model) const override;
+    HeaderList headers(const std::string& apiKey) const override;
+    std::optional<std::string> replyText(const nlohmann::json& answer) const override;
+};
+
+}  // namespace sagely::detail

@@ -1,0 +1,20 @@
+// Ollama's chat format (the local provider).
+#pragma once
+
+#include "llm/Dialect.h"
+
+namespace sagely::detail {
+
+class OllamaChatDialect final : public Dialect {
+public:
+    nlohmann::json body(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                        const std::string& model) const override;
+    HeaderList headers(const std::string& apiKey) const override;
+    std::optional<std::string> replyText(const nlohmann::json& answer) const override;
+
+    /// A local model may take a while to load before it answers.
+    std::chrono::seconds timeout() const override { return std::chrono::seconds(120); }
+    bool sendsAPIKey() const override { return false; }
+};
+
+}  // namespace sagely::detail

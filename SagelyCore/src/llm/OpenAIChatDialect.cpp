@@ -1,0 +1,33 @@
+#include "llm/OpenAIChatDialect.h"
+
+#include <sagely/Text.h>
+
+namespace sagely::detail {
+
+nlohmann::json OpenAIChatDialect::body(const std::vector<LLMMessage>& messages,
+                                       const CoachConfig& config, const std::string& model) const {
+    nlohmann::json wireMessages = nlohmann::json::array();
+    for (const LLMMessage& message : messages) wireMessages.push_back(apiMessage(message));
+    // Only the gpt-oss family wants the newer key; other reasoning models accept "max_tokens".
+    const char* limitKey =
+        text::contains(text::lowercased(model), "gpt-oss") ? "max_completion_tokens" : "max_tokens";
+    return {{"model", model},
+            {"messages", std::move(wireMessages)},
+            {"temperature", config.temperature},
+            {limitKey, config.maxTokens}};
+}
+
+HeaderList OpenAIChatDialect::headers(const std::string& apiKey) const {
+    if (apiKey.empty()) return {};
+    return {{"Authorization", "Bearer " + apiKey}};
+}
+
+// choices[0].message.content; a refusal stands in for content that is null or absent.
+std::optional<std::string> OpenAIChatDialect::replyText(const nlohmann::json& answer) const {
+    const nlohmann::json* message = member(firstElement(member(&answer, "choices")), "message");
+    const nlohmann::json* content = member(message, "content");
+    if (content == nullptr || content->is_null()) return stringValue(member(message, "refusal"));
+    return stringValue(content);
+}
+
+}  // namespace sagely::detail

@@ -1,0 +1,16 @@
+// The OpenAI chat-completions format (openai, custom, and apple with a custom endpoint).
+#pragma once
+
+#include "llm/Dialect.h"
+
+namespace sagely::detail {
+
+class OpenAIChatDialect final : public Dialect {
+public:
+    nlohmann::json body(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                        const std::string& model) const override;
+    HeaderList headers(const std::string& apiKey) const override;
+    std::optional<std::string> replyText(const nlohmann::json& answer) const override;
+};
+
+}  // namespace sagely::detail

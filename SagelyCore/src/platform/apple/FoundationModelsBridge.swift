@@ -1,0 +1,147 @@
+// The Swift half of the on-device model bridge: FoundationModels behind plain C symbols, so the
+// C++ side of the kit needs no Swift. Built on every Apple system; the framework calls compile
+// only where the SDK has FoundationModels and run only on macOS 26 and later.
+import Foundation
+
+#if canImport(FoundationModels)
+import FoundationModels
+#endif
+
+/// Keeps a Swift value alive behind an opaque pointer owned by C++.
+private final class Box {
+    let value: Any
+    init(_ value: Any) { self.value = value }
+}
+
+private func retained(_ value: Any) -> UnsafeMutableRawPointer {
+    Unmanaged.passRetained(Box(value)).toOpaque()
+}
+
+private func unboxed(_ handle: UnsafeMutableRawPointer) -> Any {
+    Unmanaged<Box>.fromOpaque(handle).takeUnretainedValue().value
+}
+
+public typealias SagelyCompletion =
+    @convention(c) (UnsafeMutableRawPointer?, Int32, UnsafePointer<CChar>?) -> Void
+
+@_cdecl("sagely_fm_release")
+public func sagelyFMRelease(_ handle: UnsafeMutableRawPointer?) {
+    guard let handle else { return }
+    Unmanaged<Box>.fromOpaque(handle).release()
+}
+
+@_cdecl("sagely_fm_default_model")
+public func sagelyFMDefaultModel() -> UnsafeMutableRawPointer? {
+    #if canImport(FoundationModels)
+    if #available(macOS 26.0, *) {
+        return retained(SystemLanguageModel.default)
+    }
+    #endif
+    return nil
+}
+
+@_cdecl("sagely_fm_content_tagging_model")
+public func sagelyFMContentTaggingModel() -> UnsafeMutableRawPointer? {
+    #if canImport(FoundationModels)
+    if #available(macOS 26.0, *) {
+        return retained(SystemLanguageModel(useCase: .contentTagging, guardrails: .default))
+    }
+    #endif
+    return nil
+}
+
+@_cdecl("sagely_fm_adapter_model")
+public func sagelyFMAdapterModel(_ name: UnsafePointer<CChar>) -> UnsafeMutableRawPointer? {
+    #if canImport(FoundationModels)
+    if #available(macOS 26.0, *) {
+        guard let adapter = try? SystemLanguageModel.Adapter(name: String(cString: name)) else {
+            return nil
+        }
+        return retained(SystemLanguageModel(adapter: adapter, guardrails: .default))
+    }
+    #endif
+    return nil
+}
+
+@_cdecl("sagely_fm_adapter_file_model")
+public func sagelyFMAdapterFileModel(_ path: UnsafePointer<CChar>) -> UnsafeMutableRawPointer? {
+    #if canImport(FoundationModels)
+    if #available(macOS 26.0, *) {
+        let url = URL(fileURLWithPath: String(cString: path))
+        guard let adapter = try? SystemLanguageModel.Adapter(fileURL: url) else { return nil }
+        return retained(SystemLanguageModel(adapter: adapter, guardrails: .default))
+    }
+    #endif
+    return nil
+}
+
+@_cdecl("sagely_fm_model_availability")
+public func sagelyFMModelAvailability(_ model: UnsafeMutableRawPointer) -> Int32 {
+    #if canImport(FoundationModels)
+    if #available(macOS 26.0, *), let model = unboxed(model) as? SystemLanguageModel {
+        switch model.availability {
+        case .available:
+            return 0
+        case .unavailable(.deviceNotEligible):
+            return 1
+        case .unavailable(.appleIntelligenceNotEnabled):
+            return 2
+        case .unavailable(.modelNotReady):
+            return 3
+        default:
+            return 4
+        }
+    }
+    #endif
+    return 1
+}
+
+@_cdecl("sagely_fm_session_create")
+public func sagelyFMSessionCreate(_ model: UnsafeMutableRawPointer) -> UnsafeMutableRawPointer? {
+    #if canImport(FoundationModels)
+    if #available(macOS 26.0, *), let model = unboxed(model) as? SystemLanguageModel {
+        // The system text travels inside the prompt, so the session has no instructions.
+        return retained(LanguageModelSession(model: model, tools: []))
+    }
+    #endif
+    return nil
+}
+
+@_cdecl("sagely_fm_session_respond")
+public func sagelyFMSessionRespond(
+    _ session: UnsafeMutableRawPointer, _ prompt: UnsafePointer<CChar>, _ temperature: Double,
+    _ maximumResponseTokens: Int64, _ context: UnsafeMutableRawPointer?,
+    _ completion: SagelyCompletion
+) -> UnsafeMutableRawPointer? {
+    #if canImport(FoundationModels)
+    if #available(macOS 26.0, *), let session = unboxed(session) as? LanguageModelSession {
+        let text = String(cString: prompt)
+        let options = GenerationOptions(
+            sampling: nil, temperature: temperature,
+            maximumResponseTokens: Int(maximumResponseTokens))
+        let task = Task {
+            do {
+                let response = try await session.respond(to: text, options: options)
+                response.content.withCString { completion(context, 0, $0) }
+            } catch let error as LanguageModelSession.GenerationError {
+                if case .exceededContextWindowSize = error {
+                    error.localizedDescription.withCString { completion(context, 1, $0) }
+                } else {
+                    error.localizedDescription.withCString { completion(context, 2, $0) }
+                }
+            } catch is CancellationError {
+                completion(context, 3, nil)
+            } catch {
+                error.localizedDescription.withCString { completion(context, 4, $0) }
+            }
+        }
+        return retained(task)
+    }
+    #endif
+    return nil
+}
+
+@_cdecl("sagely_fm_task_cancel")
+public func sagelyFMTaskCancel(_ task: UnsafeMutableRawPointer) {
+    (unboxed(task) as? Task<Void, Never>)?.cancel()
+}

@@ -1,0 +1,37 @@
+#include "platform/StorageLocation.h"
+
+#include <limits.h>
+#include <pwd.h>
+#include <sysdir.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace sagely::detail {
+namespace {
+
+std::filesystem::path homeDirectory() {
+    // In a sandboxed app HOME is the container, which is where its Application Support lives.
+    if (const char* home = std::getenv("HOME"); home && *home) return home;
+    if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir) return entry->pw_dir;
+    return {};
+}
+
+}  // namespace
+
+// sysdir names the user-domain Application Support folder as "~/Library/Application Support";
+// the tilde is the user's home.
+std::filesystem::path applicationDataDirectory() {
+    char path[PATH_MAX] = {};
+    sysdir_search_path_enumeration_state state = sysdir_start_search_path_enumeration(
+        SYSDIR_DIRECTORY_APPLICATION_SUPPORT, SYSDIR_DOMAIN_MASK_USER);
+    std::string found = "~/Library/Application Support";
+    if (sysdir_get_next_search_path_enumeration(state, path) != 0) found = path;
+    if (found.rfind("~/", 0) != 0) return found;
+    std::filesystem::path home = homeDirectory();
+    if (home.empty()) return {};
+    return home / found.substr(2);
+}
+
+}  // namespace sagely::detail

@@ -1,0 +1,151 @@
+#include "platform/OnDeviceModelSeam.h"
+
+#include "platform/apple/FoundationModelsBridge.h"
+
+#include <sagely/CoachLLMError.h>
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace sagely::detail {
+namespace {
+
+using BridgeHandle = std::unique_ptr<void, decltype(&sagely_fm_release)>;
+
+BridgeHandle adopt(void* handle) {
+    return BridgeHandle(handle, &sagely_fm_release);
+}
+
+// Where a response lands; shared by the waiting thread and the bridge's completion.
+struct PendingReply {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool finished = false;
+    bool stopped = false;
+    int32_t outcome = SAGELY_FM_OTHER_ERROR;
+    std::string text;
+};
+
+// Runs on a Swift task's thread; it owns one reference to the pending reply and never throws.
+void deliverReply(void* context, int32_t outcome, const char* text) {
+    std::unique_ptr<std::shared_ptr<PendingReply>> owner(
+        static_cast<std::shared_ptr<PendingReply>*>(context));
+    PendingReply& pending = **owner;
+    std::lock_guard lock(pending.mutex);
+    try {
+        pending.text = text != nullptr ? text : "";
+        pending.outcome = outcome;
+    } catch (...) {
+        pending.outcome = SAGELY_FM_OTHER_ERROR;
+    }
+    pending.finished = true;
+    pending.changed.notify_all();
+}
+
+std::string replyOrThrow(int32_t outcome, const std::string& text) {
+    using Kind = OnDeviceGenerationError::Kind;
+    switch (outcome) {
+        case SAGELY_FM_REPLY:
+            return text;
+        case SAGELY_FM_EXCEEDED_CONTEXT:
+            throw OnDeviceGenerationError(Kind::exceededContextWindowSize, text);
+        case SAGELY_FM_GENERATION_ERROR:
+            throw OnDeviceGenerationError(Kind::other, text);
+        case SAGELY_FM_CANCELLED:
+            throw CancelledError();
+        default:
+            throw Error(text);
+    }
+}
+
+class SystemSession final : public OnDeviceSession {
+public:
+    explicit SystemSession(BridgeHandle session) : m_session(std::move(session)) {}
+
+    std::string respond(const std::string& prompt, const OnDeviceGenerationOptions& options,
+                        const CancellationToken& cancellation) override {
+        if (cancellation.stopRequested()) throw CancelledError();
+        auto pending = std::make_shared<PendingReply>();
+        auto* context = new std::shared_ptr<PendingReply>(pending);
+        BridgeHandle task =
+            adopt(sagely_fm_session_respond(m_session.get(), prompt.c_str(), options.temperature,
+                                            options.maximumResponseTokens, context, &deliverReply));
+        if (!task) {
+            delete context;
+            throw Error("The on-device model could not start a response.");
+        }
+        auto registration = cancellation.onStop([&pending, &task] {
+            sagely_fm_task_cancel(task.get());
+            std::lock_guard lock(pending->mutex);
+            pending->stopped = true;
+            pending->changed.notify_all();
+        });
+        std::unique_lock lock(pending->mutex);
+        pending->changed.wait(lock, [&] { return pending->finished || pending->stopped; });
+        if (!pending->finished) throw CancelledError();
+        return replyOrThrow(pending->outcome, pending->text);
+    }
+
+private:
+    BridgeHandle m_session;
+};
+
+class SystemLanguageModel final : public OnDeviceLanguageModel {
+public:
+    explicit SystemLanguageModel(BridgeHandle model) : m_model(std::move(model)) {}
+
+    OnDeviceAvailability availability() const override {
+        if (!m_model) return OnDeviceAvailability::deviceNotEligible;
+        switch (sagely_fm_model_availability(m_model.get())) {
+            case SAGELY_FM_AVAILABLE:
+                return OnDeviceAvailability::available;
+            case SAGELY_FM_DEVICE_NOT_ELIGIBLE:
+                return OnDeviceAvailability::deviceNotEligible;
+            case SAGELY_FM_APPLE_INTELLIGENCE_NOT_ENABLED:
+                return OnDeviceAvailability::appleIntelligenceNotEnabled;
+            case SAGELY_FM_MODEL_NOT_READY:
+                return OnDeviceAvailability::modelNotReady;
+            default:
+                return OnDeviceAvailability::unavailableForOtherReason;
+        }
+    }
+
+    std::unique_ptr<OnDeviceSession> makeSession() override {
+        BridgeHandle session = adopt(m_model ? sagely_fm_session_create(m_model.get()) : nullptr);
+        if (!session) throw Error("The on-device model could not open a session.");
+        return std::make_unique<SystemSession>(std::move(session));
+    }
+
+private:
+    BridgeHandle m_model;
+};
+
+class FoundationModelsOnDeviceModel final : public OnDeviceModel {
+public:
+    std::shared_ptr<OnDeviceLanguageModel> defaultModel() override {
+        return std::make_shared<SystemLanguageModel>(adopt(sagely_fm_default_model()));
+    }
+    std::shared_ptr<OnDeviceLanguageModel> contentTaggingModel() override {
+        return std::make_shared<SystemLanguageModel>(adopt(sagely_fm_content_tagging_model()));
+    }
+    std::shared_ptr<OnDeviceLanguageModel> adapterModel(const std::string& name) override {
+        BridgeHandle model = adopt(sagely_fm_adapter_model(name.c_str()));
+        if (!model) throw Error("The adapter could not be loaded.");
+        return std::make_shared<SystemLanguageModel>(std::move(model));
+    }
+    std::shared_ptr<OnDeviceLanguageModel> adapterFileModel(const std::string& path) override {
+        BridgeHandle model = adopt(sagely_fm_adapter_file_model(path.c_str()));
+        if (!model) throw Error("The adapter file could not be loaded.");
+        return std::make_shared<SystemLanguageModel>(std::move(model));
+    }
+};
+
+}  // namespace
+
+std::shared_ptr<OnDeviceModel> makeSystemOnDeviceModel() {
+    return std::make_shared<FoundationModelsOnDeviceModel>();
+}
+
+}  // namespace sagely::detail

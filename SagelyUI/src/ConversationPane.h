@@ -1,0 +1,95 @@
+// The workspace's message area: a scroll view over the current conversation's bubbles, the
+// suggestion panel while the conversation is empty, and the "Thinking..." row.
+//
+// The list is lazy: every message has a slot of an estimated height, and a slot builds its
+// bubble only when it comes near the visible part of the list, so opening a conversation of
+// hundreds of messages builds the few bubbles on screen. When slots above the visible part grow
+// or shrink to their real height, the scroll position is corrected so that what the user looks
+// at stays put. Slots are kept by message id and updated incrementally: appended messages get
+// new slots, dropped ones lose theirs. Whenever the number of messages changes the view scrolls
+// to the last message; when thinking starts it scrolls to the thinking row.
+#pragma once
+
+#include <sagely/CoachConversation.h>
+#include <sagely/ui/CoachBranding.h>
+#include <sagely/ui/MessageBubble.h>
+
+#include <QWidget>
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+class QPropertyAnimation;
+class QScrollArea;
+class QVBoxLayout;
+
+namespace sagely::ui::detail {
+
+/// One message's place in the list: an empty box of estimated height until its bubble is built.
+class MessageSlot : public QWidget {
+public:
+    MessageSlot(CoachMessage message, int width);
+    const CoachMessage& message() const { return m_message; }
+    MessageBubble* bubble() const { return m_bubble; }
+    /// Builds the bubble (once).
+    void realize(const MessageBubble::SuggestionHandler& onSuggestionSelected,
+                 const MessageBubble::CanvasHandler& onOpenInCanvas);
+    /// A guess of the bubble's height at the given list width, from its content.
+    static int estimatedHeight(const CoachMessage& message, int width);
+
+private:
+    CoachMessage m_message;
+    MessageBubble* m_bubble = nullptr;
+};
+
+class ConversationPane : public QWidget {
+    Q_OBJECT
+public:
+    ConversationPane(const CoachBranding& branding,
+                     MessageBubble::SuggestionHandler onSuggestionSelected,
+                     MessageBubble::CanvasHandler onOpenInCanvas, QWidget* parent = nullptr);
+
+    /// Shows the conversation, reusing the slots of messages already shown.
+    void showConversation(const CoachConversation& conversation);
+    void setThinking(bool thinking);
+
+    QScrollArea* scrollArea() const { return m_scroll; }
+    /// The bubbles built so far, in display order.
+    std::vector<MessageBubble*> bubbles() const;
+    /// How many messages the list holds (built or not).
+    std::size_t messageCount() const { return m_slots.size(); }
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    QWidget* suggestionPanel(const CoachBranding& branding);
+    QWidget* thinkingRow();
+    void rebuild(const CoachConversation& conversation);
+    bool applyDifference(const CoachConversation& conversation);
+    void appendSlot(const CoachMessage& message);
+    void removeSlot(std::size_t index);
+    void fitContent();
+    void scheduleRealize();
+    void realizeVisible();
+    void scrollToBottomOf(QWidget* target);
+    void applyScroll();
+
+    MessageBubble::SuggestionHandler m_onSuggestionSelected;
+    MessageBubble::CanvasHandler m_onOpenInCanvas;
+    QScrollArea* m_scroll;
+    QWidget* m_content;
+    QVBoxLayout* m_list;
+    QWidget* m_suggestions;
+    QWidget* m_thinking;
+    QPropertyAnimation* m_animation;
+    std::optional<Uuid> m_conversationId;
+    std::vector<MessageSlot*> m_slots;
+    std::optional<std::size_t> m_lastCount;
+    QWidget* m_scrollTarget = nullptr;
+    bool m_realizeQueued = false;
+    bool m_jumpToTarget = false;
+};
+
+}  // namespace sagely::ui::detail

@@ -1,0 +1,92 @@
+#include <sagely/ui/MessageBubble.h>
+
+#include <sagely/ui/CoachAssistantMessageText.h>
+#include <sagely/ui/CoachCardView.h>
+#include <sagely/ui/CoachLessonView.h>
+#include <sagely/ui/CoachUserMessageText.h>
+
+#include "Primitives.h"
+
+#include <QDateTime>
+#include <QHBoxLayout>
+#include <QLocale>
+#include <QRegularExpression>
+#include <QVBoxLayout>
+
+namespace sagely::ui {
+
+using namespace detail;
+
+MessageBubble::MessageBubble(CoachMessage message, SuggestionHandler onSuggestionSelected,
+                             CanvasHandler onOpenInCanvas, QWidget* parent)
+    : QWidget(parent),
+      m_message(std::move(message)),
+      m_onSuggestionSelected(std::move(onSuggestionSelected)),
+      m_onOpenInCanvas(std::move(onOpenInCanvas)) {
+    setObjectName(QStringLiteral("messageBubble"));
+    const bool isUser = m_message.role() == CoachMessage::Role::user;
+    auto* row = hstack(this, 8);
+    const Qt::Alignment edge = isUser ? Qt::AlignRight : Qt::AlignLeft;
+    if (isUser) row->addStretch(1);
+    if (m_message.role() == CoachMessage::Role::assistant)
+        row->addWidget(avatar(), 0, Qt::AlignTop);
+    auto* column = nestedVStack(row, 6);
+    column->addWidget(textBubble(), 0, edge);
+    addAttachments(column);
+    auto* time =
+        new StyledLabel(timeText(m_message.timestamp()), TextStyle::caption2, Tint::tertiary);
+    time->setObjectName(QStringLiteral("messageTime"));
+    column->addWidget(time, 0, edge);
+    if (isUser) row->addWidget(avatar(), 0, Qt::AlignTop);
+    if (!isUser) row->addStretch(1);
+}
+
+QString MessageBubble::timeText(Timestamp timestamp) {
+    const auto milliseconds = qint64(timestamp.unixSeconds() * 1000.0);
+    // The locale's short time, to the minute (some locales' short format carries seconds).
+    QString format = QLocale().timeFormat(QLocale::ShortFormat);
+    static const QRegularExpression seconds(QStringLiteral("[:.]ss?"));
+    format.remove(seconds);
+    return QLocale().toString(QDateTime::fromMSecsSinceEpoch(milliseconds).time(), format);
+}
+
+QWidget* MessageBubble::avatar() const {
+    const int size = symbolSize(TextStyle::caption);
+    SymbolView* view = nullptr;
+    if (m_message.role() == CoachMessage::Role::user) {
+        view = new SymbolView(QStringLiteral("person.fill"), Tint::white, size);
+        view->setCircle({Tint::blue, 1.0}, 24);
+    } else {
+        view = new SymbolView(QStringLiteral("sparkles"), Tint::blue, size);
+        view->setCircle({Tint::blue, 0.1}, 24);
+    }
+    view->setObjectName(QStringLiteral("avatar"));
+    return view;
+}
+
+QWidget* MessageBubble::textBubble() const {
+    const bool isUser = m_message.role() == CoachMessage::Role::user;
+    auto* bubble =
+        isUser ? new RoundedPanel(Tint::blue, 1.0, 12) : new RoundedPanel(Tint::secondary, 0.1, 12);
+    bubble->setObjectName(QStringLiteral("textBubble"));
+    auto* layout = vstack(bubble, 0, 10);
+    if (isUser)
+        layout->addWidget(new CoachUserMessageText(m_message.content()));
+    else
+        layout->addWidget(new CoachAssistantMessageText(m_message.content()));
+    return bubble;
+}
+
+void MessageBubble::addAttachments(QBoxLayout* column) {
+    if (const auto& card = m_message.card())
+        column->addWidget(new CoachCardView(*card, m_onSuggestionSelected));
+    if (const auto& lesson = m_message.lesson()) {
+        std::function<void()> openInCanvas;
+        if (m_onOpenInCanvas) {
+            openInCanvas = [handler = m_onOpenInCanvas, lesson = *lesson] { handler(lesson); };
+        }
+        column->addWidget(new CoachLessonView(*lesson, m_onSuggestionSelected, openInCanvas));
+    }
+}
+
+}  // namespace sagely::ui

@@ -1,0 +1,338 @@
+// The per-provider section of the settings form: the on-device status block, the key field,
+// the model choice and the endpoint.
+#include "SettingsForm.h"
+
+#include "SettingsTexts.h"
+
+#include <sagely/ui/CoachSymbols.h>
+
+#include <QComboBox>
+#include <QDesktopServices>
+#include <QHBoxLayout>
+#include <QLineEdit>
+#include <QToolButton>
+#include <QUrl>
+#include <QVBoxLayout>
+
+namespace sagely::ui::detail {
+namespace {
+
+using Provider = CoachConfig::Provider;
+using Status = AppleIntelligenceInfo::Status;
+
+QString qs(std::string_view text) {
+    return QString::fromUtf8(text.data(), qsizetype(text.size()));
+}
+
+StyledLabel* caption(const QString& text, Tint tint = Tint::secondary) {
+    return textLabel(text, Qt::PlainText, TextStyle::caption, tint);
+}
+
+QLineEdit* monospacedField(const QString& placeholder, const char* name) {
+    auto* field = new QLineEdit;
+    field->setPlaceholderText(placeholder);
+    field->setFont(styleFont(TextStyle::body, {.monospaced = true}));
+    field->setObjectName(QString::fromLatin1(name));
+    field->setClearButtonEnabled(false);
+    return field;
+}
+
+QWidget* freeBadge() {
+    auto* badge = new RoundedPanel(Tint::green, 0.15, 4);
+    badge->setObjectName(QStringLiteral("freeBadge"));
+    auto* layout = hstack(badge, 0);
+    layout->setContentsMargins(5, 1, 5, 1);
+    layout->addWidget(
+        new StyledLabel(localized("FREE"), TextStyle::caption2, Tint::green, {.bold = true}));
+    return badge;
+}
+
+}  // namespace
+
+void SettingsForm::rebuildProviderSection() {
+    m_keyField = nullptr;
+    m_showKeyButton = nullptr;
+    m_savedLabel = nullptr;
+    m_modelPicker = nullptr;
+    m_customModelField = nullptr;
+    m_endpointField = nullptr;
+    if (m_providerContent) {
+        m_providerContent->hide();
+        m_providerContent->deleteLater();  // may be rebuilt from one of its own buttons
+    }
+    const Provider provider = store.provider.get();
+    m_builtProvider = provider;
+    m_providerSection->setTitle(providerSectionTitle(provider));
+    m_providerContent = new QWidget;
+    m_providerContent->setObjectName(QStringLiteral("providerSectionContent"));
+    auto* column = vstack(m_providerContent, 12);
+    if (provider == Provider::apple) {
+        addAppleStatusBlock(column);
+        addAdvancedEndpoint(column);
+    } else {
+        addKeyBlock(column);
+        addModelBlock(column);
+        addEndpointBlock(column);
+    }
+    m_providerSection->content()->addWidget(m_providerContent);
+    m_providerContent->show();  // at once, not when the layout gets round to it
+}
+
+void SettingsForm::addAppleStatusBlock(QVBoxLayout* section) {
+    const bool ready = appleStatus == Status::ready;
+    auto* block = new QWidget;
+    block->setObjectName(QStringLiteral("appleStatusBlock"));
+    auto* column = vstack(block, 8);
+    auto* heading = nestedHStack(column, 10);
+    auto* symbol =
+        new SymbolView(QStringLiteral("laptopcomputer"), ready ? Tint::green : Tint::accent,
+                       symbolSize(TextStyle::title2));
+    symbol->setObjectName(QStringLiteral("appleStatusSymbol"));
+    heading->addWidget(symbol, 0, Qt::AlignTop);
+    auto* titles = nestedVStack(heading, 2, 1);
+    auto* titleRow = nestedHStack(titles, 6);
+    titleRow->addWidget(new StyledLabel(localized("Apple (On-Device)"), TextStyle::subheadline,
+                                        Tint::primary, {.semibold = true}));
+    titleRow->addWidget(freeBadge());
+    titleRow->addStretch(1);
+    titles->addWidget(new StyledLabel(localized("On-device \u2014 no API key"), TextStyle::caption,
+                                      Tint::secondary));
+    column->addWidget(caption(localized(
+        "Private, no per-question cost. Choose this to try Coach immediately, then switch to "
+        "OpenAI, Anthropic, or Gemini to compare.")));
+    if (ready)
+        addReadyRows(column);
+    else
+        addSetupRows(column);
+    section->addWidget(block);
+}
+
+void SettingsForm::addReadyRows(QVBoxLayout* block) {
+    auto* row = nestedHStack(block, 6);
+    row->addWidget(new SymbolView(QStringLiteral("checkmark.circle.fill"), Tint::green,
+                                  symbolSize(TextStyle::body)));
+    auto* ready =
+        new StyledLabel(localized("Apple Intelligence is ready."), TextStyle::body, Tint::green);
+    ready->setObjectName(QStringLiteral("appleReadyLabel"));
+    row->addWidget(ready, 1);
+    auto* generation = caption(qs(AppleIntelligenceInfo::installedModelGeneration()));
+    generation->setObjectName(QStringLiteral("installedModelGeneration"));
+    block->addWidget(generation);
+    block->addWidget(caption(onDeviceReadyNote()));
+}
+
+void SettingsForm::addSetupRows(QVBoxLayout* block) {
+    auto* note = caption(qs(AppleIntelligenceInfo::availabilityNote()), Tint::orange);
+    note->setObjectName(QStringLiteral("availabilityNote"));
+    block->addWidget(note);
+    block->addWidget(caption(onDeviceSetupNote()));
+    long long number = 0;
+    for (const std::string& step : AppleIntelligenceInfo::setupSteps()) {
+        auto* row = nestedHStack(block, 6);
+        auto* index = new StyledLabel(QString::asprintf("%lld.", ++number), TextStyle::callout,
+                                      Tint::secondary);
+        row->addWidget(index, 0, Qt::AlignTop);
+        auto* text = textLabel(qs(step), Qt::PlainText, TextStyle::callout);
+        text->setObjectName(QStringLiteral("setupStep"));
+        row->addWidget(text, 1);
+    }
+    auto* buttons = nestedHStack(block, 8);
+    auto* open = new TintedButton(localized("Open Apple Intelligence Settings"),
+                                  ButtonStyle::borderedProminent, Tint::accent, TextStyle::body);
+    open->setObjectName(QStringLiteral("openAppleSettingsButton"));
+    connect(open, &QPushButton::clicked, this, [] {
+        if (const auto url = AppleIntelligenceInfo::settingsURL())
+            QDesktopServices::openUrl(QUrl(QString::fromStdString(*url)));
+    });
+    buttons->addWidget(open);
+    auto* check = new TintedButton(localized("Check Again"), ButtonStyle::bordered, Tint::accent,
+                                   TextStyle::body);
+    check->setObjectName(QStringLiteral("checkAgainButton"));
+    connect(check, &QPushButton::clicked, this, [this] {
+        evaluateAppleStatus();
+        rebuildProviderSection();
+        refresh();
+    });
+    buttons->addWidget(check);
+    buttons->addStretch(1);
+}
+
+void SettingsForm::addKeyBlock(QVBoxLayout* section) {
+    const Provider provider = store.provider.get();
+    if (provider == Provider::local) {
+        auto* note = caption(keyHelpText(provider));
+        note->setObjectName(QStringLiteral("keyHelp"));
+        section->addWidget(note);
+        return;
+    }
+    auto* fieldRow = nestedHStack(section, 6);
+    m_keyField = monospacedField(localized("Paste your API key here"), "apiKeyField");
+    m_keyField->setText(draftAPIKey);
+    connect(m_keyField, &QLineEdit::textEdited, this,
+            [this](const QString& text) { draftAPIKey = text; });
+    fieldRow->addWidget(m_keyField, 1);
+    m_showKeyButton =
+        new SymbolButton(QStringLiteral("eye"), Tint::secondary, symbolSize(TextStyle::body));
+    m_showKeyButton->setObjectName(QStringLiteral("showKeyButton"));
+    connect(m_showKeyButton, &QPushButton::clicked, this, [this] { setShowKey(!showKey); });
+    fieldRow->addWidget(m_showKeyButton);
+    setShowKey(showKey);
+    auto* buttons = nestedHStack(section, 8);
+    auto* save = new TintedButton(localized("Save Key"), ButtonStyle::borderedProminent,
+                                  Tint::accent, TextStyle::body);
+    save->setObjectName(QStringLiteral("saveKeyButton"));
+    connect(save, &QPushButton::clicked, this, &SettingsForm::saveKey);
+    buttons->addWidget(save);
+    auto* clear =
+        new TintedButton(localized("Clear"), ButtonStyle::bordered, Tint::accent, TextStyle::body);
+    clear->setObjectName(QStringLiteral("clearKeyButton"));
+    connect(clear, &QPushButton::clicked, this, &SettingsForm::clearKey);
+    buttons->addWidget(clear);
+    m_savedLabel = new StyledLabel(localized("Saved"), TextStyle::caption, Tint::green);
+    m_savedLabel->setObjectName(QStringLiteral("savedKeyLabel"));
+    buttons->addWidget(m_savedLabel);
+    buttons->addStretch(1);
+    auto* help = caption(keyHelpText(provider));
+    help->setObjectName(QStringLiteral("keyHelp"));
+    section->addWidget(help);
+}
+
+void SettingsForm::setShowKey(bool show) {
+    showKey = show;
+    if (!m_keyField) return;
+    m_keyField->setEchoMode(show ? QLineEdit::Normal : QLineEdit::Password);
+    m_showKeyButton->setSymbol(show ? QStringLiteral("eye.slash") : QStringLiteral("eye"));
+    m_showKeyButton->setToolTip(show ? localized("Hide Key") : localized("Show Key"));
+}
+
+void SettingsForm::saveKey() {
+    store.apiKey.set(draftAPIKey.toStdString());
+}
+
+void SettingsForm::clearKey() {
+    draftAPIKey.clear();
+    if (m_keyField) m_keyField->clear();
+    store.apiKey.set(std::string());
+}
+
+void SettingsForm::addModelBlock(QVBoxLayout* section) {
+    const Provider provider = store.provider.get();
+    if (!useCustomModel) {
+        auto* row = nestedHStack(section, 8);
+        row->addWidget(new StyledLabel(localized("Model"), TextStyle::body));
+        m_modelPicker = new QComboBox;
+        m_modelPicker->setObjectName(QStringLiteral("modelPicker"));
+        const auto& known = CoachConfig::knownModels();
+        if (const auto found = known.find(provider); found != known.end())
+            for (const auto& model : found->second)
+                m_modelPicker->addItem(QString::fromStdString(model.label),
+                                       QString::fromStdString(model.id));
+        m_modelPicker->addItem(localized("Use custom model ID\u2026"));
+        connect(m_modelPicker, &QComboBox::activated, this, [this](int index) {
+            const QVariant id = m_modelPicker->itemData(index);
+            if (id.isValid()) {
+                store.model.set(id.toString().toStdString());
+                return;
+            }
+            useCustomModel = true;
+            rebuildProviderSection();
+            refresh();
+        });
+        row->addWidget(m_modelPicker, 1);
+        return;
+    }
+    auto* label = new StyledLabel(qs(CoachConfig::modelFieldLabel(provider)), TextStyle::body);
+    section->addWidget(label);
+    auto* row = nestedHStack(section, 8);
+    m_customModelField =
+        monospacedField(qs(CoachConfig::modelExample(provider)), "customModelField");
+    m_customModelField->setText(qs(store.model.get()));
+    connect(m_customModelField, &QLineEdit::textEdited, this,
+            [this](const QString& text) { store.model.set(text.toStdString()); });
+    row->addWidget(m_customModelField, 1);
+    auto* presets = new TintedButton(localized("Presets"), ButtonStyle::bordered, Tint::accent,
+                                     TextStyle::caption);
+    presets->setObjectName(QStringLiteral("presetsButton"));
+    connect(presets, &QPushButton::clicked, this, [this] {
+        useCustomModel = false;
+        store.model.set(CoachConfig::defaultModel(store.provider.get()));
+        rebuildProviderSection();
+        refresh();
+    });
+    row->addWidget(presets);
+    if (provider == Provider::custom)
+        section->addWidget(caption(localized(
+            "Enter the model name your API expects (e.g. gemini-2.0-flash, mistral-large, a "
+            "hosted fine-tune).")));
+}
+
+QLineEdit* SettingsForm::endpointEditor(const QString& placeholder) {
+    m_endpointField = monospacedField(placeholder, "endpointField");
+    m_endpointField->setText(qs(store.customEndpoint.get()));
+    connect(m_endpointField, &QLineEdit::textEdited, this,
+            [this](const QString& text) { store.customEndpoint.set(text.toStdString()); });
+    return m_endpointField;
+}
+
+void SettingsForm::addEndpointBlock(QVBoxLayout* section) {
+    const Provider provider = store.provider.get();
+    if (provider != Provider::custom && provider != Provider::local) {
+        addAdvancedEndpoint(section);
+        return;
+    }
+    const bool custom = provider == Provider::custom;
+    section->addWidget(new StyledLabel(
+        custom ? localized("API Endpoint (required)") : localized("Ollama Endpoint"),
+        TextStyle::body));
+    section->addWidget(
+        endpointEditor(custom ? customEndpointPlaceholder() : ollamaEndpointPlaceholder()));
+    auto* help = caption(endpointHelpText(provider));
+    help->setObjectName(QStringLiteral("endpointHelp"));
+    section->addWidget(help);
+}
+
+void SettingsForm::addAdvancedEndpoint(QVBoxLayout* section) {
+    auto* toggle = new QToolButton;
+    toggle->setObjectName(QStringLiteral("advancedEndpointToggle"));
+    toggle->setText(localized("Advanced endpoint"));
+    toggle->setCheckable(true);
+    toggle->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    toggle->setAutoRaise(true);
+    section->addWidget(toggle, 0, Qt::AlignLeft);
+    auto* body = new QWidget;
+    body->setObjectName(QStringLiteral("advancedEndpoint"));
+    auto* column = vstack(body, 6);
+    column->setContentsMargins(18, 0, 0, 0);
+    column->addWidget(new StyledLabel(localized("Custom Endpoint (optional)"), TextStyle::body));
+    column->addWidget(endpointEditor(localized("Leave blank for provider default")));
+    auto* help = caption(endpointHelpText(store.provider.get()));
+    help->setObjectName(QStringLiteral("endpointHelp"));
+    column->addWidget(help);
+    section->addWidget(body);
+    const auto setOpen = [toggle, body](bool open) {
+        body->setVisible(open);
+        toggle->setIcon(CoachSymbols::icon(
+            open ? QStringLiteral("chevron.down") : QStringLiteral("chevron.right"),
+            color(Tint::secondary, toggle->palette())));
+    };
+    connect(toggle, &QToolButton::toggled, body, setOpen);
+    // Open from the start when an endpoint is already set, so it is not overlooked.
+    toggle->setChecked(!store.customEndpoint.get().empty());
+    setOpen(toggle->isChecked());
+}
+
+void SettingsForm::refreshProviderFields() {
+    if (m_savedLabel) m_savedLabel->setVisible(store.hasSavedKey(store.provider.get()));
+    if (m_modelPicker) {
+        const QSignalBlocker blocker(m_modelPicker);
+        m_modelPicker->setCurrentIndex(
+            m_modelPicker->findData(QString::fromStdString(store.model.get())));
+    }
+    const QString model = QString::fromStdString(store.model.get());
+    if (m_customModelField && m_customModelField->text() != model)
+        m_customModelField->setText(model);
+    const QString endpoint = QString::fromStdString(store.customEndpoint.get());
+    if (m_endpointField && m_endpointField->text() != endpoint) m_endpointField->setText(endpoint);
+}
+
+}  // namespace sagely::ui::detail

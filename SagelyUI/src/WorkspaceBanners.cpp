@@ -1,0 +1,116 @@
+#include "WorkspaceBanners.h"
+
+#include <QHBoxLayout>
+#include <QVBoxLayout>
+
+namespace sagely::ui::detail {
+
+KnowledgeBanner::KnowledgeBanner(QWidget* parent) : RoundedPanel(Tint::blue, 0.08, 0, parent) {
+    setObjectName(QStringLiteral("knowledgeBanner"));
+    auto* row = hstack(this, 8, 10);
+    m_symbol =
+        new SymbolView(QStringLiteral("book.pages"), Tint::blue, symbolSize(TextStyle::callout));
+    m_symbol->setObjectName(QStringLiteral("knowledgeBannerSymbol"));
+    row->addWidget(m_symbol);
+    m_text = new StyledLabel(QString(), TextStyle::callout, Tint::secondary);
+    m_text->setObjectName(QStringLiteral("knowledgeBannerText"));
+    row->addWidget(m_text, 1);
+    hide();
+}
+
+void KnowledgeBanner::showLoading() {
+    m_symbol->setSymbol(QStringLiteral("book.pages"));
+    m_symbol->setTint(Tint::blue);
+    setFill(Tint::blue, 0.08);
+    m_text->setText(localized("Loading product knowledge..."));
+    show();
+}
+
+void KnowledgeBanner::showReady() {
+    m_symbol->setSymbol(QStringLiteral("checkmark.circle.fill"));
+    m_symbol->setTint(Tint::green);
+    setFill(Tint::green, 0.08);
+    m_text->setText(localized("Knowledge is ready."));
+    show();
+}
+
+QString KnowledgeBanner::text() const {
+    return m_text->text();
+}
+
+namespace {
+
+TintedButton* button(const char* text, ButtonStyle style, Tint tint, TextStyle textStyle,
+                     const char* name, const std::function<void()>& action) {
+    auto* result = new TintedButton(localized(text), style, tint, textStyle);
+    result->setObjectName(QString::fromLatin1(name));
+    QObject::connect(result, &QPushButton::clicked, result, [action] {
+        if (action) action();
+    });
+    return result;
+}
+
+QHBoxLayout* missingKeyButtons(const BannerActions& actions) {
+    auto* row = new QHBoxLayout;
+    row->setSpacing(12);
+    if (actions.onOpenSettings) {
+        auto* settings =
+            button("Open Settings", ButtonStyle::borderedProminent, Tint::accent,
+                   TextStyle::caption, "bannerOpenSettingsButton", actions.onOpenSettings);
+        settings->setSymbol(QStringLiteral("gearshape"));
+        row->addWidget(settings);
+    }
+    if (actions.onOpenGuide) {
+        auto* guide = button("Open Guide", ButtonStyle::bordered, Tint::accent, TextStyle::caption,
+                             "bannerOpenGuideButton", actions.onOpenGuide);
+        guide->setSymbol(QStringLiteral("book"));
+        row->addWidget(guide);
+    }
+    row->addWidget(button("Dismiss", ButtonStyle::plain, Tint::secondary, TextStyle::caption,
+                          "dismissErrorButton", actions.onDismiss));
+    row->addStretch(1);
+    return row;
+}
+
+}  // namespace
+
+QWidget* missingKeyBanner(const std::string& message, const BannerActions& actions) {
+    auto* outer = new QWidget;
+    outer->setObjectName(QStringLiteral("missingKeyBanner"));
+    auto* outerLayout = vstack(outer, 0);
+    outerLayout->setContentsMargins(12, 0, 12, 8);
+    auto* panel = new RoundedPanel(Tint::orange, 0.08, 8);
+    outerLayout->addWidget(panel);
+    auto* column = vstack(panel, 8, 12);
+    auto* heading = nestedHStack(column, 6);
+    heading->addWidget(
+        new SymbolView(QStringLiteral("key.fill"), Tint::orange, symbolSize(TextStyle::callout)));
+    auto* title = new StyledLabel(localized("Sagely needs an API key"), TextStyle::callout,
+                                  Tint::primary, {.bold = true});
+    title->setObjectName(QStringLiteral("missingKeyTitle"));
+    heading->addWidget(title, 1);
+    auto* explanation = textLabel(QString::fromStdString(message), Qt::PlainText,
+                                  TextStyle::caption, Tint::secondary);
+    explanation->setObjectName(QStringLiteral("missingKeyMessage"));
+    column->addWidget(explanation);
+    column->addLayout(missingKeyButtons(actions));
+    return outer;
+}
+
+QWidget* errorBanner(const std::string& error, const std::function<void()>& onDismiss) {
+    auto* panel = new RoundedPanel(Tint::orange, 0.1, 0);
+    panel->setObjectName(QStringLiteral("errorBanner"));
+    auto* row = hstack(panel, 8, 8);
+    row->addWidget(new SymbolView(QStringLiteral("exclamationmark.triangle.fill"), Tint::orange,
+                                  symbolSize(TextStyle::callout)),
+                   0, Qt::AlignTop);
+    auto* text = textLabel(QString::fromStdString(error), Qt::PlainText, TextStyle::callout);
+    text->setObjectName(QStringLiteral("errorText"));
+    row->addWidget(text, 1);
+    row->addWidget(button("Dismiss", ButtonStyle::plain, Tint::blue, TextStyle::callout,
+                          "dismissErrorButton", onDismiss),
+                   0, Qt::AlignTop);
+    return panel;
+}
+
+}  // namespace sagely::ui::detail

@@ -1,0 +1,168 @@
+#include "WorkspaceSidebar.h"
+
+#include "Primitives.h"
+#include "RelativeDate.h"
+
+#include <sagely/ui/AICoachAdapter.h>
+
+#include <QAction>
+#include <QEvent>
+#include <QListWidget>
+#include <QStackedWidget>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace sagely::ui::detail {
+namespace {
+
+constexpr int kIdRole = Qt::UserRole;
+constexpr int kUpdatedAtRole = Qt::UserRole + 1;
+
+}  // namespace
+
+WorkspaceSidebar::WorkspaceSidebar(AICoachAdapter& coach, QWidget* parent)
+    : QWidget(parent), m_coach(coach) {
+    setObjectName(QStringLiteral("sidebar"));
+    setMinimumWidth(160);
+    setMaximumWidth(220);
+    auto* column = vstack(this, 0);
+    column->addWidget(header());
+    column->addWidget(new Divider);
+    m_stack = new QStackedWidget;
+    m_stack->addWidget(emptyState());
+    m_list = new QListWidget;
+    m_list->setObjectName(QStringLiteral("conversationList"));
+    m_list->setFrameShape(QFrame::NoFrame);
+    m_list->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    applyListStyle();
+    m_stack->addWidget(m_list);
+    column->addWidget(m_stack, 1);
+    connect(m_list, &QListWidget::currentRowChanged, this, &WorkspaceSidebar::onRowChanged);
+    m_dateTimer = new QTimer(this);
+    m_dateTimer->setInterval(30'000);
+    connect(m_dateTimer, &QTimer::timeout, this, &WorkspaceSidebar::refreshDates);
+    m_dateTimer->start();
+    refresh();
+}
+
+void WorkspaceSidebar::applyListStyle() {
+    // A soft accent behind the selected row, so its text keeps its own colours.
+    const QColor accent = withOpacity(color(Tint::accent, palette()), 0.22);
+    m_list->setStyleSheet(
+        QStringLiteral("QListWidget { background: transparent; outline: none; }"
+                       "QListWidget::item { border-radius: 6px; margin: 1px 6px; }"
+                       "QListWidget::item:selected { background: rgba(%1,%2,%3,%4); }")
+            .arg(accent.red())
+            .arg(accent.green())
+            .arg(accent.blue())
+            .arg(QString::number(accent.alphaF(), 'f', 3)));
+}
+
+void WorkspaceSidebar::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange && m_list) applyListStyle();
+}
+
+QWidget* WorkspaceSidebar::header() {
+    auto* header = new QWidget;
+    auto* row = hstack(header, 8, 12);
+    row->addWidget(new StyledLabel(localized("Conversations"), TextStyle::headline));
+    row->addStretch(1);
+    auto* add = new SymbolButton(QStringLiteral("plus.circle.fill"), Tint::accent,
+                                 symbolSize(TextStyle::headline));
+    add->setObjectName(QStringLiteral("newConversationButton"));
+    add->setToolTip(localized("New Conversation"));
+    connect(add, &QPushButton::clicked, &m_coach, &AICoachAdapter::newConversation);
+    row->addWidget(add);
+    return header;
+}
+
+QWidget* WorkspaceSidebar::emptyState() {
+    auto* page = new QWidget;
+    page->setObjectName(QStringLiteral("sidebarEmptyState"));
+    auto* column = vstack(page, 12, 12);
+    column->addStretch(1);
+    auto* symbol =
+        new SymbolView(QStringLiteral("bubble.left.and.text.bubble.right"), Tint::secondary, 32);
+    column->addWidget(symbol, 0, Qt::AlignHCenter);
+    auto* title =
+        new StyledLabel(localized("No conversations yet"), TextStyle::callout, Tint::secondary);
+    column->addWidget(title, 0, Qt::AlignHCenter);
+    auto* hint =
+        new StyledLabel(localized("Click + to start chatting"), TextStyle::caption, Tint::tertiary);
+    column->addWidget(hint, 0, Qt::AlignHCenter);
+    column->addStretch(1);
+    return page;
+}
+
+void WorkspaceSidebar::refresh() {
+    const auto& conversations = m_coach.conversations();
+    m_stack->setCurrentIndex(conversations.empty() ? 0 : 1);
+    const QSignalBlocker blocker(m_list);
+    m_list->clear();
+    for (std::size_t i = 0; i < conversations.size(); ++i) {
+        auto* item = new QListWidgetItem(m_list);
+        item->setData(kIdRole, QString::fromStdString(conversations[i].id().toString()));
+        item->setData(kUpdatedAtRole, conversations[i].updatedAt().secondsSinceReferenceDate());
+        QWidget* widget = row(int(i));
+        item->setSizeHint(widget->sizeHint());
+        m_list->setItemWidget(item, widget);
+    }
+    syncSelection();
+}
+
+QWidget* WorkspaceSidebar::row(int index) {
+    const CoachConversation& conversation = m_coach.conversations()[std::size_t(index)];
+    auto* row = new QWidget;
+    row->setObjectName(QStringLiteral("conversationRow"));
+    auto* column = vstack(row, 2);
+    column->setContentsMargins(8, 5, 8, 5);
+    auto* title = new StyledLabel(QString::fromStdString(conversation.title()), TextStyle::callout);
+    title->setObjectName(QStringLiteral("conversationTitle"));
+    column->addWidget(title);
+    auto* date = new StyledLabel(relativeDateText(conversation.updatedAt(), Timestamp::now()),
+                                 TextStyle::caption2, Tint::secondary);
+    date->setObjectName(QStringLiteral("conversationDate"));
+    column->addWidget(date);
+    auto* remove = new QAction(localized("Delete"), row);
+    remove->setObjectName(QStringLiteral("deleteConversationAction"));
+    const QString id = QString::fromStdString(conversation.id().toString());
+    // Queued: deleting rebuilds the list, and with it the row whose menu is still closing.
+    connect(
+        remove, &QAction::triggered, &m_coach, [this, id] { m_coach.deleteConversation(id); },
+        Qt::QueuedConnection);
+    row->addAction(remove);
+    row->setContextMenuPolicy(Qt::ActionsContextMenu);
+    return row;
+}
+
+void WorkspaceSidebar::refreshDates() {
+    for (int i = 0; i < m_list->count(); ++i) {
+        QListWidgetItem* item = m_list->item(i);
+        auto* date =
+            m_list->itemWidget(item)->findChild<QLabel*>(QStringLiteral("conversationDate"));
+        const Timestamp updatedAt(item->data(kUpdatedAtRole).toDouble());
+        if (date) date->setText(relativeDateText(updatedAt, Timestamp::now()));
+    }
+}
+
+void WorkspaceSidebar::syncSelection() {
+    const QString current = m_coach.currentConversationId();
+    const QSignalBlocker blocker(m_list);
+    for (int i = 0; i < m_list->count(); ++i) {
+        if (m_list->item(i)->data(kIdRole).toString() == current) {
+            m_list->setCurrentRow(i);
+            return;
+        }
+    }
+    m_list->setCurrentRow(-1);
+    m_list->clearSelection();
+}
+
+void WorkspaceSidebar::onRowChanged(int row) {
+    if (row < 0) return;
+    m_coach.selectConversation(m_list->item(row)->data(kIdRole).toString());
+}
+
+}  // namespace sagely::ui::detail

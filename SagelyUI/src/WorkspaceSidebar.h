@@ -1,0 +1,47 @@
+// The workspace's sidebar: the "Conversations" header with the new-conversation button, and
+// either the empty state or the list of conversations (title and how long ago it changed), whose
+// selection follows the coach's current conversation. Each row offers "Delete" in its context
+// menu.
+#pragma once
+
+#include <QWidget>
+
+class QListWidget;
+class QStackedWidget;
+class QTimer;
+
+namespace sagely::ui {
+class AICoachAdapter;
+}
+
+namespace sagely::ui::detail {
+
+class WorkspaceSidebar : public QWidget {
+    Q_OBJECT
+public:
+    explicit WorkspaceSidebar(AICoachAdapter& coach, QWidget* parent = nullptr);
+
+    /// Rebuilds the rows from the coach's conversations.
+    void refresh();
+    /// Selects the row of the current conversation (or none) without asking the coach.
+    void syncSelection();
+    QListWidget* list() const { return m_list; }
+
+protected:
+    void changeEvent(QEvent* event) override;
+
+private:
+    void applyListStyle();
+    QWidget* header();
+    QWidget* emptyState();
+    QWidget* row(int index);
+    void refreshDates();
+    void onRowChanged(int row);
+
+    AICoachAdapter& m_coach;
+    QStackedWidget* m_stack;
+    QListWidget* m_list = nullptr;
+    QTimer* m_dateTimer;
+};
+
+}  // namespace sagely::ui::detail

@@ -1,0 +1,156 @@
+#include "cli/Commands.h"
+
+#include <algorithm>
+#include <string>
+
+namespace sagely::cli {
+namespace {
+
+const std::vector<DeclaredOption> kRunOptions = {
+    {"provider", true},  {"model", true},    {"endpoint", true}, {"guide", true}, {"summary", true},
+    {"namespace", true}, {"offline", false}, {"json", false},    {"new", false}};
+
+const std::vector<DeclaredOption> kPromptOptions = {
+    {"provider", true}, {"model", true},     {"endpoint", true}, {"guide", true},
+    {"summary", true},  {"namespace", true}, {"new", false}};
+
+constexpr std::string_view kRunOptionHelp =
+    "  --provider NAME   the provider for this run: apple, openai, anthropic, gemini, local,\n"
+    "                    custom, or a name such as \"Google Gemini\"\n"
+    "  --model ID        the model for this run\n"
+    "  --endpoint URL    the request URL for this run\n"
+    "  --guide FILE      the guide the coach answers from (default: the kit's bundled guide)\n"
+    "  --summary TEXT    a summary of the live configuration, placed in the prompt\n"
+    "  --namespace NAME  the conversation namespace (default: cli)\n"
+    "  --new             start a new conversation (default: go on with the latest one)\n";
+
+constexpr std::string_view kRunOnlyNote =
+    "Options apply to this run only; the saved settings change only with use, set and key.\n"
+    "OPENAI_API_KEY, ANTHROPIC_API_KEY and GEMINI_API_KEY supply a key for one run.\n";
+
+std::string askDetails() {
+    return "Asks the coach one question and prints its reply.\n\nOptions:\n" +
+           std::string(kRunOptionHelp) +
+           "  --offline         answer from the guide alone, without any model\n"
+           "  --json            print the reply as the kit's JSON message\n\n" +
+           std::string(kRunOnlyNote) +
+           "\nExit codes: 0 answered, 2 usage, 3 missing key or endpoint, or no answer offline,\n"
+           "4 provider or network failure, 130 interrupted (Ctrl-C).\n";
+}
+
+std::string chatDetails() {
+    return "Talks with the coach in one conversation. Type a question, or the number of a\n"
+           "suggestion shown under the last reply. Commands:\n"
+           "  /new        start a new conversation\n"
+           "  /list       list the conversations\n"
+           "  /switch N   go on with conversation N\n"
+           "  /delete N   delete conversation N\n"
+           "  /quit       leave (so does the end of input)\n\nOptions:\n" +
+           std::string(kRunOptionHelp) +
+           "  --offline         answer from the guide alone, without any model\n"
+           "  --json            print each reply as the kit's JSON message\n\n" +
+           std::string(kRunOnlyNote);
+}
+
+std::string promptDetails() {
+    return "Prints what the model would be sent for the question, as JSON: \"systemPrompt\", the\n"
+           "system prompt built for it, and \"messages\", the budgeted list of {role, content}\n"
+           "exactly as the client sends it. Nothing is asked and nothing is saved.\n\nOptions:\n" +
+           std::string(kRunOptionHelp);
+}
+
+std::vector<Command> buildCommands() {
+    static const std::string ask = askDetails(), chat = chatDetails(), prompt = promptDetails();
+    return {
+        {"ask", "usage: sagely ask [options] QUESTION", "ask one question and print the reply", ask,
+         kRunOptions, askCommand},
+        {"chat", "usage: sagely chat [options]", "talk with the coach in one conversation", chat,
+         kRunOptions, chatCommand},
+        {"prompt", "usage: sagely prompt [options] QUESTION",
+         "show what the model would be sent, as JSON", prompt, kPromptOptions, promptCommand},
+        {"use",
+         "usage: sagely use PROVIDER [--model ID] [--endpoint URL]",
+         "choose the provider (and its model and endpoint)",
+         "Saves the provider, and optionally its model and endpoint (an empty URL clears it).\n"
+         "Each provider keeps its own model, endpoint and key.\n",
+         {{"model", true}, {"endpoint", true}},
+         useCommand},
+        {"set",
+         "usage: sagely set temperature|max-tokens VALUE",
+         "set the temperature or the reply length",
+         "temperature: 0.0 to 1.2 in steps of 0.1; max-tokens: 256 to 8192 in steps of 256.\n",
+         {},
+         setCommand},
+        {"key",
+         "usage: sagely key set|clear PROVIDER",
+         "save or remove a provider's API key",
+         "set reads the key from standard input (not echoed on a terminal), never from the\n"
+         "command line, and keeps it in the system's secret store; clear removes it.\n",
+         {},
+         keyCommand},
+        {"settings",
+         "usage: sagely settings",
+         "show the saved settings",
+         "Shows the provider, model, endpoint, temperature, max tokens and which providers\n"
+         "have a saved key (never the key itself).\n",
+         {},
+         settingsCommand},
+        {"status",
+         "usage: sagely status",
+         "show whether the on-device model can be used",
+         "Shows the on-device model's status, its detail, and the setup steps when it is not\n"
+         "ready.\n",
+         {},
+         statusCommand},
+        {"providers",
+         "usage: sagely providers",
+         "list the providers and their models",
+         "Lists every provider with its id, whether it needs a key, and its suggested models.\n",
+         {},
+         providersCommand},
+        {"history",
+         "usage: sagely history [list|show N|delete N] [--namespace NAME]",
+         "list, show or delete saved conversations",
+         "Conversations are numbered newest first, as `history list` shows them.\n\nOptions:\n"
+         "  --namespace NAME  the conversation namespace (default: cli)\n",
+         {{"namespace", true}},
+         historyCommand},
+        {"format",
+         "usage: sagely format [--normalize|--blocks|--steps]",
+         "run the reply formatter on standard input",
+         "Reads a reply from standard input. Without an option it prints it as `ask` would.\n"
+         "  --normalize  the repaired text\n"
+         "  --blocks     its paragraphs, as a JSON array of strings\n"
+         "  --steps      its procedure as JSON {\"intro\", \"steps\": [{\"title\", "
+         "\"details\"}]},\n"
+         "               or null when it is not a procedure of two or more steps\n",
+         {{"normalize", false}, {"blocks", false}, {"steps", false}},
+         formatCommand},
+    };
+}
+
+}  // namespace
+
+const std::vector<Command>& commands() {
+    static const std::vector<Command> table = buildCommands();
+    return table;
+}
+
+const Command* findCommand(std::string_view name) {
+    const auto& table = commands();
+    auto it = std::find_if(table.begin(), table.end(),
+                           [&](const Command& command) { return command.name == name; });
+    return it == table.end() ? nullptr : &*it;
+}
+
+std::string overallUsage() {
+    std::string text = "usage: sagely COMMAND [options]\n\nCommands:\n";
+    for (const auto& command : commands()) {
+        std::string name(command.name);
+        name.resize(11, ' ');
+        text += "  " + name + std::string(command.summary) + "\n";
+    }
+    return text + "\nRun `sagely COMMAND --help` for a command's options.\n";
+}
+
+}  // namespace sagely::cli

@@ -1,0 +1,59 @@
+// sagely history [list|show N|delete N] — the saved conversations of a namespace, read and
+// changed through a coach on the real settings store, as any host of the kit would.
+#include "cli/Commands.h"
+#include "cli/ConversationList.h"
+#include "cli/InlineMarkdown.h"
+#include "cli/Rendering.h"
+#include "cli/RunSettings.h"
+
+#include <sagely/AICoach.h>
+#include <sagely/MainExecutor.h>
+
+#include <ostream>
+
+namespace sagely::cli {
+namespace {
+
+const CoachConversation& pick(const AICoach& coach, const std::vector<std::string>& words) {
+    if (words.size() != 2) throw UsageError(words[0] + " needs one conversation number");
+    const auto& list = coach.conversations().get();
+    const auto number = parseListNumber(words[1]);
+    if (!number || *number > list.size())
+        throw UsageError("no conversation number " + words[1] + " (there are " +
+                         std::to_string(list.size()) + ")");
+    return list[*number - 1];
+}
+
+void show(const CoachConversation& conversation, Host& host) {
+    const Renderer renderer(host.usesColor());
+    host.out << renderer.styled(conversation.title(), ansi::bold) << "\n";
+    for (const auto& message : conversation.messages())
+        host.out << "\n" << renderer.historyMessage(message);
+}
+
+}  // namespace
+
+int historyCommand(const ParsedArguments& arguments, Host& host) {
+    std::vector<std::string> words = arguments.positionals();
+    if (words.empty()) words.push_back("list");
+    const std::string& action = words[0];
+    if (action != "list" && action != "show" && action != "delete")
+        throw UsageError("unknown history action '" + action + "' (list, show or delete)");
+    if (action == "list" && words.size() > 1)
+        throw UsageError("unexpected argument '" + words[1] + "'");
+    auto store = openSavedSettings(host);
+    AICoach coach(std::make_shared<ManualExecutor>(), nullptr, store.get(),
+                  namespaceArgument(arguments));
+    if (action == "list") {
+        host.out << listConversations(coach.conversations().get(), std::nullopt);
+    } else if (action == "show") {
+        show(pick(coach, words), host);
+    } else {
+        const CoachConversation chosen = pick(coach, words);
+        coach.deleteConversation(chosen);
+        host.out << "Deleted " << quotedTitle(chosen) << ".\n";
+    }
+    return exitOk;
+}
+
+}  // namespace sagely::cli

@@ -1,0 +1,120 @@
+#include "cli/RunSettings.h"
+
+#include "cli/ProviderNames.h"
+
+#include <sagely/SagelyKnowledge.h>
+#include <sagely/Text.h>
+
+#include <stdlib.h>
+
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+namespace sagely::cli {
+namespace {
+
+std::string readGuideFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    if (!file || !(text << file.rdbuf()))
+        throw UsageError("cannot read the guide file '" + path + "'");
+    return text.str();
+}
+
+Provider providerArgument(const std::string& word) {
+    if (auto provider = parseProvider(word)) return *provider;
+    throw UsageError("unknown provider '" + word + "' (choose one of " + providerChoices() + ")");
+}
+
+// The model and endpoint the saved settings hold for a provider: the live ones for the current
+// provider, the remembered profile for another, the provider's defaults when there is none.
+CoachSettingsStore::ProviderProfile savedProfile(const CoachSettingsStore& saved,
+                                                 Provider provider) {
+    if (provider == saved.provider.get()) return {saved.model.get(), saved.customEndpoint.get()};
+    const auto& profiles = saved.providerProfiles();
+    if (auto it = profiles.find(std::string(storageID(provider))); it != profiles.end())
+        return it->second;
+    return {CoachConfig::defaultModel(provider), ""};
+}
+
+std::string runKey(const CoachSettingsStore& saved, Provider provider, const Host& host) {
+    if (auto variable = apiKeyVariable(provider)) {
+        if (auto value = host.env(*variable); value && !text::isBlank(*value)) return *value;
+    }
+    return saved.savedAPIKey(provider);
+}
+
+}  // namespace
+
+RunOptions RunOptions::fromArguments(const ParsedArguments& arguments) {
+    RunOptions options;
+    if (auto word = arguments.value("provider")) options.provider = providerArgument(*word);
+    options.model = arguments.value("model");
+    options.endpoint = arguments.value("endpoint");
+    options.summary = arguments.value("summary");
+    options.conversationNamespace = namespaceArgument(arguments);
+    auto guideFile = arguments.value("guide");
+    options.guide = guideFile ? readGuideFile(*guideFile) : SagelyKnowledge::bundledGuideText();
+    options.offline = arguments.has("offline");
+    options.json = arguments.has("json");
+    options.startNew = arguments.has("new");
+    return options;
+}
+
+std::string namespaceArgument(const ParsedArguments& arguments) {
+    std::string space = arguments.value("namespace").value_or(kDefaultNamespace);
+    if (space.empty() || space.find('/') != std::string::npos)
+        throw UsageError("the namespace must be a non-empty name without '/'");
+    return space;
+}
+
+std::shared_ptr<StaticCoachContextProvider> makeContextProvider(const RunOptions& options) {
+    return std::make_shared<StaticCoachContextProvider>("sagely", options.summary.value_or(""),
+                                                        options.guide);
+}
+
+std::unique_ptr<CoachSettingsStore> openSavedSettings(const Host& host) {
+    CoachSettingsStore::Options options;
+    options.secretStore = host.secretStore;
+    options.storageRoot = host.storageRoot;
+    return std::make_unique<CoachSettingsStore>(kKeychainService, kKeychainAccount, options);
+}
+
+PrivateFolder::PrivateFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "sagely-run-XXXXXX").string();
+    if (!mkdtemp(pattern.data()))
+        throw std::system_error(errno, std::generic_category(), "cannot create a temporary folder");
+    m_path = pattern;
+}
+
+PrivateFolder::~PrivateFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+RunSettings::RunSettings(const CoachSettingsStore& saved, const RunOptions& options,
+                         const Host& host) {
+    CoachSettingsStore::Options storeOptions;
+    storeOptions.secretStore = std::make_shared<InMemorySecretStore>();
+    storeOptions.storageRoot = m_folder.path();
+    m_store =
+        std::make_unique<CoachSettingsStore>(kKeychainService, kKeychainAccount, storeOptions);
+
+    const Provider provider = options.provider.value_or(saved.provider.get());
+    const auto profile = savedProfile(saved, provider);
+    m_store->selectProvider(provider);
+    m_store->model.set(options.model.value_or(profile.model));
+    m_store->customEndpoint.set(options.endpoint.value_or(profile.customEndpoint));
+    m_store->temperature.set(saved.temperature.get());
+    m_store->maxTokens.set(saved.maxTokens.get());
+    m_store->apiKey.set(runKey(saved, provider, host));
+}
+
+RunSettings::~RunSettings() = default;
+
+std::filesystem::path RunSettings::conversationURL(const std::string& conversationNamespace) const {
+    return m_store->conversationURL(conversationNamespace);
+}
+
+}  // namespace sagely::cli

@@ -1,0 +1,86 @@
+// RunSettings — the configuration of one `ask`, `chat` or `prompt` run.
+//
+// The user's saved settings (the kit's settings store on the real storage folder and secret
+// store) are never changed by a run: options such as --provider and keys from OPENAI_API_KEY
+// and friends apply to this run only. So the run gets a settings store of its own, on a private
+// temporary folder with an in-memory secret store, seeded from the saved settings and then given
+// the run's options. The coach reads its configuration from that store. The private folder is
+// removed when the run ends.
+//
+// Thread rules: main thread only, like the stores it holds.
+#pragma once
+
+#include "cli/Arguments.h"
+#include "cli/Host.h"
+
+#include <sagely/CoachConfig.h>
+#include <sagely/CoachSettingsStore.h>
+#include <sagely/StaticCoachContextProvider.h>
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace sagely::cli {
+
+/// The keychain service and account of the kit's shared store; the CLI uses the same items.
+inline constexpr const char* kKeychainService = "com.brindlewood.sagely";
+inline constexpr const char* kKeychainAccount = "coach-api-key";
+inline constexpr const char* kDefaultNamespace = "cli";
+
+/// The options shared by ask, chat and prompt.
+struct RunOptions {
+    std::optional<Provider> provider;
+    std::optional<std::string> model;
+    std::optional<std::string> endpoint;
+    std::optional<std::string> summary;
+    std::string guide;  // the guide text the context provider offers
+    std::string conversationNamespace = kDefaultNamespace;
+    bool offline = false;
+    bool json = false;
+    bool startNew = false;
+
+    /// Reads the options; an unknown provider or an unreadable guide file is a UsageError.
+    static RunOptions fromArguments(const ParsedArguments& arguments);
+};
+
+/// The --namespace option (default "cli"); a UsageError unless it is a plain file-name part.
+std::string namespaceArgument(const ParsedArguments& arguments);
+
+/// What the run tells the coach about its host: the guide, the --summary text, and a title that
+/// reads "No live app activity is connected for sagely." as recent activity.
+std::shared_ptr<StaticCoachContextProvider> makeContextProvider(const RunOptions& options);
+
+/// The user's saved settings: the kit's store on the host's storage folder and secret store.
+std::unique_ptr<CoachSettingsStore> openSavedSettings(const Host& host);
+
+/// A fresh, empty folder under the system's temporary folder, removed with its content.
+class PrivateFolder {
+public:
+    PrivateFolder();
+    ~PrivateFolder();
+    PrivateFolder(const PrivateFolder&) = delete;
+    PrivateFolder& operator=(const PrivateFolder&) = delete;
+    const std::filesystem::path& path() const { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+class RunSettings {
+public:
+    RunSettings(const CoachSettingsStore& saved, const RunOptions& options, const Host& host);
+    ~RunSettings();
+
+    CoachSettingsStore& store() { return *m_store; }
+    CoachConfig config() const { return m_store->config(); }
+    /// Where this run's store keeps its copy of a namespace's conversations.
+    std::filesystem::path conversationURL(const std::string& conversationNamespace) const;
+
+private:
+    PrivateFolder m_folder;
+    std::unique_ptr<CoachSettingsStore> m_store;
+};
+
+}  // namespace sagely::cli

@@ -1,0 +1,141 @@
+// sagely use, set and settings — the saved settings, through the kit's settings store.
+#include "cli/Commands.h"
+#include "cli/ProviderNames.h"
+#include "cli/RunSettings.h"
+
+#include <sagely/LLMClient.h>
+#include <sagely/Text.h>
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <ostream>
+
+namespace sagely::cli {
+namespace {
+
+constexpr double kTemperatureMin = 0.0, kTemperatureMax = 1.2;
+constexpr std::int64_t kMaxTokensMin = 256, kMaxTokensMax = 8192, kMaxTokensStep = 256;
+
+std::string formatTemperature(double value) {
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.1f", value);
+    return buffer;
+}
+
+std::optional<double> parseNumber(const std::string& word) {
+    double value = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (word.empty() || error != std::errc() || end != word.data() + word.size() ||
+        !std::isfinite(value))
+        return std::nullopt;
+    return value;
+}
+
+// A temperature the settings view's slider can hold: 0.0 to 1.2 in tenths.
+double temperatureArgument(const std::string& word) {
+    const auto value = parseNumber(word);
+    const double tenths = value ? std::round(*value * 10) : 0;
+    if (!value || *value < kTemperatureMin - 1e-9 || *value > kTemperatureMax + 1e-9 ||
+        std::abs(*value * 10 - tenths) > 1e-6)
+        throw UsageError("temperature must be 0.0 to 1.2 in steps of 0.1 (got '" + word + "')");
+    return tenths / 10;
+}
+
+// A reply length the settings view's stepper can hold: 256 to 8192 in steps of 256.
+std::int64_t maxTokensArgument(const std::string& word) {
+    std::int64_t value = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (word.empty() || error != std::errc() || end != word.data() + word.size() ||
+        value < kMaxTokensMin || value > kMaxTokensMax || value % kMaxTokensStep != 0)
+        throw UsageError("max-tokens must be 256 to 8192 in steps of 256 (got '" + word + "')");
+    return value;
+}
+
+std::string endpointLine(const CoachSettingsStore& store) {
+    const CoachConfig config = store.config();
+    if (!config.customEndpoint.empty()) return config.customEndpoint;
+    if (auto url = LLMClient::endpointURL(config)) return *url + " (default)";
+    if (config.provider == Provider::apple) return "on this device (no endpoint)";
+    return "none — set one with `sagely use custom --endpoint URL`";
+}
+
+std::string modelLine(const CoachSettingsStore& store) {
+    const CoachConfig config = store.config();
+    return config.resolvedModel() + (config.model.empty() ? " (default)" : "");
+}
+
+std::string savedKeysLine(const CoachSettingsStore& store) {
+    std::string line;
+    for (Provider provider : CoachConfig::allProviders()) {
+        if (CoachConfig::isKeylessProvider(provider) || !store.hasSavedKey(provider)) continue;
+        if (!line.empty()) line += ", ";
+        line += storageID(provider);
+    }
+    return line.empty() ? "none" : line;
+}
+
+std::string keyHint(const CoachSettingsStore& store, Provider provider) {
+    if (CoachConfig::isKeylessProvider(provider) || store.hasSavedKey(provider)) return {};
+    return "No key is saved for " + std::string(rawValue(provider)) + ": run `sagely key set " +
+           std::string(storageID(provider)) + "`.\n";
+}
+
+void printSettings(const CoachSettingsStore& store, std::ostream& out) {
+    const Provider provider = store.provider.get();
+    out << "Provider:     " << rawValue(provider) << " (" << storageID(provider) << ")\n"
+        << "Model:        " << modelLine(store) << "\n"
+        << "Endpoint:     " << endpointLine(store) << "\n"
+        << "Temperature:  " << formatTemperature(store.temperature.get()) << "\n"
+        << "Max tokens:   " << store.maxTokens.get() << "\n"
+        << "Saved keys:   " << savedKeysLine(store) << "\n";
+}
+
+void expectNoArguments(const ParsedArguments& arguments) {
+    if (!arguments.positionals().empty())
+        throw UsageError("unexpected argument '" + arguments.positionals().front() + "'");
+}
+
+}  // namespace
+
+int useCommand(const ParsedArguments& arguments, Host& host) {
+    const auto& words = arguments.positionals();
+    if (words.empty()) throw UsageError("a provider is needed (" + providerChoices() + ")");
+    if (words.size() > 1) throw UsageError("unexpected argument '" + words[1] + "'");
+    const auto provider = parseProvider(words[0]);
+    if (!provider)
+        throw UsageError("unknown provider '" + words[0] + "' (choose one of " + providerChoices() +
+                         ")");
+    auto store = openSavedSettings(host);
+    store->selectProvider(*provider);
+    if (auto model = arguments.value("model")) store->model.set(*model);
+    if (auto endpoint = arguments.value("endpoint")) store->customEndpoint.set(*endpoint);
+    printSettings(*store, host.out);
+    host.out << keyHint(*store, *provider);
+    return exitOk;
+}
+
+int setCommand(const ParsedArguments& arguments, Host& host) {
+    const auto& words = arguments.positionals();
+    if (words.size() != 2) throw UsageError("a setting and a value are needed");
+    if (words[0] == "temperature") {
+        const double value = temperatureArgument(words[1]);
+        openSavedSettings(host)->temperature.set(value);
+        host.out << "Temperature: " << formatTemperature(value) << "\n";
+    } else if (words[0] == "max-tokens") {
+        const std::int64_t value = maxTokensArgument(words[1]);
+        openSavedSettings(host)->maxTokens.set(value);
+        host.out << "Max tokens: " << value << "\n";
+    } else {
+        throw UsageError("unknown setting '" + words[0] + "' (temperature or max-tokens)");
+    }
+    return exitOk;
+}
+
+int settingsCommand(const ParsedArguments& arguments, Host& host) {
+    expectNoArguments(arguments);
+    printSettings(*openSavedSettings(host), host.out);
+    return exitOk;
+}
+
+}  // namespace sagely::cli

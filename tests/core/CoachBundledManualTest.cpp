@@ -1,0 +1,176 @@
+#include <sagely/CoachBundledManual.h>
+#include <sagely/SagelyKnowledge.h>
+
+#include "KnowledgeSources.h"
+#include "ResourceBundle.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace fs = std::filesystem;
+using sagely::CoachBundledManual;
+using sagely::SagelyKnowledge;
+using sagely::detail::ResourceLocations;
+using sagely::testing::TemporaryDirectory;
+using sagely::testing::writeFile;
+
+namespace {
+
+const std::string kCompleteManual =
+    "# Manual\n## 1. Getting Started\nHello.\n## 19. Speech & Voice Control\nTalk to it.\n";
+const std::string kTruncatedManual = "# Manual\n## 1. Getting Started\nHello.\n## 18. Sharing\n";
+const std::string kKitGuide = "## Kit Guide\nAsk good questions.\n";
+const std::string kFallback =
+    "Sagely helps users understand apps, settings, workflows, and troubleshooting.";
+
+// A kit resource directory and a host resource directory in a temporary folder.
+class KnowledgeFixture : public ::testing::Test {
+protected:
+    KnowledgeFixture() {
+        fs::create_directories(kitBundle());
+        fs::create_directories(hostDirectory());
+    }
+    fs::path kitBundle() const { return m_root.path() / "lib" / "SagelyKit_SagelyCore.bundle"; }
+    fs::path hostDirectory() const { return m_root.path() / "host"; }
+    ResourceLocations locations() const { return {kitBundle(), {hostDirectory()}}; }
+    std::optional<std::string> manualText() const {
+        return sagely::detail::bundledManualText(locations());
+    }
+    std::string guideText() const { return sagely::detail::bundledGuideText(locations()); }
+
+    TemporaryDirectory m_root;
+};
+
+using BundledManual = KnowledgeFixture;
+using BundledGuideText = KnowledgeFixture;
+
+}  // namespace
+
+TEST(CompleteManual, IsRecognisedByItsLastChapterHeading) {
+    EXPECT_EQ(CoachBundledManual::completenessMarker, "## 19. Speech & Voice Control");
+    EXPECT_TRUE(CoachBundledManual::isCompleteManual(kCompleteManual));
+    EXPECT_FALSE(CoachBundledManual::isCompleteManual(kTruncatedManual));
+    EXPECT_FALSE(CoachBundledManual::isCompleteManual("## 19. Speech"));
+    EXPECT_FALSE(CoachBundledManual::isCompleteManual(""));
+}
+
+TEST_F(BundledManual, PrefersTheHostsCompleteManualWhenTheKitHasNone) {
+    writeFile(kitBundle() / "SagelyGuide.md", kKitGuide);
+    writeFile(hostDirectory() / "MANUAL.md", kCompleteManual);
+    EXPECT_EQ(manualText(), kCompleteManual);
+    EXPECT_EQ(guideText(), kCompleteManual);
+}
+
+TEST_F(BundledManual, IgnoresATruncatedManualAndReturnsTheKitGuide) {
+    writeFile(kitBundle() / "SagelyGuide.md", kKitGuide);
+    writeFile(kitBundle() / "MANUAL.md", kTruncatedManual);
+    writeFile(hostDirectory() / "MANUAL.md", kTruncatedManual);
+    EXPECT_EQ(manualText(), kKitGuide);
+    EXPECT_EQ(guideText(), kKitGuide);
+}
+
+TEST_F(BundledManual, TakesTheKitsCompleteManualBeforeTheHosts) {
+    writeFile(kitBundle() / "MANUAL.md", kCompleteManual + "kit\n");
+    writeFile(hostDirectory() / "MANUAL.md", kCompleteManual + "host\n");
+    EXPECT_EQ(manualText(), kCompleteManual + "kit\n");
+}
+
+TEST_F(BundledManual, FindsAGuideInTheHostsResourcesToo) {
+    writeFile(hostDirectory() / "SagelyGuide.md", "## Host Guide\n");
+    EXPECT_EQ(manualText(), "## Host Guide\n");
+}
+
+TEST_F(BundledManual, SkipsEmptyAndUnreadableFiles) {
+    writeFile(kitBundle() / "SagelyGuide.md", "");
+    writeFile(hostDirectory() / "SagelyGuide.md", kKitGuide);
+    EXPECT_EQ(manualText(), kKitGuide);
+
+    writeFile(hostDirectory() / "SagelyGuide.md", std::string("\xC3\x28 not UTF-8"));
+    EXPECT_EQ(manualText(), std::nullopt);
+    fs::create_directories(hostDirectory() / "MANUAL.md");  // a folder, not a file
+    EXPECT_EQ(manualText(), std::nullopt);
+}
+
+TEST_F(BundledManual, IsNoneWhenNoGuideExistsAnywhere) {
+    EXPECT_EQ(manualText(), std::nullopt);
+}
+
+TEST_F(BundledGuideText, FallsBackToOneSentenceWhenNoGuideExistsAnywhere) {
+    EXPECT_EQ(guideText(), kFallback);
+    EXPECT_EQ(SagelyKnowledge::fallbackGuideText, kFallback);
+}
+
+TEST_F(BundledGuideText, ReturnsTheKitGuideWithoutACompleteManual) {
+    writeFile(kitBundle() / "SagelyGuide.md", kKitGuide);
+    EXPECT_EQ(guideText(), kKitGuide);
+}
+
+TEST_F(BundledGuideText, ReadsTheKitGuideEvenWhenTheHostListsNoDirectories) {
+    writeFile(kitBundle() / "SagelyGuide.md", kKitGuide);
+    EXPECT_EQ(sagely::detail::bundledGuideText({kitBundle(), {}}), kKitGuide);
+}
+
+// --- Locating the resource directory ---------------------------------------------------------
+
+TEST(ResourceBundleLookup, TakesTheFirstCandidateThatHoldsTheDirectory) {
+    TemporaryDirectory root;
+    fs::create_directories(root.path() / "empty");
+    fs::create_directories(root.path() / "second" / "SagelyKit_SagelyCore.bundle");
+    fs::create_directories(root.path() / "third" / "SagelyKit_SagelyCore.bundle");
+    writeFile(root.path() / "file" / "SagelyKit_SagelyCore.bundle", "not a directory");
+    auto found = sagely::detail::findResourceBundle({root.path() / "missing", root.path() / "empty",
+                                                     root.path() / "file", root.path() / "second",
+                                                     root.path() / "third"});
+    EXPECT_EQ(found, root.path() / "second" / "SagelyKit_SagelyCore.bundle");
+    EXPECT_EQ(sagely::detail::findResourceBundle({root.path() / "empty"}), std::nullopt);
+    EXPECT_EQ(sagely::detail::findResourceBundle({}), std::nullopt);
+}
+
+TEST(ResourceBundleLookupDeathTest, StopsTheProcessWhenTheDirectoryIsMissing) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    TemporaryDirectory root;
+    EXPECT_DEATH(sagely::detail::resourceBundleOrAbort({root.path()}),
+                 "unable to find bundle named SagelyKit_SagelyCore");
+}
+
+TEST(ResourceBundleLookup, SearchesTheHostsFoldersTheLibrarysFolderAndTheExecutablesFolder) {
+    fs::path executable = fs::read_symlink("/proc/self/exe");
+    fs::path folder = executable.parent_path();
+    auto paths = sagely::detail::platformResourceSearchPaths();
+    EXPECT_EQ(paths.hostResourceDirectories,
+              (std::vector<fs::path>{folder, folder / ".." / "share" / executable.filename()}));
+    ASSERT_EQ(paths.bundleCandidates.size(), 4u);
+    EXPECT_EQ(paths.bundleCandidates[0], folder);
+    EXPECT_EQ(paths.bundleCandidates[1], paths.hostResourceDirectories[1]);
+    EXPECT_FALSE(paths.bundleCandidates[2].empty());  // where the kit's code was loaded from
+    EXPECT_EQ(paths.bundleCandidates[3], folder);
+}
+
+TEST(ResourceBundleLookup, FindsTheShippedGuideBesideTheProgram) {
+    fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+    EXPECT_EQ(sagely::detail::resourceBundleDirectory(), folder / "SagelyKit_SagelyCore.bundle");
+    std::optional<std::string> text = CoachBundledManual::text();
+    ASSERT_TRUE(text.has_value());
+    EXPECT_EQ(*text,
+              sagely::testing::readFile(folder / "SagelyKit_SagelyCore.bundle" / "SagelyGuide.md"));
+    EXPECT_EQ(SagelyKnowledge::bundledGuideText(), *text);
+}
+
+TEST(ShippedGuide, IsAUsefulGuideWithLevelTwoSections) {
+    fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+    std::string guide =
+        sagely::testing::readFile(folder / "SagelyKit_SagelyCore.bundle" / "SagelyGuide.md");
+    EXPECT_GE(guide.size(), 6u * 1024);
+    EXPECT_LE(guide.size(), 12u * 1024);
+    for (const char* heading :
+         {"\n## Asking Good Questions\n", "\n## Setup Guides\n", "\n## API Keys\n",
+          "\n## Privacy and the On-Device Model\n", "\n## Local Answers\n", "\n## Conversations\n",
+          "\n## Troubleshooting: Missing API Key\n", "\n## Troubleshooting: Rate Limits\n",
+          "\n## Troubleshooting: Ollama Is Not Running\n",
+          "\n## Troubleshooting: Custom Endpoints\n"})
+        EXPECT_NE(guide.find(heading), std::string::npos) << heading;
+}

@@ -1,0 +1,95 @@
+#include <sagely/CoachGuideAnswers.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using sagely::answerFromGuide;
+using sagely::CoachCard;
+using sagely::CoachLocalActionResult;
+
+namespace {
+
+const std::string kGuide =
+    "## Setup Guides\n"
+    "Start here to set up the app.\n"
+    "### Set Up Speech\n"
+    "Enable speech input in Settings.\n"
+    "### Set Up Coach\n"
+    "Pick a provider and paste a key.\n"
+    "## Keyboard Shortcuts\n"
+    "Press Command-K to open the palette.\n"
+    "## Permissions\n"
+    "Grant microphone permission for voice control.\n"
+    "## Speech & Voice Control\n"
+    "Push-to-talk and dictation.\n";
+
+CoachCard guideCard(std::string title, std::vector<std::string> suggestions) {
+    CoachCard card;
+    card.style = CoachCard::Style::info;
+    card.title = std::move(title);
+    card.subtitle = "From the guide";
+    card.suggestions = std::move(suggestions);
+    return card;
+}
+
+}  // namespace
+
+TEST(GuideAnswers, AnswerWithTheBestSectionAndSuggestTheNextBest) {
+    auto answer = answerFromGuide(kGuide, "Which keyboard shortcut opens permissions?");
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(answer->message, "Press Command-K to open the palette.");
+    EXPECT_EQ(answer->card, guideCard("Keyboard Shortcuts", {"Tell me about Permissions"}));
+    EXPECT_FALSE(answer->lesson.has_value());
+}
+
+TEST(GuideAnswers, SuggestAtMostThreeSectionsInRankOrder) {
+    std::string guide = kGuide + "## Speech Tips\nspeech\n";
+    auto answer = answerFromGuide(guide, "How do I set up speech?");
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(answer->message, "Enable speech input in Settings.");
+    EXPECT_EQ(answer->card,
+              guideCard("Set Up Speech", {"Tell me about Setup Guides", "Tell me about Speech Tips",
+                                          "Tell me about Speech & Voice Control"}));
+}
+
+TEST(GuideAnswers, OfferNoSuggestionsWhenOnlyOneSectionMatches) {
+    auto answer = answerFromGuide(kGuide, "palette");
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(answer->card, guideCard("Keyboard Shortcuts", {}));
+}
+
+TEST(GuideAnswers, AreNoneWhenNoSectionScores) {
+    EXPECT_FALSE(answerFromGuide(kGuide, "What is this app?").has_value());
+    EXPECT_FALSE(answerFromGuide(kGuide, "quantum entanglement").has_value());
+    EXPECT_FALSE(answerFromGuide("", "palette").has_value());
+}
+
+TEST(GuideAnswers, PassOverSectionsWithoutABody) {
+    auto answer = answerFromGuide("## Widget\n\n## More\nwidget body\n", "widget");
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(answer->message, "widget body");
+    EXPECT_EQ(answer->card, guideCard("More", {}));
+    EXPECT_FALSE(answerFromGuide("## Widget\n\n## Other\nnothing\n", "widget").has_value());
+}
+
+TEST(GuideAnswers, AnswerFromAGuideWithoutHeadingsAsItsIntroduction) {
+    auto answer = answerFromGuide("Widgets live in the sidebar.", "widgets");
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(answer->message, "Widgets live in the sidebar.");
+    EXPECT_EQ(answer->card, guideCard("Introduction", {}));
+}
+
+TEST(GuideAnswerResolver, AnswersLikeTheFunctionFromItsOwnCopyOfTheGuide) {
+    sagely::CoachLocalActionResolver resolver;
+    {
+        std::string guide = kGuide;
+        resolver = sagely::makeGuideAnswerResolver(guide);
+        guide.assign("## Nothing\nhere\n");
+    }
+    auto answer = resolver("Which keyboard shortcut opens permissions?");
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(answer->message, "Press Command-K to open the palette.");
+    EXPECT_EQ(answer->card, guideCard("Keyboard Shortcuts", {"Tell me about Permissions"}));
+    EXPECT_FALSE(resolver("Tell me about this app").has_value());
+}

@@ -1,0 +1,164 @@
+#include "support/FakeOnDeviceModel.h"
+
+#include <sagely/CoachLLMError.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace sagely::testing {
+
+class FakeOnDeviceModel::Session final : public OnDeviceSession {
+public:
+    Session(std::shared_ptr<FakeOnDeviceModel> owner, std::string model, std::size_t number)
+        : m_owner(std::move(owner)), m_model(std::move(model)), m_number(number) {}
+
+    std::string respond(const std::string& prompt, const OnDeviceGenerationOptions& options,
+                        const CancellationToken& cancellation) override {
+        if (cancellation.stopRequested()) throw CancelledError();
+        return m_owner->respond(m_model, m_number, prompt, options);
+    }
+
+private:
+    std::shared_ptr<FakeOnDeviceModel> m_owner;
+    std::string m_model;
+    std::size_t m_number;
+};
+
+class FakeOnDeviceModel::Model final : public OnDeviceLanguageModel {
+public:
+    Model(std::shared_ptr<FakeOnDeviceModel> owner, std::string label,
+          OnDeviceAvailability availability)
+        : m_owner(std::move(owner)), m_label(std::move(label)), m_availability(availability) {}
+
+    OnDeviceAvailability availability() const override { return m_availability; }
+    std::unique_ptr<OnDeviceSession> makeSession() override {
+        return std::make_unique<Session>(m_owner, m_label, m_owner->openSession());
+    }
+
+private:
+    std::shared_ptr<FakeOnDeviceModel> m_owner;
+    std::string m_label;
+    OnDeviceAvailability m_availability;
+};
+
+FakeOnDeviceModel::Answer FakeOnDeviceModel::exceededContextWindow() {
+    return failure(OnDeviceGenerationError(OnDeviceGenerationError::Kind::exceededContextWindowSize,
+                                           "Exceeded model context window size"));
+}
+
+FakeOnDeviceModel::Answer FakeOnDeviceModel::generationError(std::string description) {
+    return failure(OnDeviceGenerationError(OnDeviceGenerationError::Kind::other, description));
+}
+
+void FakeOnDeviceModel::setDefaultAvailability(OnDeviceAvailability availability) {
+    std::lock_guard lock(m_mutex);
+    m_defaultAvailability = availability;
+}
+
+void FakeOnDeviceModel::setContentTaggingAvailability(OnDeviceAvailability availability) {
+    std::lock_guard lock(m_mutex);
+    m_contentTaggingAvailability = availability;
+}
+
+void FakeOnDeviceModel::addAdapter(const std::string& name) {
+    std::lock_guard lock(m_mutex);
+    m_adapters.push_back(name);
+}
+
+void FakeOnDeviceModel::addAdapterFile(const std::string& path) {
+    std::lock_guard lock(m_mutex);
+    m_adapterFiles.push_back(path);
+}
+
+void FakeOnDeviceModel::enqueue(Answer answer) {
+    std::lock_guard lock(m_mutex);
+    m_answers.push_back(std::move(answer));
+}
+
+std::vector<std::string> FakeOnDeviceModel::selectedModels() const {
+    std::lock_guard lock(m_mutex);
+    return m_selected;
+}
+
+std::vector<std::string> FakeOnDeviceModel::failedLoads() const {
+    std::lock_guard lock(m_mutex);
+    return m_failedLoads;
+}
+
+std::size_t FakeOnDeviceModel::sessionsMade() const {
+    std::lock_guard lock(m_mutex);
+    return m_sessions;
+}
+
+std::vector<FakeOnDeviceModel::RespondCall> FakeOnDeviceModel::respondCalls() const {
+    std::lock_guard lock(m_mutex);
+    return m_calls;
+}
+
+std::shared_ptr<OnDeviceLanguageModel> FakeOnDeviceModel::select(
+    const std::string& label, OnDeviceAvailability availability) {
+    {
+        std::lock_guard lock(m_mutex);
+        m_selected.push_back(label);
+    }
+    return std::make_shared<Model>(shared_from_this(), label, availability);
+}
+
+std::shared_ptr<OnDeviceLanguageModel> FakeOnDeviceModel::defaultModel() {
+    return select("default", [this] {
+        std::lock_guard lock(m_mutex);
+        return m_defaultAvailability;
+    }());
+}
+
+std::shared_ptr<OnDeviceLanguageModel> FakeOnDeviceModel::contentTaggingModel() {
+    return select("content-tagging", [this] {
+        std::lock_guard lock(m_mutex);
+        return m_contentTaggingAvailability;
+    }());
+}
+
+std::shared_ptr<OnDeviceLanguageModel> FakeOnDeviceModel::adapterModel(const std::string& name) {
+    {
+        std::lock_guard lock(m_mutex);
+        if (std::find(m_adapters.begin(), m_adapters.end(), name) == m_adapters.end()) {
+            m_failedLoads.push_back("adapter:" + name);
+            throw std::runtime_error("The adapter asset is missing.");
+        }
+    }
+    return select("adapter:" + name, OnDeviceAvailability::available);
+}
+
+std::shared_ptr<OnDeviceLanguageModel> FakeOnDeviceModel::adapterFileModel(
+    const std::string& path) {
+    {
+        std::lock_guard lock(m_mutex);
+        if (std::find(m_adapterFiles.begin(), m_adapterFiles.end(), path) == m_adapterFiles.end()) {
+            m_failedLoads.push_back("adapter-file:" + path);
+            throw std::runtime_error("The file could not be opened.");
+        }
+    }
+    return select("adapter-file:" + path, OnDeviceAvailability::available);
+}
+
+std::size_t FakeOnDeviceModel::openSession() {
+    std::lock_guard lock(m_mutex);
+    return ++m_sessions;
+}
+
+std::string FakeOnDeviceModel::respond(const std::string& model, std::size_t session,
+                                       const std::string& prompt,
+                                       const OnDeviceGenerationOptions& options) {
+    Answer answer;
+    {
+        std::lock_guard lock(m_mutex);
+        m_calls.push_back({model, session, prompt, options});
+        if (m_answers.empty()) return "fake reply";
+        answer = std::move(m_answers.front());
+        m_answers.pop_front();
+    }
+    if (answer.failure) std::rethrow_exception(answer.failure);
+    return answer.text;
+}
+
+}  // namespace sagely::testing

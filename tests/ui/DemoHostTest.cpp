@@ -1,0 +1,92 @@
+// The demo host's own pieces: its complete manual, the local answer for speech set-up and the
+// observation it adds to model replies, and the whole demo window answering locally.
+#include "UiTestSupport.h"
+
+#include "DemoContext.h"
+#include "DemoWindows.h"
+
+#include <sagely/CoachBundledManual.h>
+#include <sagely/ui/CoachWorkspaceView.h>
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QRegularExpression>
+
+namespace sagely::testing {
+namespace {
+
+using tessel::DemoContext;
+
+std::string demoManual() {
+    QFile file(QStringLiteral(SAGELY_DEMO_MANUAL));
+    if (!file.open(QIODevice::ReadOnly)) return {};
+    return file.readAll().toStdString();
+}
+
+TEST(DemoHostTest, ManualHasNineteenChaptersEndingWithSpeechAndASetupGuidesSection) {
+    const QString manual = QString::fromStdString(demoManual());
+    ASSERT_FALSE(manual.isEmpty());
+    EXPECT_TRUE(CoachBundledManual::isCompleteManual(manual.toStdString()));
+    QStringList chapters;
+    const QRegularExpression heading(QStringLiteral(R"(^## (\d+)\. (.+)$)"),
+                                     QRegularExpression::MultilineOption);
+    for (auto match = heading.globalMatch(manual); match.hasNext();)
+        chapters << match.next().captured(0);
+    ASSERT_EQ(chapters.size(), 19);
+    for (int i = 0; i < 19; ++i)
+        EXPECT_TRUE(chapters[i].startsWith(QStringLiteral("## %1. ").arg(i + 1))) << i;
+    EXPECT_EQ(chapters.last(), QStringLiteral("## 19. Speech & Voice Control"));
+    EXPECT_TRUE(manual.contains(QStringLiteral("Setup Guides")));
+}
+
+TEST(DemoHostTest, SpeechSetupQuestionsGetTheBuiltInLesson) {
+    DemoContext context;
+    for (const char* question :
+         {"How do I set up speech?", "Enable voice control please", "how to configure dictation"}) {
+        const auto answer = context.localAction(question);
+        ASSERT_TRUE(answer.has_value()) << question;
+        ASSERT_TRUE(answer->lesson.has_value());
+        EXPECT_EQ(*answer->lesson, CoachLessonLibrary::speechSetup());
+        EXPECT_FALSE(answer->message.empty());
+    }
+    EXPECT_FALSE(context.localAction("What permissions do I need for voice?").has_value());
+    EXPECT_FALSE(context.localAction("How do I schedule a flow?").has_value());
+}
+
+TEST(DemoHostTest, EveryModelReplyGetsTheLiveObservation) {
+    const CoachReplyEnrichment enrichment = DemoContext::liveObservation();
+    EXPECT_FALSE(enrichment.systemPromptSection.empty());
+    ASSERT_TRUE(enrichment.observationCard.has_value());
+    EXPECT_EQ(enrichment.observationCard->title, "What Tessel sees");
+    EXPECT_EQ(enrichment.observationCard->sections.size(), 2u);
+}
+
+TEST(DemoHostTest, ContextDescribesTesselAndItsRecentActivity) {
+    DemoContext context;
+    EXPECT_NE(context.configurationSummary().find("Team Onboarding"), std::string::npos);
+    const std::string activity = context.recentActivity(2);
+    EXPECT_EQ(std::count(activity.begin(), activity.end(), '\n'), 2);
+    EXPECT_EQ(context.shortcutInfo("Teach"),
+              std::optional<std::string>("⌘⇧T starts or stops a Teach recording."));
+    EXPECT_FALSE(context.shortcutInfo("nothing").has_value());
+}
+
+TEST(DemoHostTest, TheDemoWindowAnswersASpeechQuestionWithTheLesson) {
+    CoachWorld world;
+    world.useOpenAI();
+    auto context = std::make_shared<DemoContext>();
+    AICoach coach(world.executor, context, world.settings.get(), "demo");
+    tessel::DemoMainWindow window(coach, *world.settings, QStringLiteral("# Guide"));
+    window.resize(1000, 720);
+    window.show();
+    window.workspace()->setMessageInput(QStringLiteral("How do I set up speech?"));
+    window.workspace()->send();
+    ASSERT_TRUE(waitUntil([&] { return visibleChild(&window, QStringLiteral("lessonView")); }));
+    EXPECT_NE(visibleChild(&window, QStringLiteral("openInCanvasButton")), nullptr);
+    EXPECT_EQ(world.server.requestCount(), 0u);
+    EXPECT_FALSE(saveScreenshot(&window, QStringLiteral("demo-speech-lesson")).isEmpty());
+}
+
+}  // namespace
+}  // namespace sagely::testing

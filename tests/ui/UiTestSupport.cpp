@@ -1,0 +1,89 @@
+#include "UiTestSupport.h"
+
+#include <nlohmann/json.hpp>
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QTest>
+
+namespace sagely::testing {
+
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
+    return QTest::qWaitFor(condition, int(timeout.count()));
+}
+
+void settle() {
+    for (int round = 0; round < 5; ++round) {
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+}
+
+QStringList visibleTexts(const QWidget* root) {
+    QStringList texts;
+    for (QWidget* child : root->findChildren<QWidget*>()) {
+        if (!child->isVisibleTo(root)) continue;
+        if (auto* label = qobject_cast<QLabel*>(child)) texts << label->text();
+        if (auto* button = qobject_cast<QAbstractButton*>(child))
+            if (!button->text().isEmpty()) texts << button->text();
+    }
+    return texts;
+}
+
+QAbstractButton* buttonWithText(const QWidget* root, const QString& text) {
+    for (QAbstractButton* button : root->findChildren<QAbstractButton*>())
+        if (button->isVisibleTo(root) && button->text() == text) return button;
+    return nullptr;
+}
+
+QString saveScreenshot(QWidget* widget, const QString& name) {
+    QDir().mkpath(QStringLiteral(SAGELY_SCREENSHOT_DIR));
+    settle();
+    const QString path = QStringLiteral(SAGELY_SCREENSHOT_DIR "/") + name + QStringLiteral(".png");
+    return widget->grab().save(path) ? path : QString();
+}
+
+std::string chatCompletionBody(const std::string& content) {
+    const nlohmann::json body = {{"id", "chatcmpl-test"},
+                                 {"object", "chat.completion"},
+                                 {"choices",
+                                  {{{"index", 0},
+                                    {"message", {{"role", "assistant"}, {"content", content}}},
+                                    {"finish_reason", "stop"}}}}};
+    return body.dump();
+}
+
+std::string lastUserContent(const std::string& requestBody) {
+    const auto body = nlohmann::json::parse(requestBody, nullptr, false);
+    if (!body.is_object() || !body.contains("messages")) return {};
+    std::string last;
+    for (const auto& message : body["messages"])
+        if (message.value("role", "") == "user") last = message.value("content", "");
+    return last;
+}
+
+CoachWorld::CoachWorld() {
+    CoachSettingsStore::Options options;
+    options.secretStore = secrets;
+    options.storageRoot = storage.path();
+    settings = std::make_unique<CoachSettingsStore>("com.brindlewood.sagely.tests", "coach-api-key",
+                                                    options);
+}
+
+CoachWorld::~CoachWorld() = default;
+
+void CoachWorld::useOpenAI(const std::string& apiKey) {
+    settings->selectProvider(CoachConfig::Provider::openai);
+    settings->apiKey.set(apiKey);
+    settings->customEndpoint.set(server.url("/v1/chat/completions"));
+}
+
+std::unique_ptr<AICoach> CoachWorld::makeCoach(CoachOptions options) {
+    auto provider = std::make_shared<StaticCoachContextProvider>(
+        "Tessel", "Tessel 3.2 with one open document.", options.guideText);
+    return std::make_unique<AICoach>(executor, provider, settings.get(), "ui-tests",
+                                     std::move(options.resolver), options.allowsLLMCompletion);
+}
+
+}  // namespace sagely::testing
