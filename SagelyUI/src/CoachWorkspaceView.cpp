@@ -49,7 +49,10 @@ CoachWorkspaceView::CoachWorkspaceView(AICoach& coach, CoachBranding branding, A
     refreshErrorBanner();
 }
 
-CoachWorkspaceView::~CoachWorkspaceView() = default;
+CoachWorkspaceView::~CoachWorkspaceView() {
+    // The panes go first, while the adapter they report to still exists.
+    delete m_splitter;
+}
 
 AICoach& CoachWorkspaceView::coach() const {
     return m_adapter->coach();

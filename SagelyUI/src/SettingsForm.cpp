@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace sagely::ui::detail {
 namespace {
@@ -66,6 +67,11 @@ SettingsForm::SettingsForm(CoachSettingsStore& store, bool usesContentPadding, Q
             &SettingsForm::onStoreChanged);
     connect(&m_adapter, &CoachSettingsAdapter::providerChanged, this,
             &SettingsForm::onProviderChanged);
+    // Only these change which providers have a saved key (asking the key store is not free).
+    connect(&m_adapter, &CoachSettingsAdapter::providerChanged, this,
+            [this] { m_savedKeysChanged = true; });
+    connect(&m_adapter, &CoachSettingsAdapter::apiKeyChanged, this,
+            [this] { m_savedKeysChanged = true; });
     appear();
 }
 
@@ -159,6 +165,7 @@ QWidget* SettingsForm::responseStyleSection() {
 }
 
 void SettingsForm::appear() {
+    m_savedKeysChanged = true;
     draftAPIKey = qs(store.apiKey.get());
     evaluateAppleStatus();
     useCustomModel = modelIsCustom();
@@ -224,9 +231,12 @@ void SettingsForm::refresh() {
 
 void SettingsForm::refreshProviderPicker() {
     const QSignalBlocker blocker(m_providerPicker);
+    const bool entries = std::exchange(m_savedKeysChanged, false);
     for (int i = 0; i < m_providerPicker->count(); ++i) {
         const auto provider = Provider(m_providerPicker->itemData(i).toInt());
-        m_providerPicker->setItemText(i, providerEntryText(provider, store.hasSavedKey(provider)));
+        if (entries)
+            m_providerPicker->setItemText(i,
+                                          providerEntryText(provider, store.hasSavedKey(provider)));
         if (provider == store.provider.get()) m_providerPicker->setCurrentIndex(i);
     }
 }

@@ -90,6 +90,7 @@ private:
     StatusSource m_statusSource;
     CoachConfig::Provider m_builtProvider;
     bool m_refreshQueued = false;
+    bool m_savedKeysChanged = true;
 
     QComboBox* m_providerPicker = nullptr;
     StyledLabel* m_currentTitle = nullptr;

@@ -129,8 +129,9 @@ QWidget* WorkspaceSidebar::row(int index) {
     remove->setObjectName(QStringLiteral("deleteConversationAction"));
     const QString id = QString::fromStdString(conversation.id().toString());
     // Queued: deleting rebuilds the list, and with it the row whose menu is still closing.
+    AICoachAdapter* coach = &m_coach;
     connect(
-        remove, &QAction::triggered, &m_coach, [this, id] { m_coach.deleteConversation(id); },
+        remove, &QAction::triggered, coach, [coach, id] { coach->deleteConversation(id); },
         Qt::QueuedConnection);
     row->addAction(remove);
     row->setContextMenuPolicy(Qt::ActionsContextMenu);

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/DecodingErrorText.h"
+
 #include <string>
 
 using sagely::CoachCard;
@@ -13,16 +15,7 @@ using sagely::encodeJson;
 
 namespace {
 
-// The message of the DecodingError the call throws; a marker when it throws none.
-template <class F>
-std::string decodingError(F&& decode) {
-    try {
-        decode();
-    } catch (const sagely::DecodingError& error) {
-        return error.what();
-    }
-    return "<no DecodingError>";
-}
+using sagely::testing::decodingError;
 
 CoachCard diskCard() {
     return CoachCard{CoachCard::Style::warning,

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/DecodingErrorText.h"
+
 #include <string>
 #include <vector>
 
@@ -16,18 +18,10 @@ using Provider = CoachConfig::Provider;
 
 namespace {
 
+using sagely::testing::decodingError;
+
 const std::vector<Provider> kAllInOrder{Provider::apple,  Provider::openai, Provider::anthropic,
                                         Provider::gemini, Provider::local,  Provider::custom};
-
-template <class F>
-std::string decodingError(F&& decode) {
-    try {
-        decode();
-    } catch (const sagely::DecodingError& error) {
-        return error.what();
-    }
-    return "<no DecodingError>";
-}
 
 OperatingSystemVersion macOS(int major, int minor = 0, int patch = 0) {
     return OperatingSystemVersion{true, major, minor, patch};

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/DecodingErrorText.h"
+
 #include <cmath>
 #include <concepts>
 #include <limits>
@@ -25,15 +27,7 @@ using Role = CoachMessage::Role;
 
 namespace {
 
-template <class F>
-std::string decodingError(F&& decode) {
-    try {
-        decode();
-    } catch (const sagely::DecodingError& error) {
-        return error.what();
-    }
-    return "<no DecodingError>";
-}
+using sagely::testing::decodingError;
 
 std::string messageJson(int n, const std::string& role = "user") {
     return R"({"id":"00000000-0000-4000-8000-)" + std::string(10, '0') + (n < 10 ? "0" : "") +

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/DecodingErrorText.h"
+
 #include <set>
 #include <string>
 
@@ -20,15 +22,7 @@ using Line = CoachLesson::Line;
 
 namespace {
 
-template <class F>
-std::string decodingError(F&& decode) {
-    try {
-        decode();
-    } catch (const sagely::DecodingError& error) {
-        return error.what();
-    }
-    return "<no DecodingError>";
-}
+using sagely::testing::decodingError;
 
 CoachLesson lessonWithBlocks(std::vector<Block> blocks) {
     CoachLesson lesson;

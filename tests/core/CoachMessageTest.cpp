@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/DecodingErrorText.h"
+
 #include <cmath>
 #include <concepts>
 #include <cstdio>
@@ -25,15 +27,7 @@ using Role = CoachMessage::Role;
 
 namespace {
 
-template <class F>
-std::string decodingError(F&& decode) {
-    try {
-        decode();
-    } catch (const sagely::DecodingError& error) {
-        return error.what();
-    }
-    return "<no DecodingError>";
-}
+using sagely::testing::decodingError;
 
 constexpr const char* kId = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
 

@@ -22,8 +22,8 @@ TEST(EmbeddingExampleTest, AHostEmbedsTheWorkspaceAndTheSettingsInAFewLines) {
     const std::string manualMarkdown = "# MyApp guide\nPress Start to begin.";
 
     // --- as in the README ---
-    auto guide =
-        std::make_shared<sagely::StaticCoachContextProvider>("MyApp", "Version 2.1", manualMarkdown);
+    auto guide = std::make_shared<sagely::StaticCoachContextProvider>("MyApp", "Version 2.1",
+                                                                      manualMarkdown);
     sagely::AICoach coach(std::make_shared<sagely::ui::QtMainExecutor>(), guide, store, "main");
 
     sagely::ui::CoachBranding branding("MyApp", "MyApp Coach", "Ask anything about MyApp.",
