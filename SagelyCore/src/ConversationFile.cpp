@@ -3,6 +3,7 @@
 #include <sagely/Log.h>
 
 #include "AtomicFile.h"
+#include "json/ConversationsInPlace.h"
 
 #include <cerrno>
 #include <ctime>
@@ -47,7 +48,7 @@ bool isMissing(int error) {
 
 std::string decodeFailure(const std::string& bytes, std::vector<CoachConversation>& decoded) {
     try {
-        decoded = decodeConversations(bytes);
+        decoded = detail::decodeConversationsInPlace(bytes);
         return {};
     } catch (const std::exception& error) {
         return error.what();

@@ -1,6 +1,7 @@
 // The public entry points of the data model's JSON coding. Both the text path (JsonWriter and
 // simdjson, used for files) and the nlohmann adapters (for hosts) run the one coding of
 // json/DataModelWriter.h and json/DataModelReader.h.
+#include "json/ConversationsInPlace.h"
 #include "json/DataModelReader.h"
 #include "json/DataModelWriter.h"
 #include "json/JsonBuilder.h"
@@ -114,6 +115,9 @@ std::string encodeConversations(const std::vector<CoachConversation>& conversati
 }
 std::vector<CoachConversation> decodeConversations(std::string_view json) {
     return decodeText(json, kReadConversations);
+}
+std::vector<CoachConversation> detail::decodeConversationsInPlace(const std::string& buffer) {
+    return detail::decodeJsonDocument(buffer, kReadConversations, buffer.capacity());
 }
 
 // ---- nlohmann --------------------------------------------------------------------------------

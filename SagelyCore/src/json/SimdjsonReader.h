@@ -149,14 +149,23 @@ private:
 };
 
 /// Parses `json`, hands its root to decode(rootValue, rootPath) and requires that nothing but
-/// white space follows the root value.
+/// white space follows the root value. `capacity` is how many bytes from json.data() may be
+/// read: with SIMDJSON_PADDING spare bytes the text is parsed in place, otherwise it is copied
+/// into a padded buffer first.
 template <class Decode>
-auto decodeJsonDocument(std::string_view json, Decode&& decode) {
+auto decodeJsonDocument(std::string_view json, Decode&& decode, std::size_t capacity = 0) {
     KeyPath root;
-    simdjson::padded_string padded(json);
+    simdjson::padded_string copy;
+    simdjson::padded_string_view input;
+    if (capacity >= json.size() + simdjson::SIMDJSON_PADDING) {
+        input = simdjson::padded_string_view(json.data(), json.size(), capacity);
+    } else {
+        copy = simdjson::padded_string(json);
+        input = copy;
+    }
     ondemand::parser parser;
     ondemand::document document;
-    checkJson(parser.iterate(padded).get(document), root);
+    checkJson(parser.iterate(input).get(document), root);
     SimdjsonValue<ondemand::document> value(document);
     auto result = decode(value, root);
     if (document.current_location().error() == simdjson::SUCCESS)
