@@ -5,6 +5,7 @@
 #include <QHash>
 #include <QIconEngine>
 #include <QPainter>
+#include <QPixmapCache>
 #include <QSvgRenderer>
 
 #include <mutex>
@@ -28,18 +29,16 @@ QString resourcePath(const QString& name) {
     return kPrefix + name + QStringLiteral(".svg");
 }
 
-QSvgRenderer* renderer(const QString& name) {
+// The SVG text of a symbol, read from the resources once; empty when there is no such symbol.
+QByteArray svgText(const QString& name) {
     ensureResources();
-    static QHash<QString, QSvgRenderer*> cache;  // lives for the process, like the resources
+    static QHash<QString, QByteArray> cache;
     auto found = cache.find(name);
     if (found != cache.end()) return found.value();
-    auto* svg = new QSvgRenderer(resourcePath(name));
-    if (!svg->isValid()) {
-        delete svg;
-        svg = nullptr;
-    }
-    cache.insert(name, svg);
-    return svg;
+    QFile file(resourcePath(name));
+    const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    cache.insert(name, text);
+    return text;
 }
 
 QImage tinted(QSvgRenderer& svg, QSize pixels, const QColor& color) {
@@ -89,16 +88,26 @@ QStringList CoachSymbols::names() {
 }
 
 bool CoachSymbols::contains(const QString& name) {
-    return renderer(name) != nullptr;
+    return !svgText(name).isEmpty();
 }
 
 QPixmap CoachSymbols::pixmap(const QString& name, int size, const QColor& color,
                              qreal devicePixelRatio) {
-    QSvgRenderer* svg = renderer(name);
-    if (!svg || size <= 0) return {};
+    const QByteArray text = svgText(name);
+    if (text.isEmpty() || size <= 0) return {};
+    const QString key = QStringLiteral("sagely-symbol:%1:%2:%3:%4")
+                            .arg(name)
+                            .arg(size)
+                            .arg(color.rgba(), 0, 16)
+                            .arg(devicePixelRatio);
+    QPixmap result;
+    if (QPixmapCache::find(key, &result)) return result;
+    QSvgRenderer svg(text);
+    if (!svg.isValid()) return {};
     const int pixels = qRound(size * devicePixelRatio);
-    QPixmap result = QPixmap::fromImage(tinted(*svg, QSize(pixels, pixels), color));
+    result = QPixmap::fromImage(tinted(svg, QSize(pixels, pixels), color));
     result.setDevicePixelRatio(devicePixelRatio);
+    QPixmapCache::insert(key, result);
     return result;
 }
 

@@ -72,7 +72,7 @@ public:
 
     struct CoachOptions {
         std::string guideText = "# Tessel guide\nOpen Speech in the sidebar.";
-        CoachLocalActionResolver resolver;
+        CoachLocalActionResolver resolver = {};
         bool allowsLLMCompletion = true;
     };
     std::unique_ptr<AICoach> makeCoach(CoachOptions options);

@@ -42,18 +42,20 @@ class MessageInputBar;
 class WorkspaceSidebar;
 }  // namespace detail
 
+/// The host's hooks; each may be left empty.
+struct CoachWorkspaceActions {
+    std::function<void()> onOpenSettings = {};
+    std::function<void()> onOpenGuide = {};
+    /// Replaces the built-in send path (the coach's sendAndReturnReply) when present.
+    std::function<void(const std::string&)> onSendMessage = {};
+    /// Handed to every message bubble; lessons show an "AI Canvas" button when present.
+    std::function<void(const CoachLesson&)> onOpenInCanvas = {};
+};
+
 class SAGELY_UI_EXPORT CoachWorkspaceView : public QWidget {
     Q_OBJECT
 public:
-    /// The host's hooks; each may be left empty.
-    struct Actions {
-        std::function<void()> onOpenSettings;
-        std::function<void()> onOpenGuide;
-        /// Replaces the built-in send path (the coach's sendAndReturnReply) when present.
-        std::function<void(const std::string&)> onSendMessage;
-        /// Handed to every message bubble; lessons show an "AI Canvas" button when present.
-        std::function<void(const CoachLesson&)> onOpenInCanvas;
-    };
+    using Actions = CoachWorkspaceActions;
 
     /// How long the ready banner stays.
     static constexpr int kReadyBannerMilliseconds = 3000;
