@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/SampleGuides.h"
+
 #include <string>
 
 using sagely::answerFromGuide;
@@ -10,19 +12,7 @@ using sagely::CoachLocalActionResult;
 
 namespace {
 
-const std::string kGuide =
-    "## Setup Guides\n"
-    "Start here to set up the app.\n"
-    "### Set Up Speech\n"
-    "Enable speech input in Settings.\n"
-    "### Set Up Coach\n"
-    "Pick a provider and paste a key.\n"
-    "## Keyboard Shortcuts\n"
-    "Press Command-K to open the palette.\n"
-    "## Permissions\n"
-    "Grant microphone permission for voice control.\n"
-    "## Speech & Voice Control\n"
-    "Push-to-talk and dictation.\n";
+const std::string& kGuide = sagely::testing::kSampleSetupGuide;
 
 CoachCard guideCard(std::string title, std::vector<std::string> suggestions) {
     CoachCard card;

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/SampleGuides.h"
+
 #include <random>
 #include <set>
 #include <string>
@@ -52,19 +54,7 @@ std::vector<std::pair<std::string, int>> ranking(const std::string& manual,
     return out;
 }
 
-const std::string kSetupGuide =
-    "## Setup Guides\n"
-    "Start here to set up the app.\n"
-    "### Set Up Speech\n"
-    "Enable speech input in Settings.\n"
-    "### Set Up Coach\n"
-    "Pick a provider and paste a key.\n"
-    "## Keyboard Shortcuts\n"
-    "Press Command-K to open the palette.\n"
-    "## Permissions\n"
-    "Grant microphone permission for voice control.\n"
-    "## Speech & Voice Control\n"
-    "Push-to-talk and dictation.\n";
+const std::string& kSetupGuide = sagely::testing::kSampleSetupGuide;
 
 // Four sections of 100-character bodies; only the last three mention widgets.
 std::string widgetGuide() {
