@@ -2,10 +2,9 @@
 
 #include <sagely/Text.h>
 
-#include <pwd.h>
-#include <unistd.h>
+#include "HomeDirectory.h"
 
-#include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <vector>
 
@@ -30,16 +29,10 @@ std::string withoutTrailingSlash(std::string path) {
     return path;
 }
 
-// The user's home directory as the system reports it: HOME, else the password database.
-std::string homeDirectory() {
-    if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
-    std::vector<char> buffer(16384);
-    passwd entry{};
-    passwd* found = nullptr;
-    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found) {
-        return found->pw_dir;
-    }
-    return "/";
+// The user's home directory as the system reports it; the root when it names none.
+std::string homeDirectoryOrRoot() {
+    std::filesystem::path home = detail::homeDirectory();
+    return home.empty() ? std::string("/") : home.string();
 }
 
 std::string joinedPath(std::string directory, std::string_view component) {
@@ -104,7 +97,7 @@ AppleOnDeviceRoute AppleOnDeviceRouting::route(std::string_view model) {
     }
     if (trimmedModel.starts_with("~/")) {
         return AppleOnDeviceRoute::adapterFile(
-            joinedPath(homeDirectory(), std::string_view(trimmedModel).substr(2)));
+            joinedPath(homeDirectoryOrRoot(), std::string_view(trimmedModel).substr(2)));
     }
     if (trimmedModel.starts_with("/")) return AppleOnDeviceRoute::adapterFile(trimmedModel);
     return AppleOnDeviceRoute::adapterName(trimmedModel);

@@ -1,24 +1,14 @@
 #include "platform/StorageLocation.h"
 
+#include "HomeDirectory.h"
+
 #include <limits.h>
-#include <pwd.h>
 #include <sysdir.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
 
 namespace sagely::detail {
-namespace {
-
-std::filesystem::path homeDirectory() {
-    // In a sandboxed app HOME is the container, which is where its Application Support lives.
-    if (const char* home = std::getenv("HOME"); home && *home) return home;
-    if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir) return entry->pw_dir;
-    return {};
-}
-
-}  // namespace
 
 // sysdir names the user-domain Application Support folder as "~/Library/Application Support";
 // the tilde is the user's home.
