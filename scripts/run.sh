@@ -6,6 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=true
 cmake --preset release -DSAGELY_BUILD_TESTS=OFF -DSAGELY_BUILD_BENCHMARKS=OFF -DSAGELY_BUILD_UI=OFF >/dev/null
 cmake --build --preset release --target sagely -j "$(nproc)"
 

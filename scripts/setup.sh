@@ -11,6 +11,7 @@ packages=(
   qt6-base-dev qt6-svg-dev libgl-dev libxkbcommon-dev fonts-dejavu-core
   libmd4c-dev libmd4c-html0-dev
   libedit-dev
+  ccache dpkg-dev file
 )
 
 missing=()

@@ -7,6 +7,9 @@ cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
 
+# ccache: the same sources compiled in another clone (CI's) count as the same compilation.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=true
+
 presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(dev asan-ubsan)
 
