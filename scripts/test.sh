@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what the project needs, builds it with the given presets (default: dev and
+# Installs what the project needs, builds it with the given presets (default: dev, shared and
 # asan-ubsan) and runs the whole test suite of each inside a private D-Bus session with a real,
 # unlocked gnome-keyring, so the Secret Service tests talk to a real secret store.
 set -euo pipefail
@@ -11,7 +11,7 @@ bash scripts/setup.sh
 export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=true
 
 presets=("$@")
-[ ${#presets[@]} -gt 0 ] || presets=(dev asan-ubsan)
+[ ${#presets[@]} -gt 0 ] || presets=(dev shared asan-ubsan)
 
 for preset in "${presets[@]}"; do
   echo "== ${preset}: configure and build"

@@ -37,6 +37,22 @@ std::optional<std::string> acceptedText(const std::filesystem::path& path, bool 
 
 }  // namespace
 
+std::vector<std::filesystem::path> bundleCandidates(const ProcessPaths& process,
+                                                    const InstallLayout& layout) {
+    std::vector<std::filesystem::path> candidates = process.hostResourceDirectories;
+    auto addFolderAndData = [&](const std::filesystem::path& folder,
+                                const std::filesystem::path& toData) {
+        if (folder.empty()) return;
+        candidates.push_back(folder);
+        if (!toData.empty()) candidates.push_back((folder / toData).lexically_normal());
+    };
+    addFolderAndData(process.libraryDirectory, layout.dataFromLibrary);
+    addFolderAndData(process.executableDirectory, layout.dataFromExecutable);
+    if (!layout.linkedData.empty()) candidates.push_back(layout.linkedData);
+    if (!layout.installedData.empty()) candidates.push_back(layout.installedData);
+    return candidates;
+}
+
 std::optional<std::filesystem::path> findResourceBundle(
     const std::vector<std::filesystem::path>& candidates) {
     for (const std::filesystem::path& candidate : candidates) {
@@ -57,13 +73,13 @@ std::filesystem::path resourceBundleOrAbort(const std::vector<std::filesystem::p
 
 const std::filesystem::path& resourceBundleDirectory() {
     static const std::filesystem::path bundle =
-        resourceBundleOrAbort(platformResourceSearchPaths().bundleCandidates);
+        resourceBundleOrAbort(bundleCandidates(platformProcessPaths(), builtInstallLayout()));
     return bundle;
 }
 
 const std::vector<std::filesystem::path>& hostResourceDirectories() {
     static const std::vector<std::filesystem::path> directories =
-        platformResourceSearchPaths().hostResourceDirectories;
+        platformProcessPaths().hostResourceDirectories;
     return directories;
 }
 

@@ -18,17 +18,43 @@ namespace sagely::detail {
 
 inline constexpr std::string_view kResourceBundleName = "SagelyKit_SagelyCore.bundle";
 
-/// The directories the platform offers, in search order.
-struct ResourceSearchPaths {
+/// What the platform knows about the running process, in search order where it is a list.
+struct ProcessPaths {
     /// The host's own resource directories (its "main bundle").
     std::vector<std::filesystem::path> hostResourceDirectories;
-    /// Where the kit's resource directory may stand: the host's resources, the kit library's own
-    /// folder, the executable's folder.
-    std::vector<std::filesystem::path> bundleCandidates;
+    /// The folder of the file the kit's code was loaded from: the shared library, or the
+    /// executable a static kit is linked into. Empty when unknown.
+    std::filesystem::path libraryDirectory;
+    /// The running executable's folder. Empty when unknown.
+    std::filesystem::path executableDirectory;
 };
 
-/// Per-OS: the search paths of the running process.
-ResourceSearchPaths platformResourceSearchPaths();
+/// Per-OS: the paths of the running process.
+ProcessPaths platformProcessPaths();
+
+/// Where an installed kit keeps its resources, fixed when the kit is built. Relative paths are
+/// taken from the library's and the executable's folders, so an installed tree can be moved.
+struct InstallLayout {
+    /// From the library folder to the kit's data folder, e.g. "../share/SagelyKit".
+    std::filesystem::path dataFromLibrary;
+    /// From the executable folder to the kit's data folder, e.g. "../share/SagelyKit".
+    std::filesystem::path dataFromExecutable;
+    /// The data folder of the installed package a host linked the static kit from, when the
+    /// host's build named it. Empty otherwise.
+    std::filesystem::path linkedData;
+    /// The data folder under the install prefix the kit was built for.
+    std::filesystem::path installedData;
+};
+
+/// The layout this build of the kit was configured with.
+InstallLayout builtInstallLayout();
+
+/// Where the kit's resource directory may stand, in order: the host's resource directories, the
+/// library's folder and the data folder beside it, the executable's folder and the data folder
+/// beside it, the linked package's data folder, the install prefix's data folder. Unknown folders
+/// are left out.
+std::vector<std::filesystem::path> bundleCandidates(const ProcessPaths& process,
+                                                    const InstallLayout& layout);
 
 /// The first `<candidate>/SagelyKit_SagelyCore.bundle` that exists as a directory.
 std::optional<std::filesystem::path> findResourceBundle(

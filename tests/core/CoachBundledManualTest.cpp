@@ -137,33 +137,52 @@ TEST(ResourceBundleLookupDeathTest, StopsTheProcessWhenTheDirectoryIsMissing) {
                  "unable to find bundle named SagelyKit_SagelyCore");
 }
 
-TEST(ResourceBundleLookup, SearchesTheHostsFoldersTheLibrarysFolderAndTheExecutablesFolder) {
-    fs::path executable = fs::read_symlink("/proc/self/exe");
-    fs::path folder = executable.parent_path();
-    auto paths = sagely::detail::platformResourceSearchPaths();
-    EXPECT_EQ(paths.hostResourceDirectories,
-              (std::vector<fs::path>{folder, folder / ".." / "share" / executable.filename()}));
-    ASSERT_EQ(paths.bundleCandidates.size(), 4u);
-    EXPECT_EQ(paths.bundleCandidates[0], folder);
-    EXPECT_EQ(paths.bundleCandidates[1], paths.hostResourceDirectories[1]);
-    EXPECT_FALSE(paths.bundleCandidates[2].empty());  // where the kit's code was loaded from
-    EXPECT_EQ(paths.bundleCandidates[3], folder);
+TEST(ResourceBundleLookup, SearchesTheHostTheLibraryTheExecutableThenTheInstalledPrefix) {
+    sagely::detail::ProcessPaths process{
+        {"/opt/host/Resources", "/opt/host/share/host"}, "/opt/kit/lib64", "/opt/host/bin"};
+    sagely::detail::InstallLayout layout{"../share/SagelyKit", "../share/SagelyKit",
+                                         "/srv/linked/share/SagelyKit", "/usr/share/SagelyKit"};
+    EXPECT_EQ(sagely::detail::bundleCandidates(process, layout),
+              (std::vector<fs::path>{"/opt/host/Resources", "/opt/host/share/host",
+                                     "/opt/kit/lib64", "/opt/kit/share/SagelyKit", "/opt/host/bin",
+                                     "/opt/host/share/SagelyKit", "/srv/linked/share/SagelyKit",
+                                     "/usr/share/SagelyKit"}));
 }
 
-TEST(ResourceBundleLookup, FindsTheShippedGuideBesideTheProgram) {
-    fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
-    EXPECT_EQ(sagely::detail::resourceBundleDirectory(), folder / "SagelyKit_SagelyCore.bundle");
+TEST(ResourceBundleLookup, LeavesOutFoldersItDoesNotKnow) {
+    sagely::detail::InstallLayout layout{"../../share/SagelyKit", "../share/SagelyKit", {}, {}};
+    EXPECT_EQ(sagely::detail::bundleCandidates({{}, "/usr/lib/x86_64-linux-gnu", {}}, layout),
+              (std::vector<fs::path>{"/usr/lib/x86_64-linux-gnu", "/usr/share/SagelyKit"}));
+    EXPECT_TRUE(sagely::detail::bundleCandidates({}, {}).empty());
+}
+
+TEST(ResourceBundleLookup, KnowsWhereThisProgramAndTheKitAre) {
+    auto process = sagely::detail::platformProcessPaths();
+    EXPECT_TRUE(fs::is_regular_file(process.executableDirectory / "CoachBundledManualTest"))
+        << process.executableDirectory;
+    EXPECT_TRUE(fs::is_directory(process.libraryDirectory)) << process.libraryDirectory;
+}
+
+TEST(ResourceBundleLookup, TheBuildIsLaidOutAsAnInstalledKit) {
+    auto layout = sagely::detail::builtInstallLayout();
+    EXPECT_EQ(layout.dataFromExecutable, fs::path("../share/SagelyKit"));
+    EXPECT_FALSE(layout.installedData.empty());
+    EXPECT_TRUE(layout.linkedData.empty());  // no installed package is linked into the tests
+}
+
+TEST(ResourceBundleLookup, FindsTheShippedGuideInTheDataFolderBesideThePrograms) {
+    fs::path programs = sagely::detail::platformProcessPaths().executableDirectory;
+    fs::path bundle = programs / ".." / "share" / "SagelyKit" / "SagelyKit_SagelyCore.bundle";
+    EXPECT_TRUE(fs::equivalent(sagely::detail::resourceBundleDirectory(), bundle));
     std::optional<std::string> text = CoachBundledManual::text();
     ASSERT_TRUE(text.has_value());
-    EXPECT_EQ(*text,
-              sagely::testing::readFile(folder / "SagelyKit_SagelyCore.bundle" / "SagelyGuide.md"));
+    EXPECT_EQ(*text, sagely::testing::readFile(bundle / "SagelyGuide.md"));
     EXPECT_EQ(SagelyKnowledge::bundledGuideText(), *text);
 }
 
 TEST(ShippedGuide, IsAUsefulGuideWithLevelTwoSections) {
-    fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
     std::string guide =
-        sagely::testing::readFile(folder / "SagelyKit_SagelyCore.bundle" / "SagelyGuide.md");
+        sagely::testing::readFile(sagely::detail::resourceBundleDirectory() / "SagelyGuide.md");
     EXPECT_GE(guide.size(), 6u * 1024);
     EXPECT_LE(guide.size(), 12u * 1024);
     for (const char* heading :

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <functional>
 #include <stdexcept>
@@ -169,7 +170,7 @@ struct LoopbackHttpServer::Connection {
 
     bool send(std::string_view bytes) {
         while (!bytes.empty()) {
-            ssize_t sent = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            ssize_t sent = ::send(socket, bytes.data(), bytes.size(), 0);
             if (sent < 0 && errno == EINTR) continue;
             if (sent <= 0) return false;
             bytes.remove_prefix(static_cast<std::size_t>(sent));
@@ -243,14 +244,27 @@ struct LoopbackHttpServer::Connection {
     }
 };
 
+namespace {
+
+// Child processes started by a test (the CLI end to end) must not hold the server's sockets.
+int closeOnExec(int descriptor) {
+    if (descriptor >= 0) fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    return descriptor;
+}
+
+}  // namespace
+
 LoopbackHttpServer::LoopbackHttpServer() {
     m_fallback = ScriptedResponse::text(500, "no scripted response");
+    // A client that hangs up mid-reply must fail the write, not end the test process (the
+    // portable spelling of MSG_NOSIGNAL, which macOS lacks).
+    std::signal(SIGPIPE, SIG_IGN);
     int pipeEnds[2];
-    if (pipe2(pipeEnds, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-    m_wakeRead = pipeEnds[0];
-    m_wakeWrite = pipeEnds[1];
+    if (pipe(pipeEnds) != 0) throw std::runtime_error("pipe failed");
+    m_wakeRead = closeOnExec(pipeEnds[0]);
+    m_wakeWrite = closeOnExec(pipeEnds[1]);
 
-    m_listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    m_listener = closeOnExec(socket(AF_INET, SOCK_STREAM, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -293,7 +307,7 @@ void LoopbackHttpServer::acceptLoop() {
     while (!m_stopping) {
         pollfd fds[2] = {{m_listener, POLLIN, 0}, {m_wakeRead, POLLIN, 0}};
         if (poll(fds, 2, -1) < 0 || fds[1].revents != 0) continue;
-        int client = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        int client = closeOnExec(accept(m_listener, nullptr, nullptr));
         if (client < 0) continue;
         int one = 1;
         setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);

@@ -124,6 +124,7 @@ public func sagelyFMSessionRespond(
                 let response = try await session.respond(to: text, options: options)
                 response.content.withCString { completion(context, 0, $0) }
             } catch let error as LanguageModelSession.GenerationError {
+                // What macOS 26 throws, and macOS 27 to apps built with the macOS 26 SDK.
                 if case .exceededContextWindowSize = error {
                     error.localizedDescription.withCString { completion(context, 1, $0) }
                 } else {
@@ -132,13 +133,29 @@ public func sagelyFMSessionRespond(
             } catch is CancellationError {
                 completion(context, 3, nil)
             } catch {
-                error.localizedDescription.withCString { completion(context, 4, $0) }
+                let outcome: Int32 = sagelyIsContextSizeExceeded(error) ? 1 : 4
+                error.localizedDescription.withCString { completion(context, outcome, $0) }
             }
         }
         return retained(task)
     }
     #endif
     return nil
+}
+
+/// Whether the error is macOS 27's context-window overflow, which apps built with the macOS 27
+/// SDK receive as `LanguageModelError.contextSizeExceeded(_:)` in place of
+/// `GenerationError.exceededContextWindowSize(_:)`. The type exists only in that SDK, whose
+/// Swift compiler is 6.4 or later (the macOS 26 SDKs come with Swift 6.2 and 6.3).
+private func sagelyIsContextSizeExceeded(_ error: any Error) -> Bool {
+    #if canImport(FoundationModels) && compiler(>=6.4)
+    if #available(macOS 27.0, *), let error = error as? LanguageModelError,
+        case .contextSizeExceeded = error
+    {
+        return true
+    }
+    #endif
+    return false
 }
 
 @_cdecl("sagely_fm_task_cancel")

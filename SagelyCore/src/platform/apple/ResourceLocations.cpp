@@ -34,8 +34,8 @@ std::filesystem::path libraryDirectory() {
 
 }  // namespace
 
-ResourceSearchPaths platformResourceSearchPaths() {
-    ResourceSearchPaths paths;
+ProcessPaths platformProcessPaths() {
+    ProcessPaths paths;
     CFBundleRef mainBundle = CFBundleGetMainBundle();  // not owned
     std::filesystem::path resources, executable;
     if (mainBundle != nullptr) {
@@ -43,9 +43,8 @@ ResourceSearchPaths platformResourceSearchPaths() {
         executable = pathOfCopiedUrl(CFBundleCopyExecutableURL(mainBundle));
     }
     if (!resources.empty()) paths.hostResourceDirectories.push_back(resources);
-    paths.bundleCandidates = paths.hostResourceDirectories;
-    paths.bundleCandidates.push_back(libraryDirectory());
-    if (!executable.empty()) paths.bundleCandidates.push_back(executable.parent_path());
+    paths.libraryDirectory = libraryDirectory();
+    if (!executable.empty()) paths.executableDirectory = executable.parent_path();
     return paths;
 }
 

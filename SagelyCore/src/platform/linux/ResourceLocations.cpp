@@ -29,16 +29,15 @@ std::filesystem::path libraryDirectory() {
 
 }  // namespace
 
-ResourceSearchPaths platformResourceSearchPaths() {
-    ResourceSearchPaths paths;
+ProcessPaths platformProcessPaths() {
+    ProcessPaths paths;
     std::filesystem::path executable = executablePath();
     if (!executable.empty()) {
         std::filesystem::path folder = executable.parent_path();
         paths.hostResourceDirectories = {folder, folder / ".." / "share" / executable.filename()};
+        paths.executableDirectory = folder;
     }
-    paths.bundleCandidates = paths.hostResourceDirectories;
-    paths.bundleCandidates.push_back(libraryDirectory());
-    if (!executable.empty()) paths.bundleCandidates.push_back(executable.parent_path());
+    paths.libraryDirectory = libraryDirectory();
     return paths;
 }
 
