@@ -122,6 +122,7 @@ FileLock::~FileLock() {
 }
 
 int moveAside(const std::filesystem::path& file, std::filesystem::path* movedTo) {
+    if (int error = currentFaults().moveAsideError) return error;
     std::filesystem::path aside = asideName(file);
     if (::rename(file.c_str(), aside.c_str()) != 0) return errno;
     if (movedTo) *movedTo = std::move(aside);

@@ -56,6 +56,8 @@ struct AtomicWriteFaults {
     std::function<int(const std::filesystem::path& temporaryFile)> beforeRename;
     /// Writing more than this many bytes fails with ENOSPC (a full disk).
     std::optional<std::size_t> failAfterBytes;
+    /// A non-zero errno fails moving an unreadable file aside (as a name too long would).
+    int moveAsideError = 0;
 };
 
 class ScopedAtomicWriteFaults {

@@ -45,8 +45,7 @@ SettingsFileContent readSettings(const std::filesystem::path& file) {
                                   ") and could not be moved aside (" +
                                   std::generic_category().message(moveError) +
                                   "); nothing is written over it."};
-    log("Failed to load settings: " + failure + "; the file is kept as " + quotedName(aside) +
-        ".");
+    log("Failed to load settings: " + failure + "; the file is kept as " + quotedName(aside) + ".");
     return {};
 }
 
@@ -231,8 +230,10 @@ std::filesystem::path CoachSettingsStore::conversationURL(
 void CoachSettingsStore::storeCurrentProfile() {
     std::string id(storageID(provider));
     ProviderProfile current{model, customEndpoint};
+    // A profile merely filled in from the current fields is not a change: the file's may be
+    // newer. Edits and switches mark the current profile through m_changed.
     auto [entry, added] = m_providerProfiles.try_emplace(id, current);
-    if (!added && entry->second == current) return;
+    if (added || entry->second == current) return;
     entry->second = std::move(current);
     m_changedProfiles.insert(std::move(id));
 }
@@ -259,8 +260,9 @@ void CoachSettingsStore::save(std::optional<bool> userChoseProvider) {
 
 CoachSettingsStore::PersistedSettings CoachSettingsStore::mergedOnto(
     const std::optional<PersistedSettings>& onDisk, std::optional<bool> userChoseProvider) const {
-    PersistedSettings mine{provider,    model,     customEndpoint,     temperature,
-                           maxTokens,   m_providerProfiles, userChoseProvider};
+    PersistedSettings mine{provider,         model,     customEndpoint,
+                           temperature,      maxTokens, m_providerProfiles,
+                           userChoseProvider};
     if (!onDisk) return mine;
     PersistedSettings merged = *onDisk;
     // A model chosen for this store's provider is that provider's; while another host has
@@ -275,8 +277,12 @@ CoachSettingsStore::PersistedSettings CoachSettingsStore::mergedOnto(
     if (m_changed.temperature) merged.temperature = mine.temperature;
     if (m_changed.maxTokens) merged.maxTokens = mine.maxTokens;
     auto profiles = merged.profiles.value_or(std::map<std::string, ProviderProfile>{});
+    const std::string currentID(storageID(provider));
+    const bool currentChanged = m_changed.provider || m_changed.profile;
     for (const auto& [id, profile] : m_providerProfiles) {
-        if (m_changedProfiles.count(id) || !profiles.count(id)) profiles[id] = profile;
+        if (m_changedProfiles.count(id) || !profiles.count(id) ||
+            (currentChanged && id == currentID))
+            profiles[id] = profile;
     }
     merged.profiles = std::move(profiles);
     if (userChoseProvider) merged.userChoseProvider = userChoseProvider;

@@ -76,7 +76,8 @@ Seen seenIn(const std::vector<CoachConversation>& conversations) {
 
 template <typename Items>
 auto findById(const Items& items, const Uuid& id) {
-    return std::find_if(items.begin(), items.end(), [&](const auto& item) { return item.id() == id; });
+    return std::find_if(items.begin(), items.end(),
+                        [&](const auto& item) { return item.id() == id; });
 }
 
 bool addedSince(const CoachConversation& conversation, const std::set<Uuid>& seenMessages) {
@@ -91,17 +92,17 @@ CoachConversation mergedConversation(const CoachConversation& local, const Coach
     CoachConversation result = local;
     auto& messages = result.messages();
     std::erase_if(messages, [&](const CoachMessage& m) {
-        return seenMessages.count(m.id()) && findById(file.messages(), m.id()) == file.messages().end();
+        return seenMessages.count(m.id()) &&
+               findById(file.messages(), m.id()) == file.messages().end();
     });
     for (const auto& message : file.messages()) {
         if (!seenMessages.count(message.id()) &&
             findById(local.messages(), message.id()) == local.messages().end())
             messages.push_back(message);
     }
-    std::stable_sort(messages.begin(), messages.end(),
-                     [](const CoachMessage& a, const CoachMessage& b) {
-                         return a.timestamp() < b.timestamp();
-                     });
+    std::stable_sort(
+        messages.begin(), messages.end(),
+        [](const CoachMessage& a, const CoachMessage& b) { return a.timestamp() < b.timestamp(); });
     if (messages.size() > ConversationFile::kMaxMessagesPerConversation)
         messages.erase(messages.begin(),
                        messages.end() - static_cast<std::ptrdiff_t>(
@@ -197,9 +198,9 @@ void ConversationFile::remember(const std::vector<CoachConversation>& conversati
     m_seen = seenIn(conversations);
 }
 
-std::vector<CoachConversation> ConversationFile::merged(
-    const std::vector<CoachConversation>& local, const std::vector<CoachConversation>& file,
-    const Seen& seen) {
+std::vector<CoachConversation> ConversationFile::merged(const std::vector<CoachConversation>& local,
+                                                        const std::vector<CoachConversation>& file,
+                                                        const Seen& seen) {
     static const std::set<Uuid> none;
     std::vector<CoachConversation> result;
     result.reserve(local.size() + file.size());

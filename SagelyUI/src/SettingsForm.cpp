@@ -250,8 +250,8 @@ void SettingsForm::refreshCurrentProviderBox() {
     if (CoachConfig::isKeylessProvider(provider))
         m_currentKey->setText(localized("No API key needed."));
     else if (store.keyUnreadable(provider))
-        m_currentKey->setText(localized(
-            "The API key could not be read from the secret store. It is left as it is."));
+        m_currentKey->setText(
+            localized("The API key could not be read from the secret store. It is left as it is."));
     else if (store.hasSavedKey(provider))
         m_currentKey->setText(localized("API key saved for this provider."));
     else

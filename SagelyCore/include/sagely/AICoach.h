@@ -2,11 +2,11 @@
 //
 // It owns the conversations of its namespace (loaded at construction, saved after every
 // change, merged with what other hosts saved to the same file, and brought up to date with it
-// before each question), the conversation being shown, and the thinking and error state the views observe. A
-// question is appended to the current conversation, offered first to the host's local-action
-// resolver, and otherwise sent with a freshly built system prompt to the configured provider on
-// a worker thread; the reply comes back on the main thread through the MainExecutor and is
-// appended as an assistant message.
+// before each question), the conversation being shown, and the thinking and error state the views
+// observe. A question is appended to the current conversation, offered first to the host's
+// local-action resolver, and otherwise sent with a freshly built system prompt to the configured
+// provider on a worker thread; the reply comes back on the main thread through the MainExecutor and
+// is appended as an assistant message.
 //
 // Guarantees of a model request:
 // - At most one runs per coach: a new question cancels the one in flight. A cancelled request

@@ -62,9 +62,9 @@ public:
     /// The merge itself: `seen` holds, per conversation id, the message ids last seen in the
     /// file. `local` keeps its order; conversations only in `file` go before the first local one
     /// created earlier.
-    static std::vector<CoachConversation> merged(
-        const std::vector<CoachConversation>& local, const std::vector<CoachConversation>& file,
-        const std::map<Uuid, std::set<Uuid>>& seen);
+    static std::vector<CoachConversation> merged(const std::vector<CoachConversation>& local,
+                                                 const std::vector<CoachConversation>& file,
+                                                 const std::map<Uuid, std::set<Uuid>>& seen);
 
 private:
     void remember(const std::vector<CoachConversation>& conversations);

@@ -54,6 +54,7 @@ public:
     /// Asks the question and waits for the outcome; Ctrl-C abandons the request and closes the
     /// session.
     AskOutcome ask(const std::string& question);
+
 private:
     void openCoach();
     void continueLatestConversation();

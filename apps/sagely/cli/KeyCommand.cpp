@@ -80,8 +80,7 @@ int noSecretStore(Host& host) {
 std::string readBackFailure(SecretStore& secrets, Provider provider, const std::string& key) {
     const SecretLookup stored = secrets.lookup(kKeychainService, account(provider));
     if (stored.failed()) return "the secret store could not be read back";
-    if (key.empty())
-        return stored.found() ? "the secret store still holds the key" : std::string();
+    if (key.empty()) return stored.found() ? "the secret store still holds the key" : std::string();
     if (!stored.found()) return "the secret store did not keep the key";
     return stored.secret == key ? std::string() : "the secret store holds a different key";
 }
