@@ -41,7 +41,8 @@ protected:
 
     std::set<std::string> questionsOnDisk(const std::string& conversationNamespace) const {
         std::set<std::string> questions;
-        const std::string bytes = readFile(storage() / (conversationNamespace + "-conversations.json"));
+        const std::string bytes =
+            readFile(storage() / (conversationNamespace + "-conversations.json"));
         for (const auto& conversation : decodeConversations(bytes))
             for (const auto& message : conversation.messages())
                 if (message.role() == CoachMessage::Role::user) questions.insert(message.content());
@@ -135,8 +136,8 @@ TEST_F(SharedStorage, ALongLivedCoachAndOneShotAsksKeepEveryQuestion) {
     CoachSettingsStore store("com.brindlewood.sagely", "coach-api-key", options);
     auto executor = std::make_shared<ManualExecutor>();
     AICoach coach(executor, nullptr, &store, "cli", [](const std::string& question) {
-        return std::optional(CoachLocalActionResult{"Answered: " + question, std::nullopt,
-                                                    std::nullopt});
+        return std::optional(
+            CoachLocalActionResult{"Answered: " + question, std::nullopt, std::nullopt});
     });
     std::set<std::string> asked;
     for (int round = 0; round < kRounds; ++round) {

@@ -327,8 +327,8 @@ TEST(SecretServiceStoreWithoutBusTest, ABusThatNeverAnswersIsGivenUpAndThenLeftA
             exitWithResult(runtime, [&bus] {
                 SecretServiceStore store({200ms, 60s});
                 // A stalled read is a failure, never "no item": nothing may be written back.
-                bool noKey = store.lookup("com.brindlewood.sagely", "coach-api-key.openai")
-                                 .failed();
+                bool noKey =
+                    store.lookup("com.brindlewood.sagely", "coach-api-key.openai").failed();
                 int connections = bus.accepted.load();
                 // Within the quiet period the store does not knock again.
                 store.write("com.brindlewood.sagely", "coach-api-key.openai", "sk-1");
