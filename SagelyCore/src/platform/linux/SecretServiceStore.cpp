@@ -107,11 +107,13 @@ void SecretServiceStore::noteOutcome(bool timedOut) {
         m_quietUntil = std::chrono::steady_clock::now() + m_options.quietPeriodAfterTimeout;
 }
 
-// libsecret answers "no item" with a null secret and no error; an error, a cancelled call or no
-// bus at all is a failed read.
+// libsecret answers "no item" with a null secret and no error; an error, a cancelled call or a
+// store still quiet after a time-out is a failed read.
 SecretLookup SecretServiceStore::lookup(const std::string& service, const std::string& account) {
     constexpr auto failed = SecretLookup::Outcome::failed;
     std::lock_guard lock(m_mutex);
+    // With no session bus at all there is no store, so no item: nothing there can be lost.
+    if (!sessionBusConfigured()) return {};
     if (!isUtf8(service, account) || !mayCall()) return {failed, {}};
     Deadline deadline(m_options.timeout);
     GError* error = nullptr;
