@@ -31,6 +31,20 @@ PersistenceSwitch& persistenceSwitch() {
     return instance;
 }
 
+bool sameConversation(const CoachConversation& a, const CoachConversation& b) {
+    if (a.id() != b.id() || a.title() != b.title() || a.updatedAt() != b.updatedAt() ||
+        a.messages().size() != b.messages().size())
+        return false;
+    for (std::size_t i = 0; i < a.messages().size(); ++i) {
+        if (a.messages()[i].id() != b.messages()[i].id()) return false;
+    }
+    return true;
+}
+
+bool sameList(const std::vector<CoachConversation>& a, const std::vector<CoachConversation>& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), sameConversation);
+}
+
 }  // namespace
 
 // --- detail::WorkerDone ---
@@ -102,17 +116,49 @@ void AICoach::Impl::store(CoachConversation conversation) {
     currentConversation.set(std::move(conversation));
 }
 
+ConversationFile& AICoach::Impl::historyFile() {
+    if (!history) history.emplace(settings->conversationURL(conversationNamespace));
+    return *history;
+}
+
 void AICoach::Impl::load() {
     if (!AICoach::conversationPersistenceAllowed()) return;
-    auto list = ConversationFile::load(settings->conversationURL(conversationNamespace));
+    auto list = historyFile().read();
     if (list.empty()) return;
     conversations.set(std::move(list));
     currentConversation.set(conversations.get().front());
 }
 
+// Other hosts may have saved to the same file meanwhile: the save merges with what is there and
+// the coach goes on with the merged list.
 void AICoach::Impl::save() {
     if (!AICoach::conversationPersistenceAllowed()) return;
-    ConversationFile::save(settings->conversationURL(conversationNamespace), conversations.get());
+    auto list = conversations.get();
+    std::optional<std::string> failure = historyFile().merge(list);
+    if (lastSaveFailure.get() != failure) lastSaveFailure.set(failure);
+    if (!failure) adopt(std::move(list));
+}
+
+// Before a question builds its prompt, what other hosts added is taken in.
+void AICoach::Impl::pickUpOtherHosts() {
+    if (!history || !AICoach::conversationPersistenceAllowed()) return;
+    auto list = conversations.get();
+    if (history->pickUp(list)) adopt(std::move(list));
+}
+
+// Notifies only on a real change; the current conversation follows its merged version, or the
+// first one when another host deleted it.
+void AICoach::Impl::adopt(std::vector<CoachConversation> list) {
+    if (!sameList(list, conversations.get())) conversations.set(std::move(list));
+    const auto& current = currentConversation.get();
+    if (!current) return;
+    const auto& now = conversations.get();
+    auto found = std::find_if(now.begin(), now.end(),
+                              [&](const CoachConversation& c) { return c.id() == current->id(); });
+    if (found == now.end())
+        currentConversation.set(now.empty() ? std::nullopt : std::optional(now.front()));
+    else if (!sameConversation(*found, *current))
+        currentConversation.set(*found);
 }
 
 void AICoach::Impl::preloadManual() {
@@ -183,6 +229,9 @@ const Property<std::optional<std::string>>& AICoach::error() const {
 }
 void AICoach::setError(std::optional<std::string> error) {
     m_impl->error.set(std::move(error));
+}
+const Property<std::optional<std::string>>& AICoach::lastSaveFailure() const {
+    return m_impl->lastSaveFailure;
 }
 
 CoachSettingsStore& AICoach::settings() const {

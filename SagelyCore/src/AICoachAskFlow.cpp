@@ -132,6 +132,7 @@ void AICoach::Impl::postOutcome(MainExecutor& executor, std::weak_ptr<Impl> coac
 void AICoach::Impl::ask(const std::string& question, ReplyCompletion completion) {
     std::string asked = text::trimmed(question);
     if (asked.empty()) return detail::deliver(completion, std::nullopt);
+    pickUpOtherHosts();
     if (!currentConversation.get()) newConversation();
     CoachConversation conversation = *currentConversation.get();
     conversation.append(CoachMessage(CoachMessage::Role::user, asked));

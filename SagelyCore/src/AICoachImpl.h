@@ -8,6 +8,7 @@
 
 #include <sagely/AICoach.h>
 #include <sagely/CancellationToken.h>
+#include <sagely/ConversationFile.h>
 
 #include <condition_variable>
 #include <cstdint>
@@ -72,6 +73,7 @@ struct AICoach::Impl : std::enable_shared_from_this<AICoach::Impl> {
     Property<bool> isLoadingManual{false};
     Property<bool> manualReady{false};
     Property<std::optional<std::string>> error;
+    Property<std::optional<std::string>> lastSaveFailure;
 
     AICoach* owner;  // null once the coach is being destroyed
     std::shared_ptr<MainExecutor> executor;
@@ -82,6 +84,8 @@ struct AICoach::Impl : std::enable_shared_from_this<AICoach::Impl> {
     bool allowsLLMCompletion;
     std::shared_ptr<LLMService> llm;
 
+    std::optional<ConversationFile> history;  // made at the first load or save
+
     std::uint64_t latestGeneration = 0;
     std::map<std::uint64_t, std::shared_ptr<detail::CoachRequest>> requests;  // unfinished
 
@@ -91,6 +95,9 @@ struct AICoach::Impl : std::enable_shared_from_this<AICoach::Impl> {
     void store(CoachConversation conversation);
     void load();
     void save();
+    void pickUpOtherHosts();
+    void adopt(std::vector<CoachConversation> list);
+    ConversationFile& historyFile();
     void preloadManual();
     void shutDown();
 

@@ -1,11 +1,13 @@
 #include "AtomicFile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <mutex>
 #include <system_error>
 #include <utility>
@@ -81,7 +83,51 @@ std::string reason(int error) {
     return std::generic_category().message(error);
 }
 
+std::string utcStamp() {
+    std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    char stamp[32] = {};
+    std::strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &utc);
+    return stamp;
+}
+
+// A kept file is never replaced: a second copy of the same second gets "-2", "-3", …
+std::filesystem::path asideName(const std::filesystem::path& file) {
+    std::string base = file.string() + ".unreadable-" + utcStamp();
+    std::filesystem::path candidate = base;
+    std::error_code ignored;
+    for (int n = 2; std::filesystem::exists(std::filesystem::symlink_status(candidate, ignored));
+         ++n)
+        candidate = base + "-" + std::to_string(n);
+    return candidate;
+}
+
 }  // namespace
+
+FileLock::FileLock(const std::filesystem::path& file) {
+    std::string lockFile = file.string() + ".lock";
+    m_fd = ::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (m_fd < 0) return;
+    while (::flock(m_fd, LOCK_EX) != 0) {
+        if (errno == EINTR) continue;
+        ::close(m_fd);  // a file system without flock: go on unlocked
+        m_fd = -1;
+        return;
+    }
+}
+
+FileLock::~FileLock() {
+    if (m_fd >= 0) ::close(m_fd);  // closing the last descriptor releases the lock
+}
+
+int moveAside(const std::filesystem::path& file, std::filesystem::path* movedTo) {
+    if (int error = currentFaults().moveAsideError) return error;
+    std::filesystem::path aside = asideName(file);
+    if (::rename(file.c_str(), aside.c_str()) != 0) return errno;
+    if (movedTo) *movedTo = std::move(aside);
+    return 0;
+}
 
 int readWholeFile(const std::filesystem::path& file, std::string& bytes) {
     int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);

@@ -1,5 +1,6 @@
-// Whole-file reads and crash-safe whole-file replacement, shared by the settings file and the
-// conversation files.
+// Whole-file reads, crash-safe whole-file replacement, the lock every host of the kit takes
+// around a read-merge-write, and keeping unreadable files aside; shared by the settings file and
+// the conversation files.
 //
 // replaceFileAtomically writes a temporary file in the destination's folder, flushes it to
 // disk, renames it over the destination and flushes the folder, so at every moment the
@@ -23,6 +24,28 @@ int readWholeFile(const std::filesystem::path& file, std::string& bytes);
 /// old file untouched and no temporary file left behind.
 int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes);
 
+/// An advisory lock (flock) on "<file>.lock" beside the file, held for the object's lifetime.
+/// Every host takes it only around its read-merge-write and the atomic replace, never across a
+/// model request. The kernel drops it when the process dies, so a crash leaves nothing stuck.
+/// When the lock file cannot be opened (a read-only folder) the caller goes on unlocked: its
+/// write is about to fail there anyway.
+class FileLock {
+public:
+    explicit FileLock(const std::filesystem::path& file);
+    ~FileLock();
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+    bool held() const { return m_fd >= 0; }
+
+private:
+    int m_fd = -1;
+};
+
+/// Moves an unreadable file to "<file>.unreadable-<UTC time>" (with "-2", "-3", … when that
+/// name is taken); 0 on success (with the new name in `movedTo` when given), else the errno of
+/// the rename.
+int moveAside(const std::filesystem::path& file, std::filesystem::path* movedTo = nullptr);
+
 std::string describeReadFailure(const std::filesystem::path& file, int error);
 std::string describeWriteFailure(const std::filesystem::path& file, int error);
 
@@ -33,6 +56,8 @@ struct AtomicWriteFaults {
     std::function<int(const std::filesystem::path& temporaryFile)> beforeRename;
     /// Writing more than this many bytes fails with ENOSPC (a full disk).
     std::optional<std::size_t> failAfterBytes;
+    /// A non-zero errno fails moving an unreadable file aside (as a name too long would).
+    int moveAsideError = 0;
 };
 
 class ScopedAtomicWriteFaults {

@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 
 #include <array>
+#include <cstdint>
+#include <limits>
 
 namespace sagely {
 namespace {
@@ -188,7 +190,12 @@ void from_json(const nlohmann::json& json, CoachConfig& config) {
     if (!temperature.is_number()) throw DecodingError("temperature: expected a number");
     decoded.temperature = temperature.get<double>();
     const nlohmann::json& maxTokens = field("maxTokens");
-    if (!maxTokens.is_number_integer()) throw DecodingError("maxTokens: expected an integer");
+    // An unsigned number past the signed range would wrap to a negative limit.
+    bool tooLarge = maxTokens.is_number_unsigned() &&
+                    maxTokens.get<std::uint64_t>() >
+                        static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    if (!maxTokens.is_number_integer() || tooLarge)
+        throw DecodingError("maxTokens: expected an integer");
     decoded.maxTokens = maxTokens.get<std::int64_t>();
     config = std::move(decoded);
 }

@@ -1,20 +1,60 @@
 #include <sagely/CoachSettingsStore.h>
 
 #include <sagely/LLMClient.h>
+#include <sagely/Log.h>
 #include <sagely/OperatingSystem.h>
 #include <sagely/Text.h>
 
 #include "AtomicFile.h"
 #include "platform/StorageLocation.h"
 
+#include <cerrno>
+#include <exception>
 #include <system_error>
 #include <utility>
 
 namespace sagely {
+namespace {
+
+// What a read of settings.json found: its settings, nothing (no file, or an undecodable file now
+// kept aside), or why the file must be left alone (it cannot be read, or cannot be moved aside).
+struct SettingsFileContent {
+    std::optional<CoachSettingsStore::PersistedSettings> settings;
+    std::optional<std::string> keptInPlace;
+};
+
+std::string quotedName(const std::filesystem::path& file) {
+    return "\u201C" + file.filename().string() + "\u201D";
+}
+
+SettingsFileContent readSettings(const std::filesystem::path& file) {
+    std::string bytes;
+    int error = detail::readWholeFile(file, bytes);
+    if (error == ENOENT || error == ENOTDIR) return {};
+    if (error) return {std::nullopt, detail::describeReadFailure(file, error)};
+    std::string failure;
+    try {
+        return {decodePersistedSettings(bytes), std::nullopt};
+    } catch (const std::exception& decoding) {
+        failure = decoding.what();
+    }
+    // Replacing it with defaults would lose the provider, model and every profile it holds.
+    std::filesystem::path aside;
+    if (int moveError = detail::moveAside(file, &aside))
+        return {std::nullopt, "The file " + quotedName(file) + " cannot be decoded (" + failure +
+                                  ") and could not be moved aside (" +
+                                  std::generic_category().message(moveError) +
+                                  "); nothing is written over it."};
+    log("Failed to load settings: " + failure + "; the file is kept as " + quotedName(aside) + ".");
+    return {};
+}
+
+}  // namespace
 
 struct CoachSettingsStore::Impl {
     std::shared_ptr<SecretStore> secrets;
     std::optional<std::filesystem::path> storageRoot;
+    std::optional<std::filesystem::path> conversationDirectory;
 };
 
 CoachSettingsStore& CoachSettingsStore::shared() {
@@ -32,15 +72,19 @@ CoachSettingsStore::CoachSettingsStore(std::string keychainService, std::string 
       apiKey(std::string()),
       m_keychainService(std::move(keychainService)),
       m_keychainAccount(std::move(keychainAccount)),
-      m_impl(std::make_unique<Impl>(Impl{std::move(options.secretStore), options.storageRoot})) {
+      m_impl(std::make_unique<Impl>(Impl{std::move(options.secretStore), options.storageRoot,
+                                         options.conversationDirectory})) {
     if (!m_impl->secrets) m_impl->secrets = SecretStore::system();
     // Without a readable settings file nothing is written here: the defaults stand as they are.
-    if (std::optional<PersistedSettings> loaded = readSettingsFile()) {
-        applyLoadedSettings(*loaded);
-        moveToOnDeviceUnlessChosen(loaded->userChoseProvider);
+    SettingsFileContent content = readSettings(settingsURL());
+    if (content.settings) {
+        applyLoadedSettings(*content.settings);
+        moveToOnDeviceUnlessChosen(content.settings->userChoseProvider);
+    } else if (content.keptInPlace) {
+        log("Failed to load settings: " + *content.keptInPlace + " Settings are kept in memory.");
     }
     migrateLegacyKey();
-    apiKey.set(readKey(provider));
+    loadKey(provider);
     observeChanges();
 }
 
@@ -64,6 +108,7 @@ void CoachSettingsStore::moveToOnDeviceUnlessChosen(std::optional<bool> userChos
         return;
     provider.set(Provider::apple);
     model.set(CoachConfig::defaultModel(Provider::apple));
+    m_changed.provider = true;
     storeCurrentProfile();
     save(false);
 }
@@ -71,30 +116,41 @@ void CoachSettingsStore::moveToOnDeviceUnlessChosen(std::optional<bool> userChos
 // A key saved before keys were kept per provider lies under the bare account; it becomes the
 // current provider's key unless that provider already has one. The old item is left alone.
 void CoachSettingsStore::migrateLegacyKey() {
-    std::optional<std::string> legacy = readSecret(m_keychainAccount);
-    if (!legacy || legacy->empty()) return;
-    if (readSecret(accountFor(provider))) return;
-    writeKey(provider, *legacy);
+    SecretLookup legacy = lookupSecret(m_keychainAccount);
+    if (!legacy.found() || legacy.secret.empty()) return;
+    // Only a provider known to have no item gets it: one whose read failed may hold a key.
+    if (lookupSecret(accountFor(provider)).outcome != SecretLookup::Outcome::noItem) return;
+    writeKey(provider, legacy.secret);
 }
 
 // The store's own reactions run after a change is stored, so they persist the new value.
 void CoachSettingsStore::observeChanges() {
     m_cancellables.push_back(provider.onDidChange([this](const Provider&) {
-        if (!m_isApplyingProvider) saveKeepingChoice();
+        if (m_isApplyingProvider) return;
+        m_changed.provider = true;
+        save(std::nullopt);
     }));
     auto profileChanged = [this](const std::string&) {
         if (m_isApplyingProvider) return;
+        m_changed.profile = true;
         storeCurrentProfile();
-        saveKeepingChoice();
+        save(std::nullopt);
     };
     m_cancellables.push_back(model.onDidChange(profileChanged));
     m_cancellables.push_back(customEndpoint.onDidChange(profileChanged));
-    m_cancellables.push_back(
-        temperature.onDidChange([this](const double&) { saveKeepingChoice(); }));
-    m_cancellables.push_back(
-        maxTokens.onDidChange([this](const std::int64_t&) { saveKeepingChoice(); }));
+    m_cancellables.push_back(temperature.onDidChange([this](const double&) {
+        m_changed.temperature = true;
+        save(std::nullopt);
+    }));
+    m_cancellables.push_back(maxTokens.onDidChange([this](const std::int64_t&) {
+        m_changed.maxTokens = true;
+        save(std::nullopt);
+    }));
+    // A key typed in replaces one that could not be read: from then on it is the user's.
     m_cancellables.push_back(apiKey.onDidChange([this](const std::string&) {
-        if (!m_isApplyingProvider) writeKey(provider, apiKey);
+        if (m_isApplyingProvider) return;
+        m_apiKeyUnreadable = false;
+        writeKey(provider, apiKey);
     }));
 }
 
@@ -112,7 +168,8 @@ CoachConfig CoachSettingsStore::config() const {
 void CoachSettingsStore::selectProvider(CoachConfig::Provider newProvider) {
     if (newProvider == provider.get()) return;
     storeCurrentProfile();
-    writeKey(provider, apiKey);
+    // A key that could not be read is not "no key": writing it back would delete the item.
+    if (!m_apiKeyUnreadable) writeKey(provider, apiKey);
     m_isApplyingProvider = true;
     provider.set(newProvider);
     auto profile = m_providerProfiles.find(std::string(storageID(newProvider)));
@@ -124,8 +181,9 @@ void CoachSettingsStore::selectProvider(CoachConfig::Provider newProvider) {
         model.set(CoachConfig::defaultModel(newProvider));
         customEndpoint.set(std::string());
     }
-    apiKey.set(readKey(newProvider));
+    loadKey(newProvider);
     m_isApplyingProvider = false;
+    m_changed.provider = true;
     save(true);
 }
 
@@ -136,6 +194,12 @@ std::string CoachSettingsStore::savedAPIKey(CoachConfig::Provider forProvider) c
 
 bool CoachSettingsStore::hasSavedKey(CoachConfig::Provider forProvider) const {
     return CoachConfig::isKeylessProvider(forProvider) || !savedAPIKey(forProvider).empty();
+}
+
+bool CoachSettingsStore::keyUnreadable(CoachConfig::Provider forProvider) const {
+    if (CoachConfig::isKeylessProvider(forProvider)) return false;
+    if (forProvider == provider.get()) return m_apiKeyUnreadable;
+    return lookupSecret(accountFor(forProvider)).failed();
 }
 
 std::optional<std::string> CoachSettingsStore::endpoint(CoachConfig::Provider) const {
@@ -157,60 +221,101 @@ std::filesystem::path CoachSettingsStore::settingsURL() const {
 // Appended as one name, never interpreted: a namespace starting with "/" stays in the folder.
 std::filesystem::path CoachSettingsStore::conversationURL(
     std::string_view conversationNamespace) const {
-    std::filesystem::path file = storageDirectory();
+    std::filesystem::path file = m_impl->conversationDirectory.value_or(storageDirectory());
     file /= "";
     file += std::string(conversationNamespace) + "-conversations.json";
     return file;
 }
 
 void CoachSettingsStore::storeCurrentProfile() {
-    m_providerProfiles[std::string(storageID(provider))] = ProviderProfile{model, customEndpoint};
+    std::string id(storageID(provider));
+    ProviderProfile current{model, customEndpoint};
+    // A profile merely filled in from the current fields is not a change: the file's may be
+    // newer. Edits and switches mark the current profile through m_changed.
+    auto [entry, added] = m_providerProfiles.try_emplace(id, current);
+    if (added || entry->second == current) return;
+    entry->second = std::move(current);
+    m_changedProfiles.insert(std::move(id));
 }
 
+// Under the lock: what is on disk, with this store's changes on top, replaces the file.
 void CoachSettingsStore::save(std::optional<bool> userChoseProvider) {
     storeCurrentProfile();
-    PersistedSettings settings{provider,         model,     customEndpoint,
-                               temperature,      maxTokens, m_providerProfiles,
-                               userChoseProvider};
+    const std::filesystem::path file = settingsURL();
+    detail::FileLock lock(file);
+    SettingsFileContent onDisk = readSettings(file);
+    if (onDisk.keptInPlace) return noteSaveOutcome(onDisk.keptInPlace);
     std::string bytes;
     try {
-        bytes = encodeJson(settings);
-    } catch (...) {
-        return;  // a value JSON cannot hold (a non-finite temperature): the file stays as it is
+        bytes = encodeJson(mergedOnto(onDisk.settings, userChoseProvider));
+    } catch (const std::exception& error) {
+        return noteSaveOutcome(error.what());  // a temperature JSON cannot hold (not finite)
     }
-    detail::replaceFileAtomically(settingsURL(), bytes);
+    if (int error = detail::replaceFileAtomically(file, bytes))
+        return noteSaveOutcome(detail::describeWriteFailure(file, error));
+    m_changed = {};
+    m_changedProfiles.clear();
+    noteSaveOutcome(std::nullopt);
 }
 
-// Saves with the choice flag the file already records (none when it cannot be read).
-void CoachSettingsStore::saveKeepingChoice() {
-    std::optional<PersistedSettings> current = readSettingsFile();
-    save(current ? current->userChoseProvider : std::nullopt);
+CoachSettingsStore::PersistedSettings CoachSettingsStore::mergedOnto(
+    const std::optional<PersistedSettings>& onDisk, std::optional<bool> userChoseProvider) const {
+    PersistedSettings mine{provider,         model,     customEndpoint,
+                           temperature,      maxTokens, m_providerProfiles,
+                           userChoseProvider};
+    if (!onDisk) return mine;
+    PersistedSettings merged = *onDisk;
+    // A model chosen for this store's provider is that provider's; while another host has
+    // switched provider, it goes to the profile only.
+    bool ownsSelection =
+        m_changed.provider || (m_changed.profile && onDisk->provider == provider.get());
+    if (ownsSelection) {
+        merged.provider = mine.provider;
+        merged.model = mine.model;
+        merged.customEndpoint = mine.customEndpoint;
+    }
+    if (m_changed.temperature) merged.temperature = mine.temperature;
+    if (m_changed.maxTokens) merged.maxTokens = mine.maxTokens;
+    auto profiles = merged.profiles.value_or(std::map<std::string, ProviderProfile>{});
+    const std::string currentID(storageID(provider));
+    const bool currentChanged = m_changed.provider || m_changed.profile;
+    for (const auto& [id, profile] : m_providerProfiles) {
+        if (m_changedProfiles.count(id) || !profiles.count(id) ||
+            (currentChanged && id == currentID))
+            profiles[id] = profile;
+    }
+    merged.profiles = std::move(profiles);
+    if (userChoseProvider) merged.userChoseProvider = userChoseProvider;
+    return merged;
 }
 
-std::optional<CoachSettingsStore::PersistedSettings> CoachSettingsStore::readSettingsFile() const {
-    std::string bytes;
-    if (detail::readWholeFile(settingsURL(), bytes) != 0) return std::nullopt;
-    try {
-        return decodePersistedSettings(bytes);
-    } catch (...) {
-        return std::nullopt;
-    }
+void CoachSettingsStore::noteSaveOutcome(std::optional<std::string> failure) {
+    if (failure) log("Failed to save settings: " + *failure);
+    if (lastSaveFailure.get() != failure) lastSaveFailure.set(std::move(failure));
 }
 
 std::string CoachSettingsStore::accountFor(CoachConfig::Provider forProvider) const {
     return m_keychainAccount + "." + std::string(storageID(forProvider));
 }
 
-std::optional<std::string> CoachSettingsStore::readSecret(const std::string& account) const {
+SecretLookup CoachSettingsStore::lookupSecret(const std::string& account) const {
     try {
-        return m_impl->secrets->read(m_keychainService, account);
+        return m_impl->secrets->lookup(m_keychainService, account);
     } catch (...) {
-        return std::nullopt;  // a host's store that throws reads as "no key"
+        return {SecretLookup::Outcome::failed, {}};  // a host's store that throws has failed
     }
 }
 
+// The provider's key into apiKey; a failed read leaves it empty and remembered as unreadable.
+void CoachSettingsStore::loadKey(CoachConfig::Provider forProvider) {
+    SecretLookup key = lookupSecret(accountFor(forProvider));
+    m_apiKeyUnreadable = key.failed();
+    apiKey.set(key.found() ? std::move(key.secret) : std::string());
+}
+
 std::string CoachSettingsStore::readKey(CoachConfig::Provider forProvider) const {
-    return readSecret(accountFor(forProvider)).value_or(std::string());
+    SecretLookup key = lookupSecret(accountFor(forProvider));
+    return key.found() ? std::move(key.secret) : std::string();
 }
 
 // Blank keys delete the item: "no key" is never stored as an empty secret.

@@ -2,6 +2,12 @@
 
 namespace sagely {
 
+SecretLookup SecretStore::lookup(const std::string& service, const std::string& account) {
+    std::optional<std::string> secret = read(service, account);
+    if (!secret) return {};
+    return {SecretLookup::Outcome::found, std::move(*secret)};
+}
+
 std::optional<std::string> InMemorySecretStore::read(const std::string& service,
                                                      const std::string& account) {
     std::lock_guard lock(m_mutex);

@@ -249,6 +249,9 @@ void SettingsForm::refreshCurrentProviderBox() {
     m_currentModel->setText(localized("Model: %1").arg(qs(store.config().resolvedModel())));
     if (CoachConfig::isKeylessProvider(provider))
         m_currentKey->setText(localized("No API key needed."));
+    else if (store.keyUnreadable(provider))
+        m_currentKey->setText(
+            localized("The API key could not be read from the secret store. It is left as it is."));
     else if (store.hasSavedKey(provider))
         m_currentKey->setText(localized("API key saved for this provider."));
     else

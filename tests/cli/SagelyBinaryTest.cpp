@@ -234,6 +234,8 @@ TEST_F(SagelyBinary, AKeyReadFromStandardInputLandsInTheSecretStore) {
     auto secrets = SecretStore::system();
     const std::string service = "com.brindlewood.sagely", account = "coach-api-key.gemini";
     if (!secrets->isAvailable()) {
+        ASSERT_EQ(std::getenv("SAGELY_REQUIRE_SECRET_SERVICE"), nullptr)
+            << "the Secret Service of the test script is not reachable";
         const auto result = sagely({"key", "set", "gemini"}, "g-test-key\n");
         EXPECT_EQ(result.exitCode, 3);
         EXPECT_NE(result.err.find("OPENAI_API_KEY, ANTHROPIC_API_KEY or GEMINI_API_KEY"),

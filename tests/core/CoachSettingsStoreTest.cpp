@@ -5,12 +5,14 @@
 #include <sagely/Log.h>
 #include <sagely/OperatingSystem.h>
 
+#include "AtomicFile.h"
 #include "platform/StorageLocation.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -67,6 +69,37 @@ public:
         throw std::runtime_error("locked");
     }
     bool isAvailable() override { return false; }
+};
+
+// A secret store that stalls: while `failing`, every lookup fails (as a timed-out Secret
+// Service read does) and every write or delete is refused and counted.
+class StallingSecretStore final : public SecretStore {
+public:
+    SecretLookup lookup(const std::string& service, const std::string& account) override {
+        if (failing) return {SecretLookup::Outcome::failed, {}};
+        return m_items.lookup(service, account);
+    }
+    std::optional<std::string> read(const std::string& service,
+                                    const std::string& account) override {
+        SecretLookup found = lookup(service, account);
+        return found.found() ? std::optional(found.secret) : std::nullopt;
+    }
+    void write(const std::string& service, const std::string& account,
+               const std::string& secret) override {
+        changes.push_back("write " + account);
+        m_items.write(service, account, secret);
+    }
+    void remove(const std::string& service, const std::string& account) override {
+        changes.push_back("remove " + account);
+        m_items.remove(service, account);
+    }
+    bool isAvailable() override { return true; }
+
+    bool failing = false;
+    std::vector<std::string> changes;
+
+private:
+    InMemorySecretStore m_items;
 };
 
 class CoachSettingsStoreTest : public ::testing::Test {
@@ -227,7 +260,7 @@ TEST_F(CoachSettingsStoreTest, UnknownKeysAreIgnored) {
     EXPECT_EQ(store->maxTokens.get(), 512);
 }
 
-TEST_F(CoachSettingsStoreTest, UnusableFilesGiveTheDefaultsAndAreLeftAsTheyAre) {
+TEST_F(CoachSettingsStoreTest, UndecodableFilesGiveTheDefaultsAndAreKeptAside) {
     const std::vector<std::string> files{
         "",
         "not json",
@@ -251,7 +284,13 @@ TEST_F(CoachSettingsStoreTest, UnusableFilesGiveTheDefaultsAndAreLeftAsTheyAre) 
         EXPECT_EQ(store->provider.get(), CoachConfig::defaultConfig().provider);
         EXPECT_EQ(store->model.get(), CoachConfig::defaultConfig().model);
         EXPECT_TRUE(store->providerProfiles().empty());
-        EXPECT_EQ(settings(), file);
+        EXPECT_FALSE(fs::exists(settingsFile()));
+        std::vector<fs::path> kept;
+        for (const auto& entry : fs::directory_iterator(folder())) kept.push_back(entry.path());
+        ASSERT_EQ(kept.size(), 1u);
+        EXPECT_EQ(kept[0].filename().string().rfind("settings.json.unreadable-", 0), 0u);
+        EXPECT_EQ(readFile(kept[0]), file);
+        fs::remove(kept[0]);
     }
 }
 
@@ -270,6 +309,8 @@ TEST_F(CoachSettingsStoreTest, AnUnwritableFolderIsIgnored) {
     EXPECT_EQ(store->providerProfiles().at("openai").model, "gpt-4.1");
     EXPECT_EQ(key("openai"), "sk-still-kept");
     EXPECT_EQ(readFile(root.path() / "occupied"), "a file where the folder should be");
+    ASSERT_TRUE(store->lastSaveFailure.get().has_value());
+    EXPECT_NE(store->lastSaveFailure.get()->find("settings.json"), std::string::npos);
 }
 
 TEST_F(CoachSettingsStoreTest, AHostSecretStoreThatThrowsReadsAsNoKey) {
@@ -284,7 +325,77 @@ TEST_F(CoachSettingsStoreTest, AHostSecretStoreThatThrowsReadsAsNoKey) {
     EXPECT_FALSE(store->hasSavedKey(Provider::openai));
 }
 
+TEST_F(CoachSettingsStoreTest, AnUndecodableFileThatCannotBeMovedAsideIsNeverWrittenOver) {
+    const std::string wrongType =
+        R"js({"provider":"Anthropic","model":"claude-x","customEndpoint":"","temperature":"0.5",)js"
+        R"js("maxTokens":1024})js";
+    writeSettings(wrongType);
+    detail::ScopedAtomicWriteFaults faults({{}, std::nullopt, ENAMETOOLONG});
+    std::vector<std::string> lines;
+    LogSink previous = setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+    auto store = makeStore();
+    store->temperature.set(0.9);
+    store->selectProvider(Provider::gemini);
+    setLogSink(previous);
+
+    EXPECT_EQ(settings(), wrongType);
+    ASSERT_TRUE(store->lastSaveFailure.get().has_value());
+    EXPECT_NE(store->lastSaveFailure.get()->find("could not be moved aside"), std::string::npos);
+    EXPECT_EQ(store->provider.get(), Provider::gemini);  // the store goes on in memory
+    ASSERT_FALSE(lines.empty());
+    EXPECT_NE(lines.front().find("Settings are kept in memory."), std::string::npos);
+}
+
 // --- Keys ---
+
+TEST_F(CoachSettingsStoreTest, AKeyThatFailedToLoadSurvivesAProviderSwitchAndARelaunch) {
+    auto stalling = std::make_shared<StallingSecretStore>();
+    stalling->write(kService, std::string(kAccount) + ".openai", "sk-kept");
+    stalling->changes.clear();
+    writeSettings(kOpenAISettings);
+    stalling->failing = true;
+    auto store = std::make_unique<CoachSettingsStore>(
+        kService, kAccount, CoachSettingsStore::Options{stalling, root()});
+    EXPECT_EQ(store->apiKey.get(), "");
+    EXPECT_TRUE(store->keyUnreadable(Provider::openai));
+    EXPECT_FALSE(store->keyUnreadable(Provider::local));
+
+    store->selectProvider(Provider::anthropic);  // the stalled store is still failing
+    EXPECT_TRUE(store->keyUnreadable(Provider::openai));
+    stalling->failing = false;
+    store->selectProvider(Provider::openai);
+    EXPECT_TRUE(stalling->changes.empty()) << stalling->changes.front();
+    EXPECT_EQ(store->apiKey.get(), "sk-kept");
+    EXPECT_FALSE(store->keyUnreadable(Provider::openai));
+
+    auto relaunched = std::make_unique<CoachSettingsStore>(
+        kService, kAccount, CoachSettingsStore::Options{stalling, root()});
+    EXPECT_EQ(relaunched->apiKey.get(), "sk-kept");
+}
+
+TEST_F(CoachSettingsStoreTest, ALegacyKeyNeverReplacesAKeyThatCouldNotBeRead) {
+    auto stalling = std::make_shared<StallingSecretStore>();
+    stalling->write(kService, kAccount, "sk-legacy");
+    stalling->write(kService, std::string(kAccount) + ".openai", "sk-own");
+    stalling->changes.clear();
+    stalling->failing = true;
+    auto store = std::make_unique<CoachSettingsStore>(
+        kService, kAccount, CoachSettingsStore::Options{stalling, root()});
+    EXPECT_TRUE(stalling->changes.empty());
+    stalling->failing = false;
+    EXPECT_EQ(stalling->read(kService, std::string(kAccount) + ".openai"), "sk-own");
+}
+
+TEST_F(CoachSettingsStoreTest, ATypedKeyReplacesOneThatCouldNotBeRead) {
+    auto stalling = std::make_shared<StallingSecretStore>();
+    stalling->failing = true;
+    auto store = std::make_unique<CoachSettingsStore>(
+        kService, kAccount, CoachSettingsStore::Options{stalling, root()});
+    store->apiKey.set("sk-typed");
+    EXPECT_FALSE(store->keyUnreadable(store->provider.get()));
+    stalling->failing = false;
+    EXPECT_EQ(stalling->read(kService, std::string(kAccount) + ".openai"), "sk-typed");
+}
 
 TEST_F(CoachSettingsStoreTest, ASavedKeyIsInTheSecretStoreAtOnceAndSurvivesARestart) {
     auto store = makeStore();
@@ -470,18 +581,46 @@ TEST_F(CoachSettingsStoreTest, ATemperatureJsonCannotHoldLeavesTheFileAsItIs) {
     EXPECT_EQ(settings(), kOpenAISettings);
 }
 
-TEST_F(CoachSettingsStoreTest, TwoStoresOnOneFolderLeaveTheLastWritersWholeFile) {
+TEST_F(CoachSettingsStoreTest, TwoStoresOnOneFolderKeepEachOthersChanges) {
     auto first = makeStore();
     auto second = makeStore();
     first->model.set("gpt-4.1");
     second->temperature.set(0.8);
     auto saved = decodePersistedSettings(settings());
-    EXPECT_EQ(saved.model, "gpt-4o-mini");  // the second store never saw the first's edit
+    EXPECT_EQ(saved.model, "gpt-4.1");  // the second store wrote only its own change
     EXPECT_EQ(saved.temperature, 0.8);
+    EXPECT_EQ(saved.profiles->at("openai").model, "gpt-4.1");
 
     first->apiKey.set("sk-shared");
     EXPECT_EQ(makeStore()->apiKey.get(), "sk-shared");
     EXPECT_EQ(second->savedAPIKey(Provider::openai), "");  // its field was loaded earlier
+}
+
+TEST_F(CoachSettingsStoreTest, ARunningHostsEditDoesNotUndoAnotherHostsProviderSwitch) {
+    writeSettings(kOpenAISettings);
+    auto gui = makeStore();  // already running, still on OpenAI
+    auto cli = makeStore();
+    cli->selectProvider(Provider::anthropic);
+    cli->model.set("claude-x");
+    cli->maxTokens.set(1024);
+
+    gui->temperature.set(0.9);
+
+    auto saved = decodePersistedSettings(settings());
+    EXPECT_EQ(saved.provider, Provider::anthropic);
+    EXPECT_EQ(saved.model, "claude-x");
+    EXPECT_EQ(saved.maxTokens, 1024);
+    EXPECT_EQ(saved.temperature, 0.9);
+    EXPECT_EQ(saved.profiles->at("anthropic").model, "claude-x");
+    EXPECT_EQ(saved.userChoseProvider, std::optional<bool>(true));
+
+    // A model the running host picks for its own provider lands in that provider's profile.
+    gui->model.set("gpt-4.1");
+    saved = decodePersistedSettings(settings());
+    EXPECT_EQ(saved.provider, Provider::anthropic);
+    EXPECT_EQ(saved.model, "claude-x");
+    EXPECT_EQ(saved.profiles->at("openai").model, "gpt-4.1");
+    EXPECT_FALSE(gui->lastSaveFailure.get().has_value());
 }
 
 TEST_F(CoachSettingsStoreTest, AKeyNeverAppearsInTheSettingsFileOrALogLine) {

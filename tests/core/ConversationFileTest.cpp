@@ -69,8 +69,11 @@ protected:
 
     std::vector<std::string> entries() const {
         std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(folder()))
-            names.push_back(entry.path().filename().string());
+        // The lock file beside the file stays by design: removing it would race other hosts.
+        for (const auto& entry : fs::directory_iterator(folder())) {
+            std::string name = entry.path().filename().string();
+            if (!name.ends_with(".lock")) names.push_back(std::move(name));
+        }
         std::sort(names.begin(), names.end());
         return names;
     }
@@ -290,6 +293,68 @@ TEST_F(ConversationFileTest, TheSavedFileIsPrivateToTheUser) {
     ASSERT_TRUE(ConversationFile::save(file(), sampleConversations()));
     EXPECT_EQ(fs::status(file()).permissions() & fs::perms::all,
               fs::perms::owner_read | fs::perms::owner_write);
+}
+
+// --- Several hosts on one file ---
+
+std::vector<std::string> contents(const CoachConversation& conversation) {
+    std::vector<std::string> result;
+    for (const CoachMessage& message : conversation.messages()) result.push_back(message.content());
+    return result;
+}
+
+TEST_F(ConversationFileTest, TwoHostsSavingInTurnKeepEachOthersAdditions) {
+    ASSERT_TRUE(ConversationFile::save(file(), sampleConversations()));
+    ConversationFile first(file()), second(file());
+    auto mine = first.read();
+    auto theirs = second.read();
+
+    mine.front().append(CoachMessage(CoachMessage::Role::user, "first asks"));
+    theirs.front().append(CoachMessage(CoachMessage::Role::user, "second asks"));
+    theirs.insert(theirs.begin(), CoachConversation("Started by the second"));
+    ASSERT_FALSE(first.merge(mine).has_value());
+    ASSERT_FALSE(second.merge(theirs).has_value());
+
+    auto onDisk = ConversationFile::load(file());
+    EXPECT_EQ(titles(onDisk),
+              (std::vector<std::string>{"Started by the second", "R\u00e9glages \U0001F50A",
+                                        "Pairing a speaker"}));
+    EXPECT_EQ(contents(onDisk[1]),
+              (std::vector<std::string>{"Where are the settings?", "first asks", "second asks"}));
+    // The second host now holds the merged list too.
+    EXPECT_EQ(titles(theirs), titles(onDisk));
+    EXPECT_EQ(contents(theirs[1]), contents(onDisk[1]));
+}
+
+TEST_F(ConversationFileTest, ADeletionHereStaysDeletedAndAnAdditionThereIsKept) {
+    ASSERT_TRUE(ConversationFile::save(file(), sampleConversations()));
+    ConversationFile first(file()), second(file());
+    auto mine = first.read();
+    auto theirs = second.read();
+
+    mine.erase(mine.begin() + 1);  // "Pairing a speaker", deleted here
+    ASSERT_FALSE(first.merge(mine).has_value());
+    theirs.insert(theirs.begin(), CoachConversation("Added there"));
+    ASSERT_FALSE(second.merge(theirs).has_value());  // still lists the deleted one
+    EXPECT_EQ(titles(ConversationFile::load(file())),
+              (std::vector<std::string>{"Added there", "R\u00e9glages \U0001F50A"}));
+
+    EXPECT_TRUE(first.pickUp(mine));
+    EXPECT_EQ(titles(mine), (std::vector<std::string>{"Added there", "R\u00e9glages \U0001F50A"}));
+    EXPECT_FALSE(first.pickUp(mine));  // nothing new since
+}
+
+TEST_F(ConversationFileTest, AnUnreadableFileThatCannotBeMovedAsideIsNeverWrittenOver) {
+    // A name at the file system's limit: the aside name would be longer still.
+    const fs::path longFile = folder() / (std::string(230, 'n') + "-conversations.json");
+    writeFile(longFile, "[{\"cut\":");
+    ConversationFile history(longFile);
+    EXPECT_TRUE(history.read().empty());
+    auto list = sampleConversations();
+    auto failure = history.merge(list);
+    ASSERT_TRUE(failure.has_value());
+    EXPECT_NE(failure->find("could not be moved aside"), std::string::npos) << *failure;
+    EXPECT_EQ(readFile(longFile), "[{\"cut\":");
 }
 
 }  // namespace

@@ -35,6 +35,11 @@ const std::string kService = "com.brindlewood.sagely.test-" + std::to_string(::g
 // Every item the test makes is removed again, also from a user's real keyring.
 class SecretServiceStoreTest : public ::testing::Test {
 protected:
+    // Under the test script a missing keyring is a failure, never a quiet "no store" branch.
+    void SetUp() override {
+        if (std::getenv("SAGELY_REQUIRE_SECRET_SERVICE"))
+            ASSERT_TRUE(available) << "the Secret Service of the test script is not reachable";
+    }
     void TearDown() override {
         for (const char* account : {"coach-api-key.openai", "coach-api-key.gemini", "other"}) {
             store.remove(kService, account);
@@ -207,6 +212,33 @@ TEST_F(SecretServiceStoreTest, ASettingsStoreKeepsItsKeysThereAcrossARestart) {
     EXPECT_EQ(restarted->savedAPIKey(Provider::openai), available ? "sk-openai-real" : "");
 }
 
+// No fallback: this one needs the real Secret Service and fails without it.
+TEST_F(SecretServiceStoreTest, ARealKeyIsSavedReadBackKeptOverARelaunchAndDeleted) {
+    ASSERT_TRUE(available) << "needs a Secret Service (run under scripts/with-keyring.sh)";
+    testing::TemporaryDirectory root;
+    auto launch = [&] {  // each launch gets its own connection, as a new process would
+        return std::make_unique<CoachSettingsStore>(
+            kService, "coach-api-key",
+            CoachSettingsStore::Options{std::make_shared<SecretServiceStore>(), root.path()});
+    };
+    {
+        auto store = launch();
+        store->apiKey.set("sk-real-round-trip");
+    }
+    SecretLookup stored = store.lookup(kService, "coach-api-key.openai");
+    ASSERT_TRUE(stored.found());
+    EXPECT_EQ(stored.secret, "sk-real-round-trip");
+    EXPECT_EQ(findItems(kService, "coach-api-key.openai").size(), 1u);
+
+    auto relaunched = launch();
+    EXPECT_EQ(relaunched->apiKey.get(), "sk-real-round-trip");
+    EXPECT_FALSE(relaunched->keyUnreadable(Provider::openai));
+    relaunched->apiKey.set("");
+    EXPECT_EQ(store.lookup(kService, "coach-api-key.openai").outcome,
+              SecretLookup::Outcome::noItem);
+    EXPECT_TRUE(findItems(kService, "coach-api-key.openai").empty());
+}
+
 // --- Without a usable session bus (each in a fresh child process) ---
 
 // The body of a child process: exits 0 when `check` returns true, removing the child's own
@@ -277,6 +309,7 @@ TEST(SecretServiceStoreWithoutBusTest, ABusThatRefusesConnectionsReadsAsNoKey) {
             exitWithResult(runtime, [] {
                 SecretServiceStore store;
                 return !store.read("com.brindlewood.sagely", "coach-api-key.openai") &&
+                       store.lookup("com.brindlewood.sagely", "coach-api-key.openai").failed() &&
                        !store.isAvailable();
             });
         },
@@ -293,7 +326,9 @@ TEST(SecretServiceStoreWithoutBusTest, ABusThatNeverAnswersIsGivenUpAndThenLeftA
             ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + socket.string()).c_str(), 1);
             exitWithResult(runtime, [&bus] {
                 SecretServiceStore store({200ms, 60s});
-                bool noKey = !store.read("com.brindlewood.sagely", "coach-api-key.openai");
+                // A stalled read is a failure, never "no item": nothing may be written back.
+                bool noKey =
+                    store.lookup("com.brindlewood.sagely", "coach-api-key.openai").failed();
                 int connections = bus.accepted.load();
                 // Within the quiet period the store does not knock again.
                 store.write("com.brindlewood.sagely", "coach-api-key.openai", "sk-1");

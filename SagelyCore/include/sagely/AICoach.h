@@ -1,11 +1,12 @@
 // AICoach — the coach engine a host creates and keeps, one per conversation namespace.
 //
 // It owns the conversations of its namespace (loaded at construction, saved after every
-// change), the conversation being shown, and the thinking and error state the views observe. A
-// question is appended to the current conversation, offered first to the host's local-action
-// resolver, and otherwise sent with a freshly built system prompt to the configured provider on
-// a worker thread; the reply comes back on the main thread through the MainExecutor and is
-// appended as an assistant message.
+// change, merged with what other hosts saved to the same file, and brought up to date with it
+// before each question), the conversation being shown, and the thinking and error state the views
+// observe. A question is appended to the current conversation, offered first to the host's
+// local-action resolver, and otherwise sent with a freshly built system prompt to the configured
+// provider on a worker thread; the reply comes back on the main thread through the MainExecutor and
+// is appended as an assistant message.
 //
 // Guarantees of a model request:
 // - At most one runs per coach: a new question cancels the one in flight. A cancelled request
@@ -107,6 +108,9 @@ public:
     /// The last failure's text, or "LOCAL_ONLY" / "NO_API_KEY". Views may clear it.
     const Property<std::optional<std::string>>& error() const;
     void setError(std::optional<std::string> error);
+    /// Why the last save of the conversations did not reach the disk; none when it did (or
+    /// nothing was saved yet). Never shown as `error`: a host may tell the user in its own way.
+    const Property<std::optional<std::string>>& lastSaveFailure() const;
 
     CoachSettingsStore& settings() const;
     bool allowsLLMCompletion() const;

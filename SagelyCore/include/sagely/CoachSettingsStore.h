@@ -5,8 +5,17 @@
 // lives in its own secret-store item; a model and endpoint are remembered per provider, so
 // switching back and forth restores them. Each published property announces a change before the
 // new value is stored (will-change) and after (did-change); the store's own handlers persist the
-// value as it is after the change. No operation reports an error: failed reads fall back to
-// defaults, failed writes are ignored.
+// value as it is after the change. No operation throws or shows an error: failed reads fall back
+// to defaults, and the outcome of the last save is offered in lastSaveFailure for a host that
+// wants to tell the user.
+//
+// Every host of the kit on the machine may use settings.json at once. A save takes the advisory
+// lock beside the file, reads it and writes on top of it only what this store changed since it
+// last saved (provider, model and endpoint go together; profiles merge per provider), so it
+// never undoes another host's change. A file that cannot be decoded is moved aside to
+// "settings.json.unreadable-<UTC time>"; one that cannot be moved aside is never written over
+// (the store goes on in memory). A key whose read failed (a locked or stalled secret store) is
+// told apart from no key: it is never written back or deleted by a provider switch.
 //
 // Thread rules: main thread only.
 #pragma once
@@ -23,6 +32,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,6 +66,9 @@ public:
         /// Replaces the user's application-data folder (Application Support on macOS,
         /// $XDG_DATA_HOME or ~/.local/share elsewhere); "Brindlewood/Sagely" is added below it.
         std::optional<std::filesystem::path> storageRoot;
+        /// Where conversationURL points, when not the storage folder: a host whose settings
+        /// for one run are private but whose history is the user's.
+        std::optional<std::filesystem::path> conversationDirectory;
     };
 
     /// The process-wide store: service "com.brindlewood.sagely", account "coach-api-key".
@@ -73,6 +86,8 @@ public:
     Property<double> temperature;
     Property<std::int64_t> maxTokens;
     Property<std::string> apiKey;
+    /// Why the last save of settings.json did not reach the disk; none when it did.
+    Property<std::optional<std::string>> lastSaveFailure;
 
     const std::string& keychainService() const { return m_keychainService; }
     const std::string& keychainAccount() const { return m_keychainAccount; }
@@ -89,13 +104,17 @@ public:
     std::string savedAPIKey(CoachConfig::Provider provider) const;
     /// True for keyless providers; otherwise whether savedAPIKey is non-empty.
     bool hasSavedKey(CoachConfig::Provider provider) const;
+    /// Whether the provider's key could not be read (the secret store failed, as opposed to
+    /// holding no item); false for keyless providers and once a key is typed in.
+    bool keyUnreadable(CoachConfig::Provider provider) const;
     /// The endpoint of the current configuration (the argument is deliberately ignored).
     std::optional<std::string> endpoint(CoachConfig::Provider provider) const;
 
     /// The storage folder, created (with its parents) on each read; failures are ignored.
     std::filesystem::path storageDirectory() const;
     std::filesystem::path settingsURL() const;
-    /// storageDirectory / (namespace + "-conversations.json"); the namespace is used unchanged.
+    /// storageDirectory (or Options::conversationDirectory) / (namespace +
+    /// "-conversations.json"); the namespace is used unchanged.
     std::filesystem::path conversationURL(std::string_view conversationNamespace) const;
 
 private:
@@ -106,11 +125,14 @@ private:
     void migrateLegacyKey();
     void observeChanges();
     void storeCurrentProfile();
+    /// `userChoseProvider` none keeps what the file records.
     void save(std::optional<bool> userChoseProvider);
-    void saveKeepingChoice();
-    std::optional<PersistedSettings> readSettingsFile() const;
+    PersistedSettings mergedOnto(const std::optional<PersistedSettings>& onDisk,
+                                 std::optional<bool> userChoseProvider) const;
+    void noteSaveOutcome(std::optional<std::string> failure);
     std::string accountFor(CoachConfig::Provider forProvider) const;
-    std::optional<std::string> readSecret(const std::string& account) const;
+    SecretLookup lookupSecret(const std::string& account) const;
+    void loadKey(CoachConfig::Provider forProvider);
     std::string readKey(CoachConfig::Provider forProvider) const;
     void writeKey(CoachConfig::Provider forProvider, const std::string& key);
 
@@ -118,6 +140,15 @@ private:
     std::string m_keychainAccount;
     std::map<std::string, ProviderProfile> m_providerProfiles;
     bool m_isApplyingProvider = false;
+    bool m_apiKeyUnreadable = false;
+    // What this store changed since its last save: only these go on top of the file.
+    struct Changed {
+        bool provider = false;  // with it, model and endpoint: they belong together
+        bool profile = false;   // model and endpoint of the current provider
+        bool temperature = false;
+        bool maxTokens = false;
+    } m_changed;
+    std::set<std::string> m_changedProfiles;
     std::unique_ptr<Impl> m_impl;
     std::vector<Subscription> m_cancellables;
 };

@@ -3,7 +3,6 @@
 #include "cli/Spinner.h"
 
 #include <sagely/CoachGuideAnswers.h>
-#include <sagely/ConversationFile.h>
 
 #include <algorithm>
 #include <chrono>
@@ -21,10 +20,6 @@ CoachSession::CoachSession(Host& host, RunOptions options)
     m_saved = openSavedSettings(host);
     m_run = std::make_unique<RunSettings>(*m_saved, m_options, host);
     m_conversationFile = m_saved->conversationURL(m_options.conversationNamespace);
-    // The real file is read (and, if unreadable, set aside) by the kit's own loader; the coach
-    // then starts from a readable copy in the run's folder.
-    ConversationFile::save(m_run->conversationURL(m_options.conversationNamespace),
-                           ConversationFile::load(m_conversationFile));
     openCoach();
 }
 
@@ -39,8 +34,6 @@ void CoachSession::openCoach() {
     m_coach =
         std::make_unique<AICoach>(m_executor, context, &m_run->store(),
                                   m_options.conversationNamespace, resolver, !m_options.offline);
-    m_mirror = m_coach->conversations().onDidChange(
-        [this](const std::vector<CoachConversation>&) { saveConversations(); });
     if (m_options.startNew)
         m_coach->newConversation();
     else
@@ -56,14 +49,8 @@ void CoachSession::continueLatestConversation() {
     if (latest != list.end()) m_coach->selectConversation(*latest);
 }
 
-void CoachSession::saveConversations() {
-    if (m_coach) ConversationFile::save(m_conversationFile, m_coach->conversations().get());
-}
-
+// The coach saves a question still waiting for its reply as it goes.
 void CoachSession::close() {
-    if (!m_coach) return;
-    saveConversations();
-    m_mirror.reset();
     m_coach.reset();
 }
 

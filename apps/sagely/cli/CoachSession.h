@@ -2,10 +2,10 @@
 // its replies.
 //
 // The coach reads this run's configuration (RunSettings) and keeps the conversations of its
-// namespace in the run's private folder, seeded from the real conversation file; every change
-// of its conversation list is written back to the real file at once, so the history is shared
-// with any other host of the kit on this machine and a question is on disk while its reply is
-// awaited. With --offline the coach is local-only and answers from the guide.
+// namespace in the real conversation file, merging each save with what other hosts of the kit
+// on this machine saved there and taking in their additions before each question. A question
+// reaches the file with its reply or failure, or when the session closes while it waits. With
+// --offline the coach is local-only and answers from the guide.
 //
 // Waiting runs the main-thread queue in short slices, drawing the spinner and watching for
 // Ctrl-C; an interrupted request is abandoned by destroying the coach, which cancels it (nothing
@@ -54,8 +54,6 @@ public:
     /// Asks the question and waits for the outcome; Ctrl-C abandons the request and closes the
     /// session.
     AskOutcome ask(const std::string& question);
-    /// Writes the coach's conversations to the real file.
-    void saveConversations();
 
 private:
     void openCoach();
@@ -69,7 +67,6 @@ private:
     std::filesystem::path m_conversationFile;
     std::shared_ptr<ManualExecutor> m_executor = std::make_shared<ManualExecutor>();
     std::unique_ptr<AICoach> m_coach;
-    Subscription m_mirror;
 };
 
 }  // namespace sagely::cli

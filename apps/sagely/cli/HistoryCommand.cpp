@@ -51,6 +51,10 @@ int historyCommand(const ParsedArguments& arguments, Host& host) {
     } else {
         const CoachConversation chosen = pick(coach, words);
         coach.deleteConversation(chosen);
+        if (auto failure = coach.lastSaveFailure().get()) {
+            host.err << "The conversation was not deleted from the file: " << *failure << "\n";
+            return exitNotSaved;
+        }
         host.out << "Deleted " << quotedTitle(chosen) << ".\n";
     }
     return exitOk;

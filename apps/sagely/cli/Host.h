@@ -25,6 +25,7 @@ enum ExitCode : int {
     exitUsage = 2,          // unknown command or option, refused value
     exitNeedsSetup = 3,     // missing key or endpoint, or a local-only question without answer
     exitFailure = 4,        // the provider or the network failed
+    exitNotSaved = 5,       // a change did not reach the disk or the secret store
     exitInterrupted = 130,  // Ctrl-C
 };
 

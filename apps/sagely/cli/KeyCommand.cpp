@@ -76,15 +76,24 @@ int noSecretStore(Host& host) {
     return exitNeedsSetup;
 }
 
+// What the secret store itself holds now, read back past the settings store's own field.
+std::string readBackFailure(SecretStore& secrets, Provider provider, const std::string& key) {
+    const SecretLookup stored = secrets.lookup(kKeychainService, account(provider));
+    if (stored.failed()) return "the secret store could not be read back";
+    if (key.empty()) return stored.found() ? "the secret store still holds the key" : std::string();
+    if (!stored.found()) return "the secret store did not keep the key";
+    return stored.secret == key ? std::string() : "the secret store holds a different key";
+}
+
 int setKey(Host& host, Provider provider, SecretStore& secrets) {
     const auto key = readKey(host, provider);
     if (!key) return exitInterrupted;
     if (key->empty()) throw UsageError("no key was given on standard input; nothing was saved");
     auto store = openSavedSettings(host);
     storeKey(*store, secrets, provider, *key);
-    if (store->savedAPIKey(provider) != *key) {
-        host.err << "The secret store did not keep the " << rawValue(provider) << " key.\n";
-        return exitNeedsSetup;
+    if (auto failure = readBackFailure(secrets, provider, *key); !failure.empty()) {
+        host.err << "The " << rawValue(provider) << " key was not saved: " << failure << ".\n";
+        return exitNotSaved;
     }
     host.out << "Saved the " << rawValue(provider) << " key.\n";
     return exitOk;
@@ -93,6 +102,10 @@ int setKey(Host& host, Provider provider, SecretStore& secrets) {
 int clearKey(Host& host, Provider provider, SecretStore& secrets) {
     auto store = openSavedSettings(host);
     storeKey(*store, secrets, provider, "");
+    if (auto failure = readBackFailure(secrets, provider, ""); !failure.empty()) {
+        host.err << "The " << rawValue(provider) << " key was not cleared: " << failure << ".\n";
+        return exitNotSaved;
+    }
     host.out << "Cleared the " << rawValue(provider) << " key.\n";
     return exitOk;
 }

@@ -98,6 +98,8 @@ RunSettings::RunSettings(const CoachSettingsStore& saved, const RunOptions& opti
     CoachSettingsStore::Options storeOptions;
     storeOptions.secretStore = std::make_shared<InMemorySecretStore>();
     storeOptions.storageRoot = m_folder.path();
+    // The history is the user's: the coach merges its saves into the real file.
+    storeOptions.conversationDirectory = saved.storageDirectory();
     m_store =
         std::make_unique<CoachSettingsStore>(kKeychainService, kKeychainAccount, storeOptions);
 

@@ -68,14 +68,19 @@ std::string modelLine(const CoachSettingsStore& store) {
 std::string savedKeysLine(const CoachSettingsStore& store) {
     std::string line;
     for (Provider provider : CoachConfig::allProviders()) {
-        if (CoachConfig::isKeylessProvider(provider) || !store.hasSavedKey(provider)) continue;
+        if (CoachConfig::isKeylessProvider(provider)) continue;
+        const bool unreadable = store.keyUnreadable(provider);
+        if (!unreadable && !store.hasSavedKey(provider)) continue;
         if (!line.empty()) line += ", ";
-        line += storageID(provider);
+        line += std::string(storageID(provider)) + (unreadable ? " (could not be read)" : "");
     }
     return line.empty() ? "none" : line;
 }
 
 std::string keyHint(const CoachSettingsStore& store, Provider provider) {
+    if (store.keyUnreadable(provider))
+        return "The " + std::string(rawValue(provider)) +
+               " key could not be read from the secret store; it is left as it is.\n";
     if (CoachConfig::isKeylessProvider(provider) || store.hasSavedKey(provider)) return {};
     return "No key is saved for " + std::string(rawValue(provider)) + ": run `sagely key set " +
            std::string(storageID(provider)) + "`.\n";
@@ -89,6 +94,12 @@ void printSettings(const CoachSettingsStore& store, std::ostream& out) {
         << "Temperature:  " << formatTemperature(store.temperature.get()) << "\n"
         << "Max tokens:   " << store.maxTokens.get() << "\n"
         << "Saved keys:   " << savedKeysLine(store) << "\n";
+}
+
+// The store never throws on a failed save; the command must not claim a change it did not make.
+int notSaved(Host& host, const std::string& failure) {
+    host.err << "The settings were not saved: " << failure << "\n";
+    return exitNotSaved;
 }
 
 void expectNoArguments(const ParsedArguments& arguments) {
@@ -110,6 +121,8 @@ int useCommand(const ParsedArguments& arguments, Host& host) {
     store->selectProvider(*provider);
     if (auto model = arguments.value("model")) store->model.set(*model);
     if (auto endpoint = arguments.value("endpoint")) store->customEndpoint.set(*endpoint);
+    // Changes not saved are retried by each later save, so the last outcome covers them all.
+    if (auto failure = store->lastSaveFailure.get()) return notSaved(host, *failure);
     printSettings(*store, host.out);
     host.out << keyHint(*store, *provider);
     return exitOk;
@@ -118,13 +131,16 @@ int useCommand(const ParsedArguments& arguments, Host& host) {
 int setCommand(const ParsedArguments& arguments, Host& host) {
     const auto& words = arguments.positionals();
     if (words.size() != 2) throw UsageError("a setting and a value are needed");
+    auto store = openSavedSettings(host);
     if (words[0] == "temperature") {
         const double value = temperatureArgument(words[1]);
-        openSavedSettings(host)->temperature.set(value);
+        store->temperature.set(value);
+        if (auto failure = store->lastSaveFailure.get()) return notSaved(host, *failure);
         host.out << "Temperature: " << formatTemperature(value) << "\n";
     } else if (words[0] == "max-tokens") {
         const std::int64_t value = maxTokensArgument(words[1]);
-        openSavedSettings(host)->maxTokens.set(value);
+        store->maxTokens.set(value);
+        if (auto failure = store->lastSaveFailure.get()) return notSaved(host, *failure);
         host.out << "Max tokens: " << value << "\n";
     } else {
         throw UsageError("unknown setting '" + words[0] + "' (temperature or max-tokens)");

@@ -3,9 +3,9 @@
 //
 // Status table (Security/SecBase.h):
 //   errSecSuccess       0       done
-//   errSecItemNotFound  -25300  no item: a read is "no key"; an update becomes an add
-//   anything else               (locked keychain, denied access, …) a read is "no key", a
-//                               write or delete is ignored
+//   errSecItemNotFound  -25300  no item: a lookup is "no item"; an update becomes an add
+//   anything else               (locked keychain, denied access, …) a lookup has failed (read
+//                               gives "no key"), a write or delete is ignored
 #include <sagely/SecretStore.h>
 #include <sagely/Text.h>
 
@@ -73,21 +73,30 @@ CFMutableDictionaryRef makeWriteAttributes(const std::string& secret) {
 
 class KeychainSecretStore final : public SecretStore {
 public:
-    std::optional<std::string> read(const std::string& service,
-                                    const std::string& account) override {
+    SecretLookup lookup(const std::string& service, const std::string& account) override {
+        constexpr auto failed = SecretLookup::Outcome::failed;
         CFOwned query(makeItemQuery(service, account));
-        if (!query) return std::nullopt;
+        if (!query) return {failed, {}};
         auto mutableQuery = (CFMutableDictionaryRef)query.get();
         CFDictionarySetValue(mutableQuery, kSecReturnData, kCFBooleanTrue);
         CFDictionarySetValue(mutableQuery, kSecMatchLimit, kSecMatchLimitOne);
         CFOwned result;
-        if (SecItemCopyMatching(mutableQuery, result.out()) != errSecSuccess) return std::nullopt;
-        if (!result || CFGetTypeID(result.get()) != CFDataGetTypeID()) return std::nullopt;
+        OSStatus status = SecItemCopyMatching(mutableQuery, result.out());
+        if (status == errSecItemNotFound) return {SecretLookup::Outcome::noItem, {}};
+        if (status != errSecSuccess) return {failed, {}};
+        if (!result || CFGetTypeID(result.get()) != CFDataGetTypeID()) return {failed, {}};
         auto data = (CFDataRef)result.get();
         std::string value(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
                           static_cast<std::size_t>(CFDataGetLength(data)));
-        if (!text::isValidUtf8(value)) return std::nullopt;
-        return value;
+        if (!text::isValidUtf8(value)) return {failed, {}};
+        return {SecretLookup::Outcome::found, std::move(value)};
+    }
+
+    std::optional<std::string> read(const std::string& service,
+                                    const std::string& account) override {
+        SecretLookup found = lookup(service, account);
+        if (!found.found()) return std::nullopt;
+        return std::move(found.secret);
     }
 
     void write(const std::string& service, const std::string& account,

@@ -107,22 +107,34 @@ void SecretServiceStore::noteOutcome(bool timedOut) {
         m_quietUntil = std::chrono::steady_clock::now() + m_options.quietPeriodAfterTimeout;
 }
 
-std::optional<std::string> SecretServiceStore::read(const std::string& service,
-                                                    const std::string& account) {
+// libsecret answers "no item" with a null secret and no error; an error, a cancelled call or a
+// store still quiet after a time-out is a failed read.
+SecretLookup SecretServiceStore::lookup(const std::string& service, const std::string& account) {
+    constexpr auto failed = SecretLookup::Outcome::failed;
     std::lock_guard lock(m_mutex);
-    if (!isUtf8(service, account) || !mayCall()) return std::nullopt;
+    // With no session bus at all there is no store, so no item: nothing there can be lost.
+    if (!sessionBusConfigured()) return {};
+    if (!isUtf8(service, account) || !mayCall()) return {failed, {}};
     Deadline deadline(m_options.timeout);
     GError* error = nullptr;
     gchar* secret =
         secret_password_lookup_sync(apiKeySchema(), deadline.cancellable(), &error, "service",
                                     service.c_str(), "account", account.c_str(), kEnd);
     noteOutcome(deadline.expired());
+    bool readFailed = error != nullptr || deadline.expired();
     g_clear_error(&error);
-    if (!secret) return std::nullopt;
+    if (!secret) return {readFailed ? failed : SecretLookup::Outcome::noItem, {}};
     std::string value(secret);
     secret_password_free(secret);
-    if (!text::isValidUtf8(value)) return std::nullopt;
-    return value;
+    if (!text::isValidUtf8(value)) return {failed, {}};
+    return {SecretLookup::Outcome::found, std::move(value)};
+}
+
+std::optional<std::string> SecretServiceStore::read(const std::string& service,
+                                                    const std::string& account) {
+    SecretLookup found = lookup(service, account);
+    if (!found.found()) return std::nullopt;
+    return std::move(found.secret);
 }
 
 // Storing replaces an item with the same attributes, so this is the update-or-add in one call.

@@ -4,8 +4,9 @@
 // An item carries the attributes "service" and "account", with the same values as the
 // Keychain item on macOS, and a readable label ("Sagely API key (openai)"). Every call is
 // bounded: with no session bus configured nothing is attempted, and a call that has not finished
-// within the timeout is cancelled and reads as "no secret". After such a timeout the store
-// stays quiet for a while instead of stalling its caller again. Thread-safe (calls are
+// within the timeout is cancelled; a lookup then reports a failed read, never "no item". After
+// such a timeout the store stays quiet for a while (its lookups fail at once) instead of
+// stalling its caller again. Thread-safe (calls are
 // serialised).
 #pragma once
 
@@ -30,6 +31,7 @@ public:
     SecretServiceStore();
     explicit SecretServiceStore(Options options);
 
+    SecretLookup lookup(const std::string& service, const std::string& account) override;
     std::optional<std::string> read(const std::string& service,
                                     const std::string& account) override;
     void write(const std::string& service, const std::string& account,
