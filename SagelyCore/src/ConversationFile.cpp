@@ -103,10 +103,6 @@ CoachConversation mergedConversation(const CoachConversation& local, const Coach
     std::stable_sort(
         messages.begin(), messages.end(),
         [](const CoachMessage& a, const CoachMessage& b) { return a.timestamp() < b.timestamp(); });
-    if (messages.size() > ConversationFile::kMaxMessagesPerConversation)
-        messages.erase(messages.begin(),
-                       messages.end() - static_cast<std::ptrdiff_t>(
-                                            ConversationFile::kMaxMessagesPerConversation));
     if (file.updatedAt() > local.updatedAt()) {
         result.setTitle(file.title());
         result.setUpdatedAt(file.updatedAt());

@@ -13,8 +13,8 @@
 // messages it last saw in the file; a save takes the advisory lock beside the file, reads what
 // is there and merges by id: what was seen and is gone here was deleted here and stays deleted,
 // what is in the file and was never seen was added elsewhere and is kept (and the other way
-// round for the file's side). Messages are kept in time order, at most
-// kMaxMessagesPerConversation per conversation (the newest).
+// round for the file's side). Messages are kept in time order. A merge drops none: the cap of a
+// conversation is the coach's, applied when a model's reply is appended, never to a local answer.
 //
 // Thread rules: an instance is used by one thread at a time; the static functions have no state
 // of their own.
@@ -36,9 +36,6 @@ namespace sagely {
 
 class SAGELY_EXPORT ConversationFile {
 public:
-    /// The cap a merge keeps to, the same as the coach's.
-    static constexpr std::size_t kMaxMessagesPerConversation = 500;
-
     /// The saved list; empty when there is no file (silently) or it is unreadable (logged, moved
     /// aside).
     static std::vector<CoachConversation> load(const std::filesystem::path& file);
