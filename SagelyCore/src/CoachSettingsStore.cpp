@@ -15,6 +15,7 @@ namespace sagely {
 struct CoachSettingsStore::Impl {
     std::shared_ptr<SecretStore> secrets;
     std::optional<std::filesystem::path> storageRoot;
+    bool persistsSettings = true;
 };
 
 CoachSettingsStore& CoachSettingsStore::shared() {
@@ -32,7 +33,8 @@ CoachSettingsStore::CoachSettingsStore(std::string keychainService, std::string 
       apiKey(std::string()),
       m_keychainService(std::move(keychainService)),
       m_keychainAccount(std::move(keychainAccount)),
-      m_impl(std::make_unique<Impl>(Impl{std::move(options.secretStore), options.storageRoot})) {
+      m_impl(std::make_unique<Impl>(Impl{std::move(options.secretStore), options.storageRoot,
+                                         !options.settingsInMemory.value_or(false)})) {
     if (!m_impl->secrets) m_impl->secrets = SecretStore::system();
     // Without a readable settings file nothing is written here: the defaults stand as they are.
     if (std::optional<PersistedSettings> loaded = readSettingsFile()) {
@@ -169,6 +171,7 @@ void CoachSettingsStore::storeCurrentProfile() {
 
 void CoachSettingsStore::save(std::optional<bool> userChoseProvider) {
     storeCurrentProfile();
+    if (!m_impl->persistsSettings) return;
     PersistedSettings settings{provider,         model,     customEndpoint,
                                temperature,      maxTokens, m_providerProfiles,
                                userChoseProvider};
@@ -189,6 +192,7 @@ void CoachSettingsStore::saveKeepingChoice() {
 
 std::optional<CoachSettingsStore::PersistedSettings> CoachSettingsStore::readSettingsFile() const {
     std::string bytes;
+    if (!m_impl->persistsSettings) return std::nullopt;
     if (detail::readWholeFile(settingsURL(), bytes) != 0) return std::nullopt;
     try {
         return decodePersistedSettings(bytes);

@@ -56,6 +56,9 @@ public:
         /// Replaces the user's application-data folder (Application Support on macOS,
         /// $XDG_DATA_HOME or ~/.local/share elsewhere); "Brindlewood/Sagely" is added below it.
         std::optional<std::filesystem::path> storageRoot;
+        /// True: the settings live in memory only; settings.json is neither read nor written
+        /// (conversation files still live in the storage folder). Unset: false.
+        std::optional<bool> settingsInMemory;
     };
 
     /// The process-wide store: service "com.brindlewood.sagely", account "coach-api-key".

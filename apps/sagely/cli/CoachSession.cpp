@@ -21,10 +21,6 @@ CoachSession::CoachSession(Host& host, RunOptions options)
     m_saved = openSavedSettings(host);
     m_run = std::make_unique<RunSettings>(*m_saved, m_options, host);
     m_conversationFile = m_saved->conversationURL(m_options.conversationNamespace);
-    // The real file is read (and, if unreadable, set aside) by the kit's own loader; the coach
-    // then starts from a readable copy in the run's folder.
-    ConversationFile::save(m_run->conversationURL(m_options.conversationNamespace),
-                           ConversationFile::load(m_conversationFile));
     openCoach();
 }
 

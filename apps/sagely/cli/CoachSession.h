@@ -1,11 +1,10 @@
 // CoachSession — one coach for the length of an `ask` or `chat` run, and the loop that waits for
 // its replies.
 //
-// The coach reads this run's configuration (RunSettings) and keeps the conversations of its
-// namespace in the run's private folder, seeded from the real conversation file; every change
-// of its conversation list is written back to the real file at once, so the history is shared
-// with any other host of the kit on this machine and a question is on disk while its reply is
-// awaited. With --offline the coach is local-only and answers from the guide.
+// The coach reads this run's configuration (RunSettings) and the real conversation file of its
+// namespace; every change of its conversation list is written to that file at once, so the
+// history is shared with any other host of the kit on this machine and a question is on disk
+// while its reply is awaited. With --offline the coach is local-only and answers from the guide.
 //
 // Waiting runs the main-thread queue in short slices, drawing the spinner and watching for
 // Ctrl-C; an interrupted request is abandoned by destroying the coach, which cancels it (nothing

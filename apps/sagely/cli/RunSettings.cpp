@@ -5,11 +5,8 @@
 #include <sagely/SagelyKnowledge.h>
 #include <sagely/Text.h>
 
-#include <stdlib.h>
-
 #include <fstream>
 #include <sstream>
-#include <system_error>
 
 namespace sagely::cli {
 namespace {
@@ -81,23 +78,12 @@ std::unique_ptr<CoachSettingsStore> openSavedSettings(const Host& host) {
     return std::make_unique<CoachSettingsStore>(kKeychainService, kKeychainAccount, options);
 }
 
-PrivateFolder::PrivateFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "sagely-run-XXXXXX").string();
-    if (!mkdtemp(pattern.data()))
-        throw std::system_error(errno, std::generic_category(), "cannot create a temporary folder");
-    m_path = pattern;
-}
-
-PrivateFolder::~PrivateFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
 RunSettings::RunSettings(const CoachSettingsStore& saved, const RunOptions& options,
                          const Host& host) {
     CoachSettingsStore::Options storeOptions;
     storeOptions.secretStore = std::make_shared<InMemorySecretStore>();
-    storeOptions.storageRoot = m_folder.path();
+    storeOptions.storageRoot = host.storageRoot;
+    storeOptions.settingsInMemory = true;
     m_store =
         std::make_unique<CoachSettingsStore>(kKeychainService, kKeychainAccount, storeOptions);
 
@@ -112,9 +98,5 @@ RunSettings::RunSettings(const CoachSettingsStore& saved, const RunOptions& opti
 }
 
 RunSettings::~RunSettings() = default;
-
-std::filesystem::path RunSettings::conversationURL(const std::string& conversationNamespace) const {
-    return m_store->conversationURL(conversationNamespace);
-}
 
 }  // namespace sagely::cli
