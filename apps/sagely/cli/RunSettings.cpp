@@ -6,17 +6,28 @@
 #include <sagely/Text.h>
 
 #include <fstream>
-#include <sstream>
 
 namespace sagely::cli {
 namespace {
 
+// Read in pieces up to one byte past the limit, so a device that never ends (/dev/zero) or a
+// huge file is refused without holding more than the limit.
 std::string readGuideFile(const std::string& path) {
+    std::error_code ignored;
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (!file || !(text << file.rdbuf()))
+    if (!file || std::filesystem::is_directory(path, ignored))
         throw UsageError("cannot read the guide file '" + path + "'");
-    return text.str();
+    std::string text;
+    char piece[65536];
+    while (text.size() <= kMaxGuideBytes) {
+        file.read(piece, sizeof piece);
+        text.append(piece, static_cast<std::size_t>(file.gcount()));
+        if (!file) break;
+    }
+    if (file.bad()) throw UsageError("cannot read the guide file '" + path + "'");
+    if (text.size() > kMaxGuideBytes)
+        throw UsageError("the guide file '" + path + "' is larger than 64 MB");
+    return text;
 }
 
 Provider providerArgument(const std::string& word) {

@@ -17,6 +17,7 @@
 #include <sagely/CoachSettingsStore.h>
 #include <sagely/StaticCoachContextProvider.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -28,6 +29,8 @@ namespace sagely::cli {
 inline constexpr const char* kKeychainService = "com.brindlewood.sagely";
 inline constexpr const char* kKeychainAccount = "coach-api-key";
 inline constexpr const char* kDefaultNamespace = "cli";
+/// A --guide file larger than this is refused; an empty one means no guide.
+inline constexpr std::size_t kMaxGuideBytes = std::size_t{64} << 20;
 
 /// The options shared by ask, chat and prompt.
 struct RunOptions {
@@ -41,7 +44,8 @@ struct RunOptions {
     bool json = false;
     bool startNew = false;
 
-    /// Reads the options; an unknown provider or an unreadable guide file is a UsageError.
+    /// Reads the options; an unknown provider or an unreadable or oversized guide file is a
+    /// UsageError.
     static RunOptions fromArguments(const ParsedArguments& arguments);
 };
 
