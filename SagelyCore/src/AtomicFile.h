@@ -7,6 +7,7 @@
 // describe* functions turn them into user-facing sentences naming the file.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
@@ -22,6 +23,16 @@ int readWholeFile(const std::filesystem::path& file, std::string& bytes);
 /// Replaces `file` with `bytes`; 0 on success, else the errno of the step that failed, with the
 /// old file untouched and no temporary file left behind.
 int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes);
+
+/// Whether a file name is that of replaceFileAtomically's temporary files
+/// ("." + name + ".tmp-" + six letters or digits).
+bool isTemporaryFileName(std::string_view name);
+/// Removes, from `folder`, temporary files of that pattern last written at least `minimumAge`
+/// ago: what a crash or a kill during a save left behind. Failures are ignored.
+void removeStaleTemporaryFiles(const std::filesystem::path& folder,
+                               std::chrono::seconds minimumAge);
+/// How old a temporary file must be before it counts as left behind.
+inline constexpr std::chrono::seconds kStaleTemporaryFileAge{std::chrono::minutes(10)};
 
 std::string describeReadFailure(const std::filesystem::path& file, int error);
 std::string describeWriteFailure(const std::filesystem::path& file, int error);

@@ -36,6 +36,7 @@ CoachSettingsStore::CoachSettingsStore(std::string keychainService, std::string 
       m_impl(std::make_unique<Impl>(Impl{std::move(options.secretStore), options.storageRoot,
                                          !options.settingsInMemory.value_or(false)})) {
     if (!m_impl->secrets) m_impl->secrets = SecretStore::system();
+    detail::removeStaleTemporaryFiles(storageDirectory(), detail::kStaleTemporaryFileAge);
     // Without a readable settings file nothing is written here: the defaults stand as they are.
     if (std::optional<PersistedSettings> loaded = readSettingsFile()) {
         applyLoadedSettings(*loaded);
@@ -146,6 +147,7 @@ std::optional<std::string> CoachSettingsStore::endpoint(CoachConfig::Provider) c
 
 std::filesystem::path CoachSettingsStore::storageDirectory() const {
     std::filesystem::path root = m_impl->storageRoot.value_or(detail::applicationDataDirectory());
+    if (root.empty()) return {};  // the system names no data folder: nothing is stored
     std::filesystem::path directory = root / "Brindlewood" / "Sagely";
     std::error_code ignored;
     std::filesystem::create_directories(directory, ignored);
@@ -153,13 +155,16 @@ std::filesystem::path CoachSettingsStore::storageDirectory() const {
 }
 
 std::filesystem::path CoachSettingsStore::settingsURL() const {
-    return storageDirectory() / "settings.json";
+    const std::filesystem::path directory = storageDirectory();
+    if (directory.empty()) return {};
+    return directory / "settings.json";
 }
 
 // Appended as one name, never interpreted: a namespace starting with "/" stays in the folder.
 std::filesystem::path CoachSettingsStore::conversationURL(
     std::string_view conversationNamespace) const {
     std::filesystem::path file = storageDirectory();
+    if (file.empty()) return {};
     file /= "";
     file += std::string(conversationNamespace) + "-conversations.json";
     return file;

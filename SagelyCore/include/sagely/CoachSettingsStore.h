@@ -95,7 +95,9 @@ public:
     /// The endpoint of the current configuration (the argument is deliberately ignored).
     std::optional<std::string> endpoint(CoachConfig::Provider provider) const;
 
-    /// The storage folder, created (with its parents) on each read; failures are ignored.
+    /// The storage folder, created (with its parents) on each read; failures are ignored. Empty
+    /// when the system names no data folder (no HOME and no password entry): nothing is stored
+    /// then, and settingsURL() and conversationURL() are empty too.
     std::filesystem::path storageDirectory() const;
     std::filesystem::path settingsURL() const;
     /// storageDirectory / (namespace + "-conversations.json"); the namespace is used unchanged.
