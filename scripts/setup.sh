@@ -12,6 +12,7 @@ packages=(
   libmd4c-dev libmd4c-html0-dev
   libedit-dev
   ccache dpkg-dev file
+  clang libclang-rt-14-dev
 )
 
 missing=()

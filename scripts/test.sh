@@ -20,3 +20,10 @@ for preset in "${presets[@]}"; do
   echo "== ${preset}: tests"
   dbus-run-session -- bash scripts/with-keyring.sh ctest --preset "${preset}"
 done
+
+# Every fuzzer for 60 s, two at a time; any finding fails the run. SAGELY_FUZZ_SECONDS=0 skips.
+fuzz_seconds="${SAGELY_FUZZ_SECONDS:-60}"
+if [ "${fuzz_seconds}" -gt 0 ]; then
+  echo "== fuzz: ${fuzz_seconds} s per target"
+  bash scripts/fuzz.sh "${fuzz_seconds}" 2
+fi

@@ -247,6 +247,9 @@ void AICoach::Impl::enrichmentArrived(std::uint64_t generation,
         messages = modelMessages(latest(*request), request->config.provider, observation);
     } catch (const std::exception& failure) {
         return endWithFailure(request, detail::ModelOutcome::failed(failure.what()));
+    } catch (...) {
+        // A host's provider may throw anything; the request still ends, never the host.
+        return endWithFailure(request, detail::ModelOutcome::failed(kUnknownFailure));
     }
     startWorker(request, std::move(messages));
 }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <ctime>
 #include <mutex>
@@ -106,6 +107,7 @@ std::filesystem::path asideName(const std::filesystem::path& file) {
 }  // namespace
 
 FileLock::FileLock(const std::filesystem::path& file) {
+    if (file.empty()) return;  // no storage folder: never a lock file in the current folder
     std::string lockFile = file.string() + ".lock";
     m_fd = ::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (m_fd < 0) return;
@@ -142,6 +144,7 @@ int readWholeFile(const std::filesystem::path& file, std::string& bytes) {
 }
 
 int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes) {
+    if (file.empty()) return ENOENT;  // no storage folder: never the current folder instead
     AtomicWriteFaults faults = currentFaults();
     std::filesystem::path folder = folderOf(file);
     std::string temporary = (folder / ("." + file.filename().string() + ".tmp-XXXXXX")).string();
@@ -159,6 +162,32 @@ int replaceFileAtomically(const std::filesystem::path& file, std::string_view by
     }
     syncFolder(folder);
     return 0;
+}
+
+bool isTemporaryFileName(std::string_view name) {
+    constexpr std::string_view kMarker = ".tmp-";
+    constexpr std::size_t kSuffixLength = 6;  // mkstemp's XXXXXX
+    if (name.size() < 1 + kMarker.size() + kSuffixLength || name.front() != '.') return false;
+    const std::size_t marker = name.size() - kSuffixLength - kMarker.size();
+    if (name.substr(marker, kMarker.size()) != kMarker) return false;
+    for (char c : name.substr(marker + kMarker.size()))
+        if (!std::isalnum(static_cast<unsigned char>(c))) return false;
+    return true;
+}
+
+void removeStaleTemporaryFiles(const std::filesystem::path& folder,
+                               std::chrono::seconds minimumAge) {
+    std::error_code error;
+    std::filesystem::directory_iterator entries(folder, error);
+    if (error) return;
+    const auto now = std::filesystem::file_time_type::clock::now();
+    for (const auto& entry : entries) {
+        if (!isTemporaryFileName(entry.path().filename().string())) continue;
+        if (!entry.is_regular_file(error) || error) continue;
+        const auto modified = entry.last_write_time(error);
+        if (error || now - modified < minimumAge) continue;  // maybe a save under way elsewhere
+        std::filesystem::remove(entry.path(), error);
+    }
 }
 
 std::string describeReadFailure(const std::filesystem::path& file, int error) {

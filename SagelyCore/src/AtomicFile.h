@@ -8,6 +8,7 @@
 // describe* functions turn them into user-facing sentences naming the file.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
@@ -45,6 +46,16 @@ private:
 /// name is taken); 0 on success (with the new name in `movedTo` when given), else the errno of
 /// the rename.
 int moveAside(const std::filesystem::path& file, std::filesystem::path* movedTo = nullptr);
+
+/// Whether a file name is that of replaceFileAtomically's temporary files
+/// ("." + name + ".tmp-" + six letters or digits).
+bool isTemporaryFileName(std::string_view name);
+/// Removes, from `folder`, temporary files of that pattern last written at least `minimumAge`
+/// ago: what a crash or a kill during a save left behind. Failures are ignored.
+void removeStaleTemporaryFiles(const std::filesystem::path& folder,
+                               std::chrono::seconds minimumAge);
+/// How old a temporary file must be before it counts as left behind.
+inline constexpr std::chrono::seconds kStaleTemporaryFileAge{std::chrono::minutes(10)};
 
 std::string describeReadFailure(const std::filesystem::path& file, int error);
 std::string describeWriteFailure(const std::filesystem::path& file, int error);

@@ -54,7 +54,7 @@ SettingsFileContent readSettings(const std::filesystem::path& file) {
 struct CoachSettingsStore::Impl {
     std::shared_ptr<SecretStore> secrets;
     std::optional<std::filesystem::path> storageRoot;
-    std::optional<std::filesystem::path> conversationDirectory;
+    bool persistsSettings = true;
 };
 
 CoachSettingsStore& CoachSettingsStore::shared() {
@@ -73,10 +73,13 @@ CoachSettingsStore::CoachSettingsStore(std::string keychainService, std::string 
       m_keychainService(std::move(keychainService)),
       m_keychainAccount(std::move(keychainAccount)),
       m_impl(std::make_unique<Impl>(Impl{std::move(options.secretStore), options.storageRoot,
-                                         options.conversationDirectory})) {
+                                         !options.settingsInMemory.value_or(false)})) {
     if (!m_impl->secrets) m_impl->secrets = SecretStore::system();
+    detail::removeStaleTemporaryFiles(storageDirectory(), detail::kStaleTemporaryFileAge);
     // Without a readable settings file nothing is written here: the defaults stand as they are.
-    SettingsFileContent content = readSettings(settingsURL());
+    // Settings kept in memory start from the defaults; the host seeds them.
+    SettingsFileContent content =
+        m_impl->persistsSettings ? readSettings(settingsURL()) : SettingsFileContent{};
     if (content.settings) {
         applyLoadedSettings(*content.settings);
         moveToOnDeviceUnlessChosen(content.settings->userChoseProvider);
@@ -208,6 +211,7 @@ std::optional<std::string> CoachSettingsStore::endpoint(CoachConfig::Provider) c
 
 std::filesystem::path CoachSettingsStore::storageDirectory() const {
     std::filesystem::path root = m_impl->storageRoot.value_or(detail::applicationDataDirectory());
+    if (root.empty()) return {};  // the system names no data folder: nothing is stored
     std::filesystem::path directory = root / "Brindlewood" / "Sagely";
     std::error_code ignored;
     std::filesystem::create_directories(directory, ignored);
@@ -215,13 +219,16 @@ std::filesystem::path CoachSettingsStore::storageDirectory() const {
 }
 
 std::filesystem::path CoachSettingsStore::settingsURL() const {
-    return storageDirectory() / "settings.json";
+    const std::filesystem::path directory = storageDirectory();
+    if (directory.empty()) return {};
+    return directory / "settings.json";
 }
 
 // Appended as one name, never interpreted: a namespace starting with "/" stays in the folder.
 std::filesystem::path CoachSettingsStore::conversationURL(
     std::string_view conversationNamespace) const {
-    std::filesystem::path file = m_impl->conversationDirectory.value_or(storageDirectory());
+    std::filesystem::path file = storageDirectory();
+    if (file.empty()) return {};
     file /= "";
     file += std::string(conversationNamespace) + "-conversations.json";
     return file;
@@ -241,6 +248,7 @@ void CoachSettingsStore::storeCurrentProfile() {
 // Under the lock: what is on disk, with this store's changes on top, replaces the file.
 void CoachSettingsStore::save(std::optional<bool> userChoseProvider) {
     storeCurrentProfile();
+    if (!m_impl->persistsSettings) return;
     const std::filesystem::path file = settingsURL();
     detail::FileLock lock(file);
     SettingsFileContent onDisk = readSettings(file);

@@ -105,10 +105,21 @@ nlohmann::json parseAnswer(const std::string& body) {
     return answer;
 }
 
+// The error body as UTF-8 text (empty when it is not); a body cut at the transport's limit may
+// end inside a character, which is dropped.
+std::string errorBodyText(const detail::HttpResponse& response) {
+    const std::size_t partial = response.truncated ? 3 : 0;
+    for (std::size_t drop = 0; drop <= partial && drop <= response.body.size(); ++drop) {
+        std::string_view kept(response.body.data(), response.body.size() - drop);
+        if (text::isValidUtf8(kept)) return std::string(kept);
+    }
+    return {};
+}
+
 std::string readReply(const Dialect& dialect, const detail::HttpResponse& response) {
     if (response.status < 200 || response.status > 299) {
         if (response.status == 429) throw CoachLLMError::rateLimited();
-        const std::string body = text::isValidUtf8(response.body) ? response.body : std::string();
+        const std::string body = errorBodyText(response);
         throw CoachLLMError::serverError("HTTP " + std::to_string(response.status) + ": " +
                                          text::prefixCharacters(body, 300));
     }

@@ -1,6 +1,6 @@
 #include <sagely/Uuid.h>
 
-#include <random>
+#include <stdlib.h>
 
 namespace sagely {
 namespace {
@@ -19,18 +19,10 @@ bool isDashPosition(std::size_t i) {
 }  // namespace
 
 Uuid Uuid::random() {
-    // One generator per thread, seeded once from the system's entropy source.
-    thread_local std::mt19937_64 generator = [] {
-        std::random_device device;
-        std::seed_seq seed{device(), device(), device(), device(), device(), device()};
-        return std::mt19937_64(seed);
-    }();
+    // The system's generator, read for every id: a per-process generator seeded once would hand
+    // a forked child the same ids as its parent.
     std::array<std::uint8_t, 16> bytes{};
-    for (std::size_t i = 0; i < 16; i += 8) {
-        std::uint64_t word = generator();
-        for (std::size_t j = 0; j < 8; ++j)
-            bytes[i + j] = static_cast<std::uint8_t>(word >> (8 * j));
-    }
+    arc4random_buf(bytes.data(), bytes.size());
     bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);  // version 4
     bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
     return Uuid(bytes);

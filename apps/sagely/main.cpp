@@ -16,12 +16,13 @@
 
 namespace {
 
-volatile std::sig_atomic_t g_interrupted = 0;
+volatile std::sig_atomic_t g_interrupted = 0;  // the signal that ended the run, if any
 
-// Only records the press: the command's wait loop notices it within a tenth of a second and
-// cancels cleanly on the main thread.
-extern "C" void onInterrupt(int) {
-    g_interrupted = 1;
+// Only records the signal: the command's wait loop notices it within a tenth of a second and
+// cancels cleanly on the main thread. A terminal closing (SIGHUP) or a polite kill (SIGTERM)
+// ends a run as Ctrl-C does: the conversation saved, the terminal's echo restored.
+extern "C" void onInterrupt(int signalNumber) {
+    g_interrupted = signalNumber;
 }
 
 void catchInterrupts() {
@@ -29,7 +30,17 @@ void catchInterrupts() {
     action.sa_handler = onInterrupt;
     sigemptyset(&action.sa_mask);
     action.sa_flags = 0;  // no restart: a blocking read returns, so reading a key can stop too
-    sigaction(SIGINT, &action, nullptr);
+    for (int signalNumber : {SIGINT, SIGTERM, SIGHUP}) sigaction(signalNumber, &action, nullptr);
+}
+
+// After a clean end, a run stopped by SIGTERM or SIGHUP still dies of it, so its parent sees why.
+void endAsSignalled() {
+    const int signalNumber = g_interrupted;
+    if (signalNumber != SIGTERM && signalNumber != SIGHUP) return;
+    std::cout.flush();
+    std::cerr.flush();
+    std::signal(signalNumber, SIG_DFL);
+    std::raise(signalNumber);
 }
 
 std::optional<std::string> environmentVariable(const std::string& name) {
@@ -51,5 +62,7 @@ int main(int argc, char** argv) {
     host.makeLineReader = [](sagely::cli::Host& h) -> std::unique_ptr<sagely::cli::LineReader> {
         return h.inIsTerminal ? sagely::cli::makeTerminalLineReader() : nullptr;
     };
-    return sagely::cli::run(std::vector<std::string>(argv + 1, argv + argc), host);
+    const int status = sagely::cli::run(std::vector<std::string>(argv + 1, argv + argc), host);
+    endAsSignalled();
+    return status;
 }

@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 
@@ -31,6 +32,7 @@ class SagelyBinary : public ::testing::Test {
 protected:
     SagelyBinary() {
         std::filesystem::create_directories(runtimeDirectory());
+        std::filesystem::create_directories(temporaryFolder());
         std::filesystem::permissions(runtimeDirectory(), std::filesystem::perms::owner_all);
         environment = {{"HOME", home.path().string()},
                        {"XDG_DATA_HOME", (home.path() / "data").string()},
@@ -38,12 +40,21 @@ protected:
                        // passes the real one through.
                        {"XDG_RUNTIME_DIR", runtimeDirectory().string()},
                        {"PATH", "/usr/bin:/bin"},
+                       {"TMPDIR", temporaryFolder().string()},
                        {"LANG", "C.UTF-8"}};
         for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"})
             if (const char* value = std::getenv(name)) environment[name] = value;
     }
 
     std::filesystem::path runtimeDirectory() const { return home.path() / "run"; }
+    std::filesystem::path temporaryFolder() const { return home.path() / "tmp"; }
+    /// What runs left in the temporary folder.
+    std::vector<std::string> temporaryLeftovers() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(temporaryFolder()))
+            names.push_back(entry.path().filename().string());
+        return names;
+    }
     std::filesystem::path storage() const {
         return home.path() / "data" / "Brindlewood" / "Sagely";
     }
@@ -274,6 +285,50 @@ TEST_F(SagelyBinary, CtrlCDuringASlowReplyExits130AndKeepsTheQuestion) {
     ASSERT_EQ(saved.size(), 1u);
     ASSERT_EQ(saved[0].messages().size(), 1u);
     EXPECT_EQ(saved[0].messages()[0].content(), "A slow question");
+}
+
+// SIGTERM and SIGHUP end a run as Ctrl-C does (the question kept), then the process dies of
+// the signal so its parent sees why.
+TEST_F(SagelyBinary, TermAndHangUpEndARunAsCleanlyAsCtrlC) {
+    for (int signalNumber : {SIGTERM, SIGHUP}) {
+        server.clearRequests();
+        server.enqueue(ScriptedResponse::noAnswer());
+        const std::string question = "A question ended by signal " + std::to_string(signalNumber);
+        SagelyProcess process(atServer({"ask", "--new", question}), environment);
+        ASSERT_TRUE(server.waitForRequests(1, 30s));
+        process.sendSignal(signalNumber);
+        const auto outcome = process.wait(5s);
+        EXPECT_FALSE(outcome.exited) << "exit code " << outcome.exitCode;
+        EXPECT_EQ(outcome.signal, signalNumber);
+        EXPECT_EQ(outcome.err, "Cancelled.\n");
+        bool kept = false;
+        for (const auto& conversation : conversations())
+            for (const auto& message : conversation.messages())
+                kept = kept || message.content() == question;
+        EXPECT_TRUE(kept) << "signal " << signalNumber;
+    }
+    EXPECT_TRUE(temporaryLeftovers().empty());
+}
+
+// A run keeps its settings in memory: killed outright, it leaves no copy of the history or the
+// settings anywhere.
+TEST_F(SagelyBinary, KilledRunsLeaveNothingInTheTemporaryFolder) {
+    for (int run = 0; run < 5; ++run) {
+        server.enqueue(ScriptedResponse::noAnswer());
+        SagelyProcess process(atServer({"ask", "Question " + std::to_string(run)}), environment);
+        ASSERT_TRUE(server.waitForRequests(static_cast<std::size_t>(run) + 1, 30s));
+        process.sendSignal(SIGKILL);
+        EXPECT_EQ(process.wait(5s).signal, SIGKILL);
+    }
+    EXPECT_TRUE(temporaryLeftovers().empty());
+    for (const auto& entry : std::filesystem::directory_iterator(storage())) {
+        const std::string name = entry.path().filename().string();
+        // The lock file stays beside the history on purpose: every host locks the same file.
+        EXPECT_TRUE(name == "cli-conversations.json" || name == "settings.json" ||
+                    name == "cli-conversations.json.lock" ||
+                    name.rfind(".cli-conversations.json.tmp-", 0) == 0)
+            << name;
+    }
 }
 
 }  // namespace

@@ -417,6 +417,18 @@ TEST_F(AICoachAskFlowTest, AFailingContextProviderFailsTheRequest) {
     EXPECT_EQ(harness.llm->callCount(), 0u);
 }
 
+TEST_F(AICoachAskFlowTest, AContextProviderThrowingANonStandardExceptionFailsTheRequest) {
+    struct BrokenProvider : RecordingContextProvider {
+        std::string manualText() override { throw 42; }
+    };
+    auto coach = harness.makeCoach({.contextProvider = std::make_shared<BrokenProvider>()});
+    auto recorder = harness.ask(*coach, "Q");
+    ASSERT_TRUE(harness.runUntilAnswered(*recorder));
+    EXPECT_EQ(coach->error().get(), "The AI request failed for an unknown reason.");
+    EXPECT_FALSE(coach->isThinking().get());
+    EXPECT_EQ(harness.llm->callCount(), 0u);
+}
+
 TEST_F(AICoachAskFlowTest, ALocalAnswerLeavesAnEarlierModelErrorInPlace) {
     harness.llm->enqueueError(CoachLLMError::invalidResponse());
     auto coach = harness.makeCoach({.resolver = [](const std::string& question) {

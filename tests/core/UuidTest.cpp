@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <regex>
 #include <set>
 
@@ -20,6 +23,29 @@ TEST(Uuid, RandomIdentifiersAreVersion4InUpperCaseCanonicalForm) {
         seen.insert(text);
     }
     EXPECT_EQ(seen.size(), 1000u);
+}
+
+// A forked child must not repeat the ids its parent makes next.
+TEST(Uuid, AForkedChildMakesIdsOfItsOwn) {
+    (void)Uuid::random();  // the parent has made ids before it forks
+    int pipeEnds[2];
+    ASSERT_EQ(pipe(pipeEnds), 0);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const std::string id = Uuid::random().toString();
+        (void)!write(pipeEnds[1], id.data(), id.size());
+        _exit(0);
+    }
+    close(pipeEnds[1]);
+    const std::string parentId = Uuid::random().toString();
+    char buffer[64] = {};
+    const ssize_t got = read(pipeEnds[0], buffer, sizeof buffer);
+    close(pipeEnds[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_EQ(got, 36);
+    EXPECT_NE(std::string(buffer, 36), parentId);
 }
 
 TEST(Uuid, ParsesCaseInsensitivelyAndWritesUpperCase) {

@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -41,6 +42,16 @@ std::string reasonPhrase(int status) {
             return "Created";
         case 204:
             return "No Content";
+        case 301:
+            return "Moved Permanently";
+        case 302:
+            return "Found";
+        case 303:
+            return "See Other";
+        case 307:
+            return "Temporary Redirect";
+        case 308:
+            return "Permanent Redirect";
         case 400:
             return "Bad Request";
         case 401:
@@ -116,6 +127,42 @@ ScriptedResponse ScriptedResponse::slowHeaders(std::chrono::milliseconds delay, 
 ScriptedResponse ScriptedResponse::noAnswer() {
     ScriptedResponse response;
     response.ending = Ending::neverAnswer;
+    return response;
+}
+
+ScriptedResponse ScriptedResponse::redirect(int status, std::string location) {
+    ScriptedResponse response = text(status, "moved");
+    response.headers.emplace_back("Location", std::move(location));
+    return response;
+}
+
+ScriptedResponse ScriptedResponse::gzipJson(const std::string& body) {
+    z_stream stream{};
+    // 15 + 16: a gzip wrapper rather than zlib's own.
+    if (deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, 15 + 16, 9, Z_DEFAULT_STRATEGY) !=
+        Z_OK) {
+        throw std::runtime_error("deflateInit2 failed");
+    }
+    std::string compressed(deflateBound(&stream, body.size()), '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(body.data()));
+    stream.avail_in = static_cast<uInt>(body.size());
+    stream.next_out = reinterpret_cast<Bytef*>(compressed.data());
+    stream.avail_out = static_cast<uInt>(compressed.size());
+    const int result = deflate(&stream, Z_FINISH);
+    compressed.resize(stream.total_out);
+    deflateEnd(&stream);
+    if (result != Z_STREAM_END) throw std::runtime_error("deflate failed");
+    ScriptedResponse response = json(200, std::move(compressed));
+    response.headers.emplace_back("Content-Encoding", "gzip");
+    return response;
+}
+
+ScriptedResponse ScriptedResponse::dripFed(const std::string& body,
+                                           std::chrono::milliseconds interval) {
+    ScriptedResponse response = json(200, "");
+    response.bodyChunks.clear();
+    for (char c : body) response.bodyChunks.emplace_back(1, c);
+    response.delayBetweenChunks = interval;
     return response;
 }
 
@@ -368,6 +415,10 @@ bool LoopbackHttpServer::serveOne(Connection& connection) {
 // piece leaves, so the server time is known before the client can see the end of the reply.
 bool LoopbackHttpServer::writeResponse(Connection& connection, const ScriptedResponse& response,
                                        const std::function<void()>& beforeLastWrite) const {
+    if (response.raw) {
+        beforeLastWrite();
+        return connection.send(*response.raw);
+    }
     std::size_t declared = 0;
     for (const std::string& chunk : response.bodyChunks) declared += chunk.size();
     std::string head = "HTTP/1.1 " + std::to_string(response.status) + " " +

@@ -73,6 +73,9 @@ struct ScriptedResponse {
     Ending ending = Ending::complete;
     /// False: "Connection: close" and the connection ends after this response.
     bool keepAlive = true;
+    /// When set, these bytes are the whole response as written (status line included) and the
+    /// fields above other than the delays and the ending are ignored.
+    std::optional<std::string> raw;
 
     /// A response with a JSON body and "Content-Type: application/json".
     static ScriptedResponse json(int status, std::string body);
@@ -84,6 +87,13 @@ struct ScriptedResponse {
     /// No answer until the headers are written after `delay`.
     static ScriptedResponse slowHeaders(std::chrono::milliseconds delay, std::string body);
     static ScriptedResponse noAnswer();
+    /// A redirect with that status to `location`, with a short text body.
+    static ScriptedResponse redirect(int status, std::string location);
+    /// A 200 JSON response whose body, `body` compressed with gzip, declares
+    /// "Content-Encoding: gzip".
+    static ScriptedResponse gzipJson(const std::string& body);
+    /// A 200 response whose body is `body` written one byte at a time, `interval` apart.
+    static ScriptedResponse dripFed(const std::string& body, std::chrono::milliseconds interval);
     /// The connection is reset as soon as the request has been read.
     static ScriptedResponse resetWithoutAnswer();
 };

@@ -66,9 +66,9 @@ public:
         /// Replaces the user's application-data folder (Application Support on macOS,
         /// $XDG_DATA_HOME or ~/.local/share elsewhere); "Brindlewood/Sagely" is added below it.
         std::optional<std::filesystem::path> storageRoot;
-        /// Where conversationURL points, when not the storage folder: a host whose settings
-        /// for one run are private but whose history is the user's.
-        std::optional<std::filesystem::path> conversationDirectory;
+        /// True: the settings live in memory only; settings.json is neither read nor written
+        /// (conversation files still live in the storage folder). Unset: false.
+        std::optional<bool> settingsInMemory;
     };
 
     /// The process-wide store: service "com.brindlewood.sagely", account "coach-api-key".
@@ -110,11 +110,12 @@ public:
     /// The endpoint of the current configuration (the argument is deliberately ignored).
     std::optional<std::string> endpoint(CoachConfig::Provider provider) const;
 
-    /// The storage folder, created (with its parents) on each read; failures are ignored.
+    /// The storage folder, created (with its parents) on each read; failures are ignored. Empty
+    /// when the system names no data folder (no HOME and no password entry): nothing is stored
+    /// then, and settingsURL() and conversationURL() are empty too.
     std::filesystem::path storageDirectory() const;
     std::filesystem::path settingsURL() const;
-    /// storageDirectory (or Options::conversationDirectory) / (namespace +
-    /// "-conversations.json"); the namespace is used unchanged.
+    /// storageDirectory / (namespace + "-conversations.json"); the namespace is used unchanged.
     std::filesystem::path conversationURL(std::string_view conversationNamespace) const;
 
 private:

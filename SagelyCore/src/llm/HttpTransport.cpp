@@ -7,10 +7,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 
 namespace sagely::detail {
 namespace {
@@ -97,21 +100,73 @@ struct HeaderSList {
     }
 };
 
-struct ReceivedBody {
+using Clock = std::chrono::steady_clock;
+
+// What one exchange received, and when the connection last carried a byte.
+struct Reception {
+    CURL* easy = nullptr;
+    std::size_t maxReplyBytes = 0;
+    std::size_t maxErrorBodyBytes = 0;
     std::string bytes;
+    std::optional<std::size_t> limit;  // chosen from the status when the body starts
+    bool tooLarge = false;
+    bool errorBodyCut = false;
     std::exception_ptr failure;
+    Clock::time_point lastActivity = Clock::now();
+    curl_off_t downloaded = 0;
+    curl_off_t uploaded = 0;
 };
+
+bool isSuccess(long status) {
+    return status >= 200 && status <= 299;
+}
 
 // No exception may cross libcurl's frames: a failure is kept and the transfer aborted.
 size_t appendBody(char* data, size_t size, size_t count, void* userData) {
-    auto* received = static_cast<ReceivedBody*>(userData);
+    auto* received = static_cast<Reception*>(userData);
+    const size_t length = size * count;
+    received->lastActivity = Clock::now();
     try {
-        received->bytes.append(data, size * count);
-        return size * count;
+        if (!received->limit) {
+            long status = 0;
+            curl_easy_getinfo(received->easy, CURLINFO_RESPONSE_CODE, &status);
+            received->limit =
+                isSuccess(status) ? received->maxReplyBytes : received->maxErrorBodyBytes;
+        }
+        const std::size_t room = *received->limit - received->bytes.size();
+        if (length > room) {
+            // Data arrives decompressed here, so a small compressed body cannot grow past it.
+            if (*received->limit == received->maxReplyBytes) {
+                received->tooLarge = true;
+            } else {
+                received->bytes.append(data, room);
+                received->errorBodyCut = true;
+            }
+            return 0;
+        }
+        received->bytes.append(data, length);
+        return length;
     } catch (...) {
         received->failure = std::current_exception();
         return 0;
     }
+}
+
+size_t noteHeader(char*, size_t size, size_t count, void* userData) {
+    static_cast<Reception*>(userData)->lastActivity = Clock::now();
+    return size * count;
+}
+
+// Any byte sent or received restarts the idle clock, as on the platform.
+int noteProgress(void* userData, curl_off_t, curl_off_t downloaded, curl_off_t,
+                 curl_off_t uploaded) {
+    auto* received = static_cast<Reception*>(userData);
+    if (downloaded != received->downloaded || uploaded != received->uploaded) {
+        received->downloaded = downloaded;
+        received->uploaded = uploaded;
+        received->lastActivity = Clock::now();
+    }
+    return 0;
 }
 
 template <typename T>
@@ -121,32 +176,42 @@ void setOption(CURL* easy, CURLoption option, T value) {
     }
 }
 
-void configure(CURL* easy, const HttpRequest& request, const HeaderSList& headers,
-               ReceivedBody& received) {
+// One hop of a request: a POST of the body, or a GET after a redirect that asks for one.
+void configure(CURL* easy, const HttpRequest& request, const std::string& url, bool asGet,
+               const HeaderSList& headers, Reception& received) {
     curl_easy_reset(easy);  // keeps the live connections and caches
-    const long timeoutSeconds =
-        std::max<long>(1, std::chrono::ceil<std::chrono::seconds>(request.timeout).count());
-    setOption(easy, CURLOPT_URL, request.url.c_str());
-    setOption(easy, CURLOPT_POSTFIELDS, request.body.data());
-    setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+    setOption(easy, CURLOPT_URL, url.c_str());
+    if (asGet) {
+        setOption(easy, CURLOPT_HTTPGET, 1L);
+    } else {
+        setOption(easy, CURLOPT_POSTFIELDS, request.body.data());
+        setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+    }
     setOption(easy, CURLOPT_HTTPHEADER, headers.list);
     setOption(easy, CURLOPT_WRITEFUNCTION, &appendBody);
     setOption(easy, CURLOPT_WRITEDATA, &received);
+    setOption(easy, CURLOPT_HEADERFUNCTION, &noteHeader);
+    setOption(easy, CURLOPT_HEADERDATA, &received);
+    setOption(easy, CURLOPT_XFERINFOFUNCTION, &noteProgress);
+    setOption(easy, CURLOPT_XFERINFODATA, &received);
+    setOption(easy, CURLOPT_NOPROGRESS, 0L);
     setOption(easy, CURLOPT_NOSIGNAL, 1L);
+#if LIBCURL_VERSION_NUM >= 0x075700
+    // A cancelled transfer leaves a pending host-name lookup to finish on its own thread
+    // instead of waiting for it.
+    setOption(easy, CURLOPT_QUICK_EXIT, 1L);
+#endif
 #if LIBCURL_VERSION_NUM >= 0x075500
     setOption(easy, CURLOPT_PROTOCOLS_STR, "http,https");
 #else
     setOption(easy, CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
 #endif
+    setOption(easy, CURLOPT_FOLLOWLOCATION, 0L);  // post() follows them within the origin
     setOption(easy, CURLOPT_SSL_VERIFYPEER, 1L);
     setOption(easy, CURLOPT_SSL_VERIFYHOST, 2L);
     setOption(easy, CURLOPT_ACCEPT_ENCODING, "");
     setOption(easy, CURLOPT_USERAGENT, "SagelyKit/" SAGELY_VERSION_STRING);
     setOption(easy, CURLOPT_TCP_KEEPALIVE, 1L);
-    setOption(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.timeout.count()));
-    // A silent connection times out; a slow but steady reply does not.
-    setOption(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    setOption(easy, CURLOPT_LOW_SPEED_TIME, timeoutSeconds);
 }
 
 std::optional<CURLcode> finishedResult(CURLM* multi) {
@@ -157,25 +222,40 @@ std::optional<CURLcode> finishedResult(CURLM* multi) {
     return std::nullopt;
 }
 
-// Drives the transfer until it finishes or the token is stopped (none then).
-std::optional<CURLcode> drive(TransferContext& context, const CancellationToken& cancellation) {
+struct Outcome {
+    enum class Kind { finished, cancelled, timedOut } kind = Kind::finished;
+    CURLcode result = CURLE_OK;
+};
+
+// Drives the transfer until it finishes, the token is stopped, the connection stays silent for
+// `idle` or the deadline passes. The idle clock is the time since the last byte, not an average.
+Outcome drive(TransferContext& context, const CancellationToken& cancellation,
+              const Reception& received, std::chrono::milliseconds idle,
+              Clock::time_point deadline) {
     std::atomic<bool> stopped{false};
     CURLM* multi = context.multi;
     auto registration = cancellation.onStop([&stopped, multi] {
         stopped = true;
         curl_multi_wakeup(multi);
     });
-    std::optional<CURLcode> result;
-    while (!stopped) {
+    while (true) {
         int running = 0;
         if (curl_multi_perform(multi, &running) != CURLM_OK) {
             throw TransportError("The network connection was lost.");
         }
-        result = finishedResult(multi);
-        if (result || stopped) break;
-        curl_multi_poll(multi, nullptr, 0, kPollIntervalMs, nullptr);
+        if (std::optional<CURLcode> result = finishedResult(multi)) {
+            return {Outcome::Kind::finished, *result};
+        }
+        if (stopped) return {Outcome::Kind::cancelled};
+        const Clock::time_point now = Clock::now();
+        const Clock::time_point idleEnd = received.lastActivity + idle;
+        const Clock::time_point wakeAt = std::min(idleEnd, deadline);
+        if (now >= wakeAt) return {Outcome::Kind::timedOut};
+        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(wakeAt - now);
+        curl_multi_poll(multi, nullptr, 0,
+                        static_cast<int>(std::min<long long>(wait.count(), kPollIntervalMs)),
+                        nullptr);
     }
-    return result;
 }
 
 struct AttachedTransfer {
@@ -187,6 +267,37 @@ struct AttachedTransfer {
     }
     ~AttachedTransfer() { curl_multi_remove_handle(context.multi, context.easy); }
 };
+
+// Scheme, host and port of a URL, lower-cased, the port made explicit; empty when unparsable.
+std::string originOf(const std::string& url) {
+    std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> handle(curl_url(), &curl_url_cleanup);
+    if (!handle || curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK) {
+        return {};
+    }
+    std::string origin;
+    for (CURLUPart part : {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT}) {
+        char* value = nullptr;
+        if (curl_url_get(handle.get(), part, &value, CURLU_DEFAULT_PORT) != CURLUE_OK) {
+            curl_free(value);
+            return {};
+        }
+        for (const char* c = value; *c != '\0'; ++c) {
+            origin += static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+        }
+        origin += '|';
+        curl_free(value);
+    }
+    return origin;
+}
+
+bool isFollowedRedirect(long status) {
+    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+// The platform's default session turns a POST into a GET on these; 307 and 308 keep it.
+bool redirectAsksForGet(long status) {
+    return status == 301 || status == 302 || status == 303;
+}
 
 }  // namespace
 
@@ -241,23 +352,56 @@ HttpResponse post(const HttpRequest& request, const CancellationToken& cancellat
     for (const auto& [name, value] : request.headers) headers.append(name + ": " + value);
     headers.append("Expect:");  // never wait for a "100 Continue" round trip
 
+    const Clock::time_point deadline = Clock::now() + request.limits.deadline;
+    const std::string origin = originOf(request.url);
+    std::string url = request.url;
+    bool asGet = false;
     PooledContext pooled;
     TransferContext& context = pooled.get();
-    ReceivedBody received;
-    configure(context.easy, request, headers, received);
-    std::optional<CURLcode> result;
-    {
-        AttachedTransfer transfer(context);
-        result = drive(context, cancellation);
+    for (int redirects = 0;; ++redirects) {
+        Reception received;
+        received.easy = context.easy;
+        received.maxReplyBytes = request.limits.maxReplyBytes;
+        received.maxErrorBodyBytes = request.limits.maxErrorBodyBytes;
+        configure(context.easy, request, url, asGet, headers, received);
+        Outcome outcome;
+        {
+            AttachedTransfer transfer(context);
+            outcome = drive(context, cancellation, received, request.timeout, deadline);
+        }
+        if (outcome.kind == Outcome::Kind::cancelled) throw CancelledError();
+        if (outcome.kind == Outcome::Kind::timedOut) {
+            throw TransportError(transportFailureDescription(CURLE_OPERATION_TIMEDOUT));
+        }
+        if (received.failure) std::rethrow_exception(received.failure);
+        if (received.tooLarge) throw TransportError(std::string(kReplyTooLarge));
+        HttpResponse response;
+        curl_easy_getinfo(context.easy, CURLINFO_RESPONSE_CODE, &response.status);
+        if (response.status >= 100 && response.status < 200) {
+            throw TransportError(std::string(kBadServerResponse));  // a final 1xx status
+        }
+        if (outcome.result != CURLE_OK && !received.errorBodyCut) {
+            throw TransportError(transportFailureDescription(outcome.result));
+        }
+        char* location = nullptr;
+        if (isFollowedRedirect(response.status) &&
+            curl_easy_getinfo(context.easy, CURLINFO_REDIRECT_URL, &location) == CURLE_OK &&
+            location != nullptr) {
+            if (redirects == request.limits.maxRedirects) {
+                throw TransportError(std::string(kTooManyRedirects));
+            }
+            std::string target = location;  // owned by the handle until its next transfer
+            if (origin.empty() || originOf(target) != origin) {
+                throw TransportError(std::string(kRedirectToAnotherOrigin));
+            }
+            asGet = asGet || redirectAsksForGet(response.status);
+            url = std::move(target);
+            continue;
+        }
+        response.body = std::move(received.bytes);
+        response.truncated = received.errorBodyCut;
+        return response;
     }
-    if (!result) throw CancelledError();
-    if (received.failure) std::rethrow_exception(received.failure);
-    if (*result != CURLE_OK) throw TransportError(transportFailureDescription(*result));
-
-    HttpResponse response;
-    curl_easy_getinfo(context.easy, CURLINFO_RESPONSE_CODE, &response.status);
-    response.body = std::move(received.bytes);
-    return response;
 }
 
 }  // namespace sagely::detail

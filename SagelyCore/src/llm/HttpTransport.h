@@ -3,13 +3,16 @@
 //
 // post() blocks the calling thread until the reply is complete; it is thread-safe (each call
 // checks out its own context). Stopping the token aborts the transfer at once, whatever the
-// server does. TLS certificates are always verified; redirects are not followed, so a key
-// header never travels to another host.
+// server or the host-name lookup does. TLS certificates are always verified. Redirects are
+// followed as the platform's default session follows them, but only within the origin of the
+// request, so a key header never travels to another host. Every request is bounded in size and
+// time by the limits below.
 #pragma once
 
 #include <sagely/CancellationToken.h>
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -19,22 +22,48 @@ namespace sagely::detail {
 
 using HeaderList = std::vector<std::pair<std::string, std::string>>;
 
+/// The bounds of one request. The defaults are the kit's; tests shorten them.
+struct HttpLimits {
+    /// A success reply whose body, decompressed, would exceed this fails without reading more.
+    std::size_t maxReplyBytes = std::size_t{32} << 20;
+    /// An error reply's body is read up to this many bytes and cut there.
+    std::size_t maxErrorBodyBytes = std::size_t{64} << 10;
+    /// From the first byte sent to the last byte received, redirects included.
+    std::chrono::milliseconds deadline{std::chrono::minutes(10)};
+    /// Redirects followed before the request fails.
+    int maxRedirects = 5;
+};
+
 struct HttpRequest {
     std::string url;
     /// Name and value of each header, in order; values never hold line breaks.
     HeaderList headers;
     std::string body;
-    /// How long the server may keep the connection silent (connecting included).
+    /// How long the connection may stay without a byte in either direction (connecting
+    /// included) before the request times out.
     std::chrono::milliseconds timeout{std::chrono::seconds(90)};
+    HttpLimits limits;
 };
 
 struct HttpResponse {
     long status = 0;
     std::string body;
+    /// The body was cut at HttpLimits::maxErrorBodyBytes (error replies only).
+    bool truncated = false;
 };
 
+/// Sent when a success reply exceeds HttpLimits::maxReplyBytes.
+inline constexpr std::string_view kReplyTooLarge = "The AI response was too large.";
+/// Sent when a redirect leads to another scheme, host or port.
+inline constexpr std::string_view kRedirectToAnotherOrigin =
+    "The server redirected the request to another address; it was not sent there.";
+/// Sent after HttpLimits::maxRedirects redirects.
+inline constexpr std::string_view kTooManyRedirects = "too many HTTP redirects";
+/// Sent when the server's reply is not HTTP the kit can read (a final 1xx status, say).
+inline constexpr std::string_view kBadServerResponse = "The server returned a bad response.";
+
 /// Sends `request` as a POST. Throws TransportError with a fixed sentence on a network failure
-/// and CancelledError when the token is stopped first.
+/// or a broken limit, and CancelledError when the token is stopped first.
 HttpResponse post(const HttpRequest& request, const CancellationToken& cancellation);
 
 /// Whether the text reads as an absolute URL (scheme and host).

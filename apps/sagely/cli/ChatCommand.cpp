@@ -3,6 +3,7 @@
 #include "cli/Commands.h"
 #include "cli/ConversationList.h"
 #include "cli/LineReader.h"
+#include "cli/Rendering.h"
 #include "cli/Replies.h"
 
 #include <sagely/Text.h>
@@ -51,7 +52,7 @@ private:
         auto number = parseListNumber(input);
         if (!number || *number > m_suggestions.size()) return std::nullopt;
         std::string suggestion = m_suggestions[*number - 1];
-        m_host.out << "> " << suggestion << "\n";
+        m_host.out << "> " << Renderer::plain(suggestion) << "\n";
         return suggestion;
     }
 
@@ -75,7 +76,8 @@ private:
         AICoach& coach = m_session.coach();
         if (name == "/new") {
             coach.newConversation();
-            m_host.out << "Started " << coach.currentConversation().get()->title() << ".\n";
+            m_host.out << "Started " << Renderer::plain(coach.currentConversation().get()->title())
+                       << ".\n";
         } else if (name == "/list") {
             m_host.out << listConversations(coach.conversations().get(),
                                             coach.currentConversation().get());

@@ -1,5 +1,7 @@
 #include "cli/ConversationList.h"
 
+#include "cli/TerminalText.h"
+
 #include <charconv>
 
 namespace sagely::cli {
@@ -21,14 +23,14 @@ std::string listConversations(const std::vector<CoachConversation>& conversation
         const bool isCurrent = current && current->id() == conversation.id();
         const std::size_t count = conversation.messages().size();
         out += std::string(isCurrent ? "* " : "  ") + std::to_string(i + 1) + ". " +
-               conversation.title() + " (" + std::to_string(count) +
+               terminalSafe(conversation.title()) + " (" + std::to_string(count) +
                (count == 1 ? " message)\n" : " messages)\n");
     }
     return out;
 }
 
 std::string quotedTitle(const CoachConversation& conversation) {
-    return "“" + conversation.title() + "”";
+    return "“" + terminalSafe(conversation.title()) + "”";
 }
 
 }  // namespace sagely::cli

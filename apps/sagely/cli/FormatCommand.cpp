@@ -1,6 +1,7 @@
 // sagely format — the kit's reply formatter on standard input.
 #include "cli/Commands.h"
 #include "cli/Rendering.h"
+#include "cli/TerminalText.h"
 
 #include <sagely/CoachMessageFormatting.h>
 
@@ -40,11 +41,11 @@ int formatCommand(const ParsedArguments& arguments, Host& host) {
                             std::istreambuf_iterator<char>()};
     if (host.wasInterrupted()) return exitInterrupted;
     if (arguments.has("normalize"))
-        host.out << Formatting::normalize(input) << "\n";
+        host.out << Renderer::plain(Formatting::normalize(input)) << "\n";
     else if (arguments.has("blocks"))
-        host.out << dumped(Formatting::blocks(input));
+        host.out << terminalSafeJson(dumped(Formatting::blocks(input)));
     else if (arguments.has("steps"))
-        host.out << dumped(stepsJson(input));
+        host.out << terminalSafeJson(dumped(stepsJson(input)));
     else
         host.out << Renderer(host.usesColor()).replyText(input);
     return exitOk;

@@ -26,7 +26,7 @@ const CoachConversation& pick(const AICoach& coach, const std::vector<std::strin
 
 void show(const CoachConversation& conversation, Host& host) {
     const Renderer renderer(host.usesColor());
-    host.out << renderer.styled(conversation.title(), ansi::bold) << "\n";
+    host.out << renderer.styled(Renderer::plain(conversation.title()), ansi::bold) << "\n";
     for (const auto& message : conversation.messages())
         host.out << "\n" << renderer.historyMessage(message);
 }

@@ -1,6 +1,7 @@
 #include "cli/Rendering.h"
 
 #include "cli/InlineMarkdown.h"
+#include "cli/TerminalText.h"
 
 #include <sagely/CoachMessageFormatting.h>
 #include <sagely/Text.h>
@@ -67,8 +68,13 @@ std::string Renderer::styled(std::string_view text, std::string_view style) cons
     return std::string(style) + std::string(text) + std::string(ansi::reset);
 }
 
+std::string Renderer::plain(std::string_view text) {
+    return terminalSafe(text);
+}
+
+// Every text of a message reaches the terminal through here or through plain(), cleaned first.
 std::string Renderer::inlineMarkdown(std::string_view markdown) const {
-    return renderInlineMarkdown(markdown, m_color);
+    return renderInlineMarkdown(terminalSafe(markdown), m_color);
 }
 
 // One line of a paragraph: a heading in bold without its marks, a list bullet as a dot, anything
@@ -99,7 +105,8 @@ std::string Renderer::paragraph(std::string_view markdown) const {
     return out;
 }
 
-std::string Renderer::replyText(std::string_view content) const {
+std::string Renderer::replyText(std::string_view raw) const {
+    const std::string content = terminalSafe(raw);
     if (auto steps = Formatting::parseProceduralContent(content)) return procedure(*steps);
     std::string out;
     for (const auto& block : Formatting::blocks(content)) {
@@ -127,8 +134,8 @@ std::string Renderer::suggestionLines(const std::vector<std::string>& items,
     std::string out = "\n" + styled("Try Next", ansi::bold) + "\n";
     for (const auto& item : items) {
         suggestions.push_back(item);
-        out +=
-            "  " + styled(std::to_string(suggestions.size()) + ")", ansi::dim) + " " + item + "\n";
+        out += "  " + styled(std::to_string(suggestions.size()) + ")", ansi::dim) + " " +
+               plain(item) + "\n";
     }
     return out;
 }
@@ -143,10 +150,10 @@ std::string Renderer::framed(const std::string& body, std::string_view tint) con
 }
 
 std::string Renderer::card(const CoachCard& card, std::vector<std::string>& suggestions) const {
-    std::string body = styled(card.title, ansi::bold) + "\n";
-    if (card.subtitle) body += styled(*card.subtitle, ansi::dim) + "\n";
+    std::string body = styled(plain(card.title), ansi::bold) + "\n";
+    if (card.subtitle) body += styled(plain(*card.subtitle), ansi::dim) + "\n";
     for (const auto& section : card.sections) {
-        body += "\n" + styled(section.title, ansi::bold) + "\n";
+        body += "\n" + styled(plain(section.title), ansi::bold) + "\n";
         for (const auto& item : section.items) body += "  • " + inlineMarkdown(item) + "\n";
     }
     body += suggestionLines(card.suggestions, suggestions);
@@ -165,17 +172,18 @@ std::string Renderer::lessonBlock(const CoachLesson::Block& block, int& groupNum
     }
     if (const auto* callout = block.asCallout()) {
         const ToneLook look = lookOf(callout->tone);
-        return "\n" + styled(look.symbol, look.tint) + " " + styled(callout->title, ansi::bold) +
-               "\n  " + inlineMarkdown(callout->body) + "\n";
+        return "\n" + styled(look.symbol, look.tint) + " " +
+               styled(plain(callout->title), ansi::bold) + "\n  " + inlineMarkdown(callout->body) +
+               "\n";
     }
     return "\n" + inlineMarkdown(*block.asText()) + "\n";
 }
 
 std::string Renderer::lesson(const CoachLesson& lesson,
                              std::vector<std::string>& suggestions) const {
-    std::string body = styled(lesson.title, ansi::bold) + "\n";
+    std::string body = styled(plain(lesson.title), ansi::bold) + "\n";
     if (lesson.subtitle && !lesson.subtitle->empty())
-        body += styled(*lesson.subtitle, ansi::dim) + "\n";
+        body += styled(plain(*lesson.subtitle), ansi::dim) + "\n";
     if (lesson.summary && !lesson.summary->empty())
         body += "\n" + inlineMarkdown(*lesson.summary) + "\n";
     int groupNumber = 0;
@@ -194,7 +202,7 @@ std::string Renderer::assistantMessage(const CoachMessage& message,
 
 std::string Renderer::historyMessage(const CoachMessage& message) const {
     if (message.role() == CoachMessage::Role::user)
-        return styled("You:", ansi::bold) + " " + message.content() + "\n";
+        return styled("You:", ansi::bold) + " " + plain(message.content()) + "\n";
     std::vector<std::string> suggestions;
     const char* who = message.role() == CoachMessage::Role::assistant ? "Coach:" : "System:";
     return styled(who, ansi::bold) + "\n" + assistantMessage(message, suggestions);

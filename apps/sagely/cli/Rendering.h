@@ -41,6 +41,8 @@ public:
     /// Text in the given ANSI style (unchanged without colour).
     std::string styled(std::string_view text, std::string_view style) const;
     std::string inlineMarkdown(std::string_view markdown) const;
+    /// Text from a message, a file or a server, without terminal controls (see TerminalText).
+    static std::string plain(std::string_view text);
 
 private:
     std::string line(std::string_view markdown) const;

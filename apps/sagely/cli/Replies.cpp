@@ -2,6 +2,7 @@
 
 #include "cli/Failures.h"
 #include "cli/Rendering.h"
+#include "cli/TerminalText.h"
 
 #include <sagely/CoachConversation.h>
 
@@ -12,7 +13,7 @@ namespace sagely::cli {
 void printReply(Host& host, const CoachMessage& reply, bool json,
                 std::vector<std::string>& suggestions) {
     if (json) {
-        host.out << encodeJson(reply) << "\n";
+        host.out << terminalSafeJson(encodeJson(reply)) << "\n";
         return;
     }
     host.out << Renderer(host.usesColor()).assistantMessage(reply, suggestions);
@@ -25,7 +26,7 @@ int reportUnanswered(Host& host, const AskOutcome& outcome, const CoachConfig& c
         return exitInterrupted;
     }
     const FailureReport report = describeFailure(outcome.error.value_or(""), config, offline);
-    host.err << report.sentence << "\n";
+    host.err << terminalSafe(report.sentence) << "\n";
     return report.exitCode;
 }
 

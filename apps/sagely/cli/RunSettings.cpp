@@ -5,21 +5,29 @@
 #include <sagely/SagelyKnowledge.h>
 #include <sagely/Text.h>
 
-#include <stdlib.h>
-
 #include <fstream>
-#include <sstream>
-#include <system_error>
 
 namespace sagely::cli {
 namespace {
 
+// Read in pieces up to one byte past the limit, so a device that never ends (/dev/zero) or a
+// huge file is refused without holding more than the limit.
 std::string readGuideFile(const std::string& path) {
+    std::error_code ignored;
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (!file || !(text << file.rdbuf()))
+    if (!file || std::filesystem::is_directory(path, ignored))
         throw UsageError("cannot read the guide file '" + path + "'");
-    return text.str();
+    std::string text;
+    char piece[65536];
+    while (text.size() <= kMaxGuideBytes) {
+        file.read(piece, sizeof piece);
+        text.append(piece, static_cast<std::size_t>(file.gcount()));
+        if (!file) break;
+    }
+    if (file.bad()) throw UsageError("cannot read the guide file '" + path + "'");
+    if (text.size() > kMaxGuideBytes)
+        throw UsageError("the guide file '" + path + "' is larger than 64 MB");
+    return text;
 }
 
 Provider providerArgument(const std::string& word) {
@@ -81,25 +89,12 @@ std::unique_ptr<CoachSettingsStore> openSavedSettings(const Host& host) {
     return std::make_unique<CoachSettingsStore>(kKeychainService, kKeychainAccount, options);
 }
 
-PrivateFolder::PrivateFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "sagely-run-XXXXXX").string();
-    if (!mkdtemp(pattern.data()))
-        throw std::system_error(errno, std::generic_category(), "cannot create a temporary folder");
-    m_path = pattern;
-}
-
-PrivateFolder::~PrivateFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
 RunSettings::RunSettings(const CoachSettingsStore& saved, const RunOptions& options,
                          const Host& host) {
     CoachSettingsStore::Options storeOptions;
     storeOptions.secretStore = std::make_shared<InMemorySecretStore>();
-    storeOptions.storageRoot = m_folder.path();
-    // The history is the user's: the coach merges its saves into the real file.
-    storeOptions.conversationDirectory = saved.storageDirectory();
+    storeOptions.storageRoot = host.storageRoot;
+    storeOptions.settingsInMemory = true;
     m_store =
         std::make_unique<CoachSettingsStore>(kKeychainService, kKeychainAccount, storeOptions);
 
@@ -114,9 +109,5 @@ RunSettings::RunSettings(const CoachSettingsStore& saved, const RunOptions& opti
 }
 
 RunSettings::~RunSettings() = default;
-
-std::filesystem::path RunSettings::conversationURL(const std::string& conversationNamespace) const {
-    return m_store->conversationURL(conversationNamespace);
-}
 
 }  // namespace sagely::cli

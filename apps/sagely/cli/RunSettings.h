@@ -2,10 +2,10 @@
 //
 // The user's saved settings (the kit's settings store on the real storage folder and secret
 // store) are never changed by a run: options such as --provider and keys from OPENAI_API_KEY
-// and friends apply to this run only. So the run gets a settings store of its own, on a private
-// temporary folder with an in-memory secret store, seeded from the saved settings and then given
-// the run's options. The coach reads its configuration from that store. The private folder is
-// removed when the run ends.
+// and friends apply to this run only. So the run gets a settings store of its own that lives in
+// memory (with an in-memory secret store), seeded from the saved settings and then given the
+// run's options; it names the real conversation files. No copy of the settings or the history
+// is ever written elsewhere, so a killed run leaves nothing behind.
 //
 // Thread rules: main thread only, like the stores it holds.
 #pragma once
@@ -17,6 +17,7 @@
 #include <sagely/CoachSettingsStore.h>
 #include <sagely/StaticCoachContextProvider.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -28,6 +29,8 @@ namespace sagely::cli {
 inline constexpr const char* kKeychainService = "com.brindlewood.sagely";
 inline constexpr const char* kKeychainAccount = "coach-api-key";
 inline constexpr const char* kDefaultNamespace = "cli";
+/// A --guide file larger than this is refused; an empty one means no guide.
+inline constexpr std::size_t kMaxGuideBytes = std::size_t{64} << 20;
 
 /// The options shared by ask, chat and prompt.
 struct RunOptions {
@@ -41,7 +44,8 @@ struct RunOptions {
     bool json = false;
     bool startNew = false;
 
-    /// Reads the options; an unknown provider or an unreadable guide file is a UsageError.
+    /// Reads the options; an unknown provider or an unreadable or oversized guide file is a
+    /// UsageError.
     static RunOptions fromArguments(const ParsedArguments& arguments);
 };
 
@@ -55,19 +59,6 @@ std::shared_ptr<StaticCoachContextProvider> makeContextProvider(const RunOptions
 /// The user's saved settings: the kit's store on the host's storage folder and secret store.
 std::unique_ptr<CoachSettingsStore> openSavedSettings(const Host& host);
 
-/// A fresh, empty folder under the system's temporary folder, removed with its content.
-class PrivateFolder {
-public:
-    PrivateFolder();
-    ~PrivateFolder();
-    PrivateFolder(const PrivateFolder&) = delete;
-    PrivateFolder& operator=(const PrivateFolder&) = delete;
-    const std::filesystem::path& path() const { return m_path; }
-
-private:
-    std::filesystem::path m_path;
-};
-
 class RunSettings {
 public:
     RunSettings(const CoachSettingsStore& saved, const RunOptions& options, const Host& host);
@@ -75,11 +66,8 @@ public:
 
     CoachSettingsStore& store() { return *m_store; }
     CoachConfig config() const { return m_store->config(); }
-    /// Where this run's store keeps its copy of a namespace's conversations.
-    std::filesystem::path conversationURL(const std::string& conversationNamespace) const;
 
 private:
-    PrivateFolder m_folder;
     std::unique_ptr<CoachSettingsStore> m_store;
 };
 

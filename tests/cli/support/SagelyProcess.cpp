@@ -99,6 +99,10 @@ void SagelyProcess::interrupt() {
     ::kill(m_pid, SIGINT);
 }
 
+void SagelyProcess::sendSignal(int signalNumber) {
+    ::kill(m_pid, signalNumber);
+}
+
 void SagelyProcess::collect(std::chrono::steady_clock::time_point deadline,
                             ProcessOutcome& outcome) {
     bool outOpen = true, errOpen = true;

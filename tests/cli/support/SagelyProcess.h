@@ -34,6 +34,8 @@ public:
 
     /// Sends SIGINT, as Ctrl-C in a terminal would.
     void interrupt();
+    /// Sends any signal.
+    void sendSignal(int signalNumber);
     /// Collects the output until the process ends or the time-out passes (then kills it).
     ProcessOutcome wait(std::chrono::milliseconds timeout);
 
