@@ -60,7 +60,8 @@ struct CoachRequest {
 
 }  // namespace detail
 
-struct AICoach::Impl : std::enable_shared_from_this<AICoach::Impl> {
+// Not part of the library's interface, though nested in an exported class.
+struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Impl> {
     Impl(AICoach& owner, std::shared_ptr<MainExecutor> mainExecutor,
          std::shared_ptr<CoachContextProvider> contextProvider, CoachSettingsStore* settings,
          std::string conversationNamespace, CoachLocalActionResolver localActionResolver,

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The kit where its users meet it: installed into a prefix outside the source and build trees,
 # then used by hosts built there. One step per call (CTest runs them as separate tests):
-#   install | cmake-host | pkgconfig-host | cli | ui-host | subdirectory-host | deb | missing-bundle
+#   install | cmake-host | pkgconfig-host | cli | ui-host | subdirectory-host | deb | exports |
+#   missing-bundle
 # Settings come from the environment: SAGELY_SOURCE_DIR, SAGELY_BUILD_DIR, SAGELY_WORK_DIR,
 # SAGELY_LIBDIR, SAGELY_SHARED (ON/OFF), SAGELY_CXX, SAGELY_CXX_FLAGS, SAGELY_LINKER_FLAGS.
 set -euo pipefail
@@ -95,6 +96,21 @@ deb)
     test -f "$work/root/usr/lib/cmake/SagelyKit/SagelyKitConfig.cmake"
     test -f "$work/root/usr/include/sagely/AICoach.h"
     offline_answer "$work/root/usr/bin/sagely"
+    ;;
+exports)
+    # A shared kit carries its soname and offers its public API only.
+    for library in sagelycore sagelyui; do
+        file=$prefix/$SAGELY_LIBDIR/lib$library.so
+        [ -e "$file" ] || continue
+        readelf -d "$file" | grep -q "Library soname: \[lib$library.so.0\]"
+        private=$(nm -D --defined-only -C "$file" | grep -E "sagely::(ui::)?detail::|::Impl::|\(anonymous namespace\)" || true)
+        if [ -n "$private" ]; then
+            echo "FAIL: lib$library.so exports private symbols:"
+            echo "$private" | head -20
+            exit 1
+        fi
+        echo "lib$library.so.0: $(nm -D --defined-only "$file" | grep -c ' [TWVDBu] ') symbols, none private"
+    done
     ;;
 missing-bundle)
     # A kit installed without its resources is a packaging error, and stops saying so.
