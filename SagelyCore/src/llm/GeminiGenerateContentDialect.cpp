@@ -1,5 +1,7 @@
 #include "llm/GeminiGenerateContentDialect.h"
 
+#include "settings/ProviderEndpoints.h"
+
 #include <sagely/Text.h>
 
 namespace sagely::detail {
@@ -12,8 +14,7 @@ nlohmann::json textParts(const std::string& text) {
 }  // namespace
 
 std::string GeminiGenerateContentDialect::defaultURL(const std::string& model) {
-    return "https://generativelanguage.googleapis.com/v1beta/models/" +
-           text::percentEncodePath(model) + ":generateContent";
+    return geminiGenerateContentURL(model);
 }
 
 // Every system message joins the system instruction; the model travels in the URL, not here.

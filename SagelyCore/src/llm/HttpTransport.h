@@ -66,9 +66,6 @@ inline constexpr std::string_view kBadServerResponse = "The server returned a ba
 /// or a broken limit, and CancelledError when the token is stopped first.
 HttpResponse post(const HttpRequest& request, const CancellationToken& cancellation);
 
-/// Whether the text reads as an absolute URL (scheme and host).
-bool isParsableURL(std::string_view url);
-
 /// The fixed sentence for a libcurl result code (CURLcode).
 std::string transportFailureDescription(int curlCode);
 

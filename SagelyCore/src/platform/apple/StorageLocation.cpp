@@ -1,6 +1,6 @@
 #include "platform/StorageLocation.h"
 
-#include "HomeDirectory.h"
+#include "support/HomeDirectory.h"
 
 #include <limits.h>
 #include <sysdir.h>

@@ -1,4 +1,4 @@
-#include "ResourceBundle.h"
+#include "support/ResourceBundle.h"
 
 #include <dlfcn.h>
 

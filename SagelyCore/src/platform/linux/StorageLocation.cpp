@@ -1,6 +1,6 @@
 #include "platform/StorageLocation.h"
 
-#include "HomeDirectory.h"
+#include "support/HomeDirectory.h"
 
 #include <cstdlib>
 #include <string>

@@ -1,0 +1,290 @@
+#include "coach/AICoachImpl.h"
+
+#include <sagely/ConversationFile.h>
+#include <sagely/Log.h>
+
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+namespace sagely {
+namespace {
+
+// How long a destroyed coach waits for its cancelled workers, so that they are usually gone
+// when it is. A worker still busy after that is left to finish on its own: it no longer touches
+// the coach, and the destroying thread must not wait for the network.
+constexpr std::chrono::milliseconds kWorkerGracePeriod{50};
+
+std::function<bool()> alwaysAllowed() {
+    return [] { return true; };
+}
+
+struct PersistenceSwitch {
+    std::mutex mutex;
+    std::function<bool()> allowed = alwaysAllowed();
+};
+
+PersistenceSwitch& persistenceSwitch() {
+    static PersistenceSwitch instance;
+    return instance;
+}
+
+bool sameConversation(const CoachConversation& a, const CoachConversation& b) {
+    if (a.id() != b.id() || a.title() != b.title() || a.updatedAt() != b.updatedAt() ||
+        a.messages().size() != b.messages().size())
+        return false;
+    for (std::size_t i = 0; i < a.messages().size(); ++i) {
+        if (a.messages()[i].id() != b.messages()[i].id()) return false;
+    }
+    return true;
+}
+
+bool sameList(const std::vector<CoachConversation>& a, const std::vector<CoachConversation>& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), sameConversation);
+}
+
+}  // namespace
+
+// --- detail::WorkerDone ---
+
+void detail::WorkerDone::markDone() {
+    {
+        std::lock_guard lock(m_mutex);
+        m_done = true;
+    }
+    m_changed.notify_all();
+}
+
+bool detail::WorkerDone::waitUntil(std::chrono::steady_clock::time_point deadline) {
+    std::unique_lock lock(m_mutex);
+    return m_changed.wait_until(lock, deadline, [this] { return m_done; });
+}
+
+// --- AICoach::Impl: conversations and persistence ---
+
+AICoach::Impl::Impl(AICoach& owner, std::shared_ptr<MainExecutor> mainExecutor,
+                    std::shared_ptr<CoachContextProvider> contextProvider,
+                    CoachSettingsStore* settings, std::string conversationNamespace,
+                    CoachLocalActionResolver localActionResolver, bool allowsLLMCompletion,
+                    std::shared_ptr<LLMService> llm)
+    : owner(&owner),
+      executor(std::move(mainExecutor)),
+      contextProvider(std::move(contextProvider)),
+      settings(settings ? settings : &CoachSettingsStore::shared()),
+      conversationNamespace(std::move(conversationNamespace)),
+      localActionResolver(std::move(localActionResolver)),
+      allowsLLMCompletion(allowsLLMCompletion),
+      llm(llm ? std::move(llm) : std::make_shared<LLMClient>()) {
+    if (!executor) throw std::invalid_argument("AICoach needs a main executor");
+}
+
+void AICoach::Impl::newConversation() {
+    auto list = conversations.get();
+    CoachConversation conversation("Conversation " + std::to_string(list.size() + 1));
+    list.insert(list.begin(), std::move(conversation));
+    conversations.set(std::move(list));
+    currentConversation.set(conversations.get().front());
+    save();
+}
+
+void AICoach::Impl::deleteConversation(const CoachConversation& conversation) {
+    const Uuid id = conversation.id();
+    auto list = conversations.get();
+    std::erase_if(list, [&](const CoachConversation& c) { return c.id() == id; });
+    conversations.set(std::move(list));
+    const auto& current = currentConversation.get();
+    if (current && current->id() == id) {
+        const auto& remaining = conversations.get();
+        currentConversation.set(remaining.empty() ? std::nullopt
+                                                  : std::optional(remaining.front()));
+    }
+    save();
+}
+
+void AICoach::Impl::store(CoachConversation conversation) {
+    const auto& list = conversations.get();
+    auto found = std::find_if(list.begin(), list.end(), [&](const CoachConversation& c) {
+        return c.id() == conversation.id();
+    });
+    if (found != list.end()) {
+        auto updated = list;
+        updated[static_cast<std::size_t>(found - list.begin())] = conversation;
+        conversations.set(std::move(updated));
+    }
+    currentConversation.set(std::move(conversation));
+}
+
+ConversationFile& AICoach::Impl::historyFile() {
+    if (!history) history.emplace(settings->conversationURL(conversationNamespace));
+    return *history;
+}
+
+void AICoach::Impl::load() {
+    if (!AICoach::conversationPersistenceAllowed()) return;
+    auto list = historyFile().read();
+    if (list.empty()) return;
+    conversations.set(std::move(list));
+    currentConversation.set(conversations.get().front());
+}
+
+// Other hosts may have saved to the same file meanwhile: the save merges with what is there and
+// the coach goes on with the merged list.
+void AICoach::Impl::save() {
+    if (!AICoach::conversationPersistenceAllowed()) return;
+    auto list = conversations.get();
+    std::optional<std::string> failure = historyFile().merge(list);
+    if (lastSaveFailure.get() != failure) lastSaveFailure.set(failure);
+    if (!failure) adopt(std::move(list));
+}
+
+// Before a question builds its prompt, what other hosts added is taken in.
+void AICoach::Impl::pickUpOtherHosts() {
+    if (!history || !AICoach::conversationPersistenceAllowed()) return;
+    auto list = conversations.get();
+    if (history->pickUp(list)) adopt(std::move(list));
+}
+
+// Notifies only on a real change; the current conversation follows its merged version, or the
+// first one when another host deleted it.
+void AICoach::Impl::adopt(std::vector<CoachConversation> list) {
+    if (!sameList(list, conversations.get())) conversations.set(std::move(list));
+    const auto& current = currentConversation.get();
+    if (!current) return;
+    const auto& now = conversations.get();
+    auto found = std::find_if(now.begin(), now.end(),
+                              [&](const CoachConversation& c) { return c.id() == current->id(); });
+    if (found == now.end())
+        currentConversation.set(now.empty() ? std::nullopt : std::optional(now.front()));
+    else if (!sameConversation(*found, *current))
+        currentConversation.set(*found);
+}
+
+void AICoach::Impl::preloadManual() {
+    if (manualReady.get() || isLoadingManual.get()) return;
+    isLoadingManual.set(true);
+    executor->post([weak = weak_from_this()] {
+        auto self = weak.lock();
+        if (!self || !self->owner) return;
+        std::string manual;
+        try {
+            if (self->contextProvider) manual = self->contextProvider->manualText();
+        } catch (...) {
+            // A host that cannot produce its guide has none.
+        }
+        self->isLoadingManual.set(false);
+        self->manualReady.set(!manual.empty());
+    });
+}
+
+void AICoach::Impl::shutDown() {
+    auto pending = std::exchange(requests, {});
+    ++latestGeneration;
+    for (auto& [generation, request] : pending) request->cancellation.requestStop();
+    // A cancelled request saves on its way out; this one will not get there, so save for it.
+    if (!pending.empty()) save();
+    const auto deadline = std::chrono::steady_clock::now() + kWorkerGracePeriod;
+    for (auto& [generation, request] : pending) {
+        if (request->worker) request->worker->waitUntil(deadline);
+    }
+}
+
+// --- AICoach ---
+
+AICoach::AICoach(std::shared_ptr<MainExecutor> mainExecutor,
+                 std::shared_ptr<CoachContextProvider> contextProvider,
+                 CoachSettingsStore* settings, std::string conversationNamespace,
+                 CoachLocalActionResolver localActionResolver, bool allowsLLMCompletion,
+                 std::shared_ptr<LLMService> llm)
+    : m_impl(std::make_shared<Impl>(*this, std::move(mainExecutor), std::move(contextProvider),
+                                    settings, std::move(conversationNamespace),
+                                    std::move(localActionResolver), allowsLLMCompletion,
+                                    std::move(llm))) {
+    m_impl->load();
+}
+
+AICoach::~AICoach() {
+    m_impl->shutDown();
+    m_impl->owner = nullptr;
+}
+
+const Property<std::vector<CoachConversation>>& AICoach::conversations() const {
+    return m_impl->conversations;
+}
+const Property<std::optional<CoachConversation>>& AICoach::currentConversation() const {
+    return m_impl->currentConversation;
+}
+const Property<bool>& AICoach::isThinking() const {
+    return m_impl->isThinking;
+}
+const Property<bool>& AICoach::isLoadingManual() const {
+    return m_impl->isLoadingManual;
+}
+const Property<bool>& AICoach::manualReady() const {
+    return m_impl->manualReady;
+}
+const Property<std::optional<std::string>>& AICoach::error() const {
+    return m_impl->error;
+}
+void AICoach::setError(std::optional<std::string> error) {
+    m_impl->error.set(std::move(error));
+}
+const Property<std::optional<std::string>>& AICoach::lastSaveFailure() const {
+    return m_impl->lastSaveFailure;
+}
+
+CoachSettingsStore& AICoach::settings() const {
+    return *m_impl->settings;
+}
+bool AICoach::allowsLLMCompletion() const {
+    return m_impl->allowsLLMCompletion;
+}
+const std::string& AICoach::conversationNamespace() const {
+    return m_impl->conversationNamespace;
+}
+
+void AICoach::preloadManual() {
+    m_impl->preloadManual();
+}
+void AICoach::newConversation() {
+    m_impl->newConversation();
+}
+void AICoach::selectConversation(const CoachConversation& conversation) {
+    m_impl->currentConversation.set(conversation);
+}
+void AICoach::deleteConversation(const CoachConversation& conversation) {
+    m_impl->deleteConversation(conversation);
+}
+
+void AICoach::sendAndReturnReply(const std::string& question, ReplyCompletion completion) {
+    // Kept alive for the call: the completion may destroy this coach.
+    auto impl = m_impl;
+    impl->ask(question, std::move(completion));
+}
+
+void AICoach::send(const std::string& question) {
+    sendAndReturnReply(question, {});
+}
+
+void AICoach::setConversationPersistenceAllowed(std::function<bool()> allowed) {
+    auto& state = persistenceSwitch();
+    std::lock_guard lock(state.mutex);
+    state.allowed = allowed ? std::move(allowed) : alwaysAllowed();
+}
+
+bool AICoach::conversationPersistenceAllowed() {
+    std::function<bool()> allowed;
+    {
+        auto& state = persistenceSwitch();
+        std::lock_guard lock(state.mutex);
+        allowed = state.allowed;
+    }
+    try {
+        return allowed();
+    } catch (...) {
+        return false;  // a switch that cannot answer does not allow touching files
+    }
+}
+
+}  // namespace sagely

@@ -1,0 +1,357 @@
+// The ask flow of AICoach: a question's way from the draft to a local answer, a refusal, or a
+// model request on a worker thread and its reply back on the main thread.
+#include "coach/AICoachImpl.h"
+
+#include <sagely/CoachPromptBudget.h>
+#include <sagely/CoachSystemPrompt.h>
+#include <sagely/Log.h>
+#include <sagely/Text.h>
+
+#include <atomic>
+#include <thread>
+#include <utility>
+
+namespace sagely {
+namespace {
+
+constexpr std::size_t kTitleCharacters = 50;
+const char* const kUnknownFailure = "The AI request failed for an unknown reason.";
+
+// The title of a conversation is its first question, cut to 50 characters; it is set once,
+// when that first question arrives.
+void applyTitleRule(CoachConversation& conversation) {
+    const CoachMessage* firstQuestion = nullptr;
+    std::size_t questions = 0;
+    for (const auto& message : conversation.messages()) {
+        if (message.role() != CoachMessage::Role::user) continue;
+        if (!firstQuestion) firstQuestion = &message;
+        ++questions;
+    }
+    if (questions != 1) return;
+    const std::string& content = firstQuestion->content();
+    std::string title = text::prefixCharacters(content, kTitleCharacters);
+    if (text::hasMoreCharactersThan(content, kTitleCharacters)) title += "...";
+    conversation.setTitle(std::move(title));
+}
+
+void capMessages(CoachConversation& conversation) {
+    auto& messages = conversation.messages();
+    if (messages.size() <= AICoach::kMaxMessagesPerConversation) return;
+    const auto excess = messages.size() - AICoach::kMaxMessagesPerConversation;
+    messages.erase(messages.begin(), messages.begin() + static_cast<std::ptrdiff_t>(excess));
+}
+
+// Runs on the worker thread: only the values given, never the coach.
+detail::ModelOutcome askModel(LLMService& llm, const std::vector<LLMMessage>& messages,
+                              const CoachConfig& config, const CancellationToken& cancellation) {
+    detail::ModelOutcome outcome;
+    try {
+        outcome.reply = llm.complete(messages, config, std::nullopt, cancellation);
+    } catch (const CancelledError&) {
+        outcome.cancelled = true;
+    } catch (const Error& error) {
+        outcome.failure = error.what();
+    } catch (...) {
+        outcome.failure = kUnknownFailure;
+    }
+    return outcome;
+}
+
+}  // namespace
+
+void detail::deliver(const AICoach::ReplyCompletion& completion,
+                     std::optional<CoachMessage> reply) {
+    if (!completion) return;
+    try {
+        completion(std::move(reply));
+    } catch (...) {
+        // The host's failure stays with the host.
+    }
+}
+
+std::optional<std::string> detail::providerCheckFailure(const CoachConfig& config) {
+    using enum CoachConfig::Provider;
+    if (config.provider == apple || config.provider == local) return {};
+    const bool isCustom = config.provider == custom;
+    const bool hasEndpoint = !text::isBlank(config.customEndpoint);
+    if (!config.apiKey.empty()) {
+        if (isCustom && !hasEndpoint) return AICoach::kCustomEndpointMissingMessage;
+        return {};
+    }
+    // A custom endpoint without a key is allowed on purpose (local OpenAI-format servers).
+    if (isCustom && hasEndpoint) return {};
+    return AICoach::kNoAPIKeyCode;
+}
+
+/// Carries a request's enrichment back to the main thread, once. Dropped without a call, it
+/// reports "no enrichment", so a host that forgets to answer does not stall the request.
+class AICoach::Impl::EnrichmentHandoff {
+public:
+    EnrichmentHandoff(std::weak_ptr<Impl> coach, std::shared_ptr<MainExecutor> executor,
+                      std::uint64_t generation)
+        : m_coach(std::move(coach)), m_executor(std::move(executor)), m_generation(generation) {}
+    EnrichmentHandoff(const EnrichmentHandoff&) = delete;
+    EnrichmentHandoff& operator=(const EnrichmentHandoff&) = delete;
+    ~EnrichmentHandoff() { deliver(std::nullopt); }
+
+    void deliver(std::optional<CoachReplyEnrichment> enrichment) noexcept {
+        if (m_delivered.exchange(true)) return;
+        try {
+            m_executor->post([coach = m_coach, generation = m_generation,
+                              enrichment = std::move(enrichment)]() mutable {
+                auto impl = coach.lock();
+                if (impl && impl->owner) impl->enrichmentArrived(generation, std::move(enrichment));
+            });
+        } catch (...) {
+            // An executor that cannot take work any more has no main thread to return to.
+        }
+    }
+
+private:
+    std::weak_ptr<Impl> m_coach;
+    std::shared_ptr<MainExecutor> m_executor;
+    std::uint64_t m_generation;
+    std::atomic<bool> m_delivered{false};
+};
+
+void AICoach::Impl::postOutcome(MainExecutor& executor, std::weak_ptr<Impl> coach,
+                                std::uint64_t generation, detail::ModelOutcome outcome) noexcept {
+    try {
+        executor.post(
+            [coach = std::move(coach), generation, outcome = std::move(outcome)]() mutable {
+                auto impl = coach.lock();
+                if (impl && impl->owner) impl->outcomeArrived(generation, std::move(outcome));
+            });
+    } catch (...) {
+        // As above: without a main thread to return to, the outcome has nowhere to go.
+    }
+}
+
+// --- Before the model ---
+
+void AICoach::Impl::ask(const std::string& question, ReplyCompletion completion) {
+    std::string asked = text::trimmed(question);
+    if (asked.empty()) return detail::deliver(completion, std::nullopt);
+    pickUpOtherHosts();
+    if (!currentConversation.get()) newConversation();
+    CoachConversation conversation = *currentConversation.get();
+    conversation.append(CoachMessage(CoachMessage::Role::user, asked));
+    applyTitleRule(conversation);
+    store(conversation);  // a copy: this one goes on to the local answer or the request
+
+    const CoachConfig config = settings->config();
+    if (auto answer = resolveLocalAction(asked)) {
+        return answerLocally(std::move(conversation), std::move(*answer), std::move(completion));
+    }
+    if (!allowsLLMCompletion) return failBeforeRequest(kLocalOnlyCode, std::move(completion));
+    if (auto failure = detail::providerCheckFailure(config)) {
+        return failBeforeRequest(*failure, std::move(completion));
+    }
+    startRequest(std::move(conversation), config, std::move(completion));
+}
+
+std::optional<CoachLocalActionResult> AICoach::Impl::resolveLocalAction(
+    const std::string& question) {
+    try {
+        if (localActionResolver) return localActionResolver(question);
+        if (auto* handler = dynamic_cast<CoachLocalActionHandler*>(contextProvider.get())) {
+            return handler->localAction(question);
+        }
+    } catch (const std::exception& failure) {
+        log(std::string("Local action failed: ") + failure.what());
+    } catch (...) {
+        log("Local action failed");
+    }
+    return std::nullopt;
+}
+
+void AICoach::Impl::answerLocally(CoachConversation conversation, CoachLocalActionResult answer,
+                                  ReplyCompletion completion) {
+    CoachMessage reply(CoachMessage::Role::assistant, std::move(answer.message),
+                       std::move(answer.card), answer.lesson);
+    conversation.append(reply);
+    store(std::move(conversation));
+    save();
+    if (answer.lesson && owner && owner->onLocalLessonDelivered) {
+        try {
+            owner->onLocalLessonDelivered(*answer.lesson);
+        } catch (...) {
+            // The host's failure stays with the host; the answer is already given.
+        }
+    }
+    detail::deliver(completion, std::move(reply));
+}
+
+void AICoach::Impl::failBeforeRequest(const std::string& failure, ReplyCompletion completion) {
+    error.set(failure);
+    save();
+    detail::deliver(completion, std::nullopt);
+}
+
+// --- The request ---
+
+void AICoach::Impl::startRequest(CoachConversation conversation, const CoachConfig& config,
+                                 ReplyCompletion completion) {
+    cancelRunningRequest();
+    auto request = std::make_shared<detail::CoachRequest>(
+        detail::CoachRequest{++latestGeneration, std::move(conversation), config,
+                             CancellationToken(), std::move(completion), std::nullopt, nullptr});
+    requests.emplace(request->generation, request);
+    isThinking.set(true);
+    error.set(std::nullopt);
+    if (owner && owner->replyEnrichmentProvider) return askForEnrichment(request);
+    enrichmentArrived(request->generation, std::nullopt);
+}
+
+void AICoach::Impl::cancelRunningRequest() {
+    for (auto& [generation, request] : requests) {
+        request->cancellation.requestStop();
+        if (request->worker) continue;
+        // Still waiting for its enrichment, which may never come: end it from the queue, as if
+        // the enrichment had arrived after the cancel.
+        executor->post([coach = weak_from_this(), generation = generation] {
+            auto impl = coach.lock();
+            if (impl && impl->owner) impl->enrichmentArrived(generation, std::nullopt);
+        });
+    }
+}
+
+void AICoach::Impl::askForEnrichment(const std::shared_ptr<detail::CoachRequest>& request) {
+    auto handoff =
+        std::make_shared<EnrichmentHandoff>(weak_from_this(), executor, request->generation);
+    auto provider = owner->replyEnrichmentProvider;  // the host may replace it while called
+    try {
+        provider([handoff = std::move(handoff)](std::optional<CoachReplyEnrichment> enrichment) {
+            handoff->deliver(std::move(enrichment));
+        });
+    } catch (...) {
+        // A throwing provider has given nothing; its dropped callback reports that.
+    }
+}
+
+void AICoach::Impl::enrichmentArrived(std::uint64_t generation,
+                                      std::optional<CoachReplyEnrichment> enrichment) {
+    auto found = requests.find(generation);
+    if (found == requests.end() || found->second->worker) return;
+    auto request = found->second;
+    if (isSuperseded(*request))
+        return endWithFailure(request, detail::ModelOutcome::cancelledRequest());
+
+    std::optional<std::string> observation;
+    if (enrichment) {
+        observation = std::move(enrichment->systemPromptSection);
+        request->observationCard = std::move(enrichment->observationCard);
+    }
+    std::vector<LLMMessage> messages;
+    try {
+        messages = modelMessages(latest(*request), request->config.provider, observation);
+    } catch (const std::exception& failure) {
+        return endWithFailure(request, detail::ModelOutcome::failed(failure.what()));
+    } catch (...) {
+        // A host's provider may throw anything; the request still ends, never the host.
+        return endWithFailure(request, detail::ModelOutcome::failed(kUnknownFailure));
+    }
+    startWorker(request, std::move(messages));
+}
+
+std::vector<LLMMessage> AICoach::Impl::modelMessages(
+    const CoachConversation& conversation, CoachConfig::Provider provider,
+    const std::optional<std::string>& observation) {
+    const auto& history = conversation.messages();
+    std::string_view query;
+    for (auto message = history.rbegin(); message != history.rend(); ++message) {
+        if (message->role() != CoachMessage::Role::user) continue;
+        query = message->content();
+        break;
+    }
+    std::vector<LLMMessage> messages;
+    messages.reserve(history.size() + 1);
+    messages.push_back(
+        {"system", buildCoachSystemPrompt(provider, query, observation, contextProvider.get())});
+    for (const auto& message : history) {
+        if (message.role() == CoachMessage::Role::system) continue;
+        messages.push_back({std::string(rawValue(message.role())), message.content()});
+    }
+    return CoachPromptBudget::budgetMessages(std::move(messages), provider);
+}
+
+void AICoach::Impl::startWorker(const std::shared_ptr<detail::CoachRequest>& request,
+                                std::vector<LLMMessage> messages) {
+    auto done = std::make_shared<detail::WorkerDone>();
+    request->worker = done;
+    try {
+        std::thread([llm = llm, executor = executor, coach = weak_from_this(),
+                     generation = request->generation, config = request->config,
+                     cancellation = request->cancellation, messages = std::move(messages),
+                     done]() mutable {
+            auto outcome = askModel(*llm, messages, config, cancellation);
+            postOutcome(*executor, std::move(coach), generation, std::move(outcome));
+            // Let go of shared services here, so a coach that waits for this worker finds
+            // nothing of it left running.
+            llm.reset();
+            executor.reset();
+            done->markDone();
+        }).detach();
+    } catch (const std::exception& failure) {
+        request->worker.reset();
+        endWithFailure(request, detail::ModelOutcome::failed(failure.what()));
+    }
+}
+
+// --- Back on the main thread ---
+
+void AICoach::Impl::outcomeArrived(std::uint64_t generation, detail::ModelOutcome outcome) {
+    auto found = requests.find(generation);
+    if (found == requests.end()) return;
+    auto request = found->second;
+    if (!outcome.reply) return endWithFailure(request, outcome);
+    // A superseded request's reply is dropped, and the newer request owns isThinking.
+    if (isSuperseded(*request)) return finish(request, std::nullopt);
+    appendReply(request, std::move(*outcome.reply));
+}
+
+void AICoach::Impl::appendReply(const std::shared_ptr<detail::CoachRequest>& request,
+                                std::string reply) {
+    CoachConversation conversation = latest(*request);
+    CoachMessage message(CoachMessage::Role::assistant, std::move(reply), request->observationCard);
+    conversation.append(message);
+    capMessages(conversation);
+    store(std::move(conversation));
+    isThinking.set(false);
+    save();
+    finish(request, std::move(message));
+}
+
+void AICoach::Impl::endWithFailure(const std::shared_ptr<detail::CoachRequest>& request,
+                                   const detail::ModelOutcome& outcome) {
+    if (!outcome.cancelled && !isSuperseded(*request)) error.set(outcome.failure);
+    isThinking.set(false);
+    save();
+    finish(request, std::nullopt);
+}
+
+void AICoach::Impl::finish(const std::shared_ptr<detail::CoachRequest>& request,
+                           std::optional<CoachMessage> reply) {
+    requests.erase(request->generation);
+    auto completion = std::exchange(request->completion, {});
+    // Last: the completion may destroy the coach.
+    detail::deliver(completion, std::move(reply));
+}
+
+bool AICoach::Impl::isSuperseded(const detail::CoachRequest& request) const {
+    return request.generation != latestGeneration || request.cancellation.stopRequested();
+}
+
+// The request's conversation as it stands now (answers given meanwhile included); the copy taken
+// at the start when it is no longer listed.
+const CoachConversation& AICoach::Impl::latest(const detail::CoachRequest& request) const {
+    const Uuid& id = request.conversation.id();
+    const auto& current = currentConversation.get();
+    if (current && current->id() == id) return *current;
+    for (const auto& conversation : conversations.get()) {
+        if (conversation.id() == id) return conversation;
+    }
+    return request.conversation;
+}
+
+}  // namespace sagely

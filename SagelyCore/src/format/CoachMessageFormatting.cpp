@@ -1,0 +1,363 @@
+#include <sagely/CoachMessageFormatting.h>
+
+#include <sagely/Text.h>
+
+#include "format/IcuRegex.h"
+#include "support/TextViews.h"
+
+#include <unicode/uchar.h>
+#include <unicode/utf16.h>
+
+#include <array>
+#include <string_view>
+
+namespace sagely {
+namespace {
+
+using detail::IcuRegex;
+using detail::trimmedView;
+using icu::UnicodeString;
+
+// Patterns are compiled once, into function-local statics, and matched with per-thread
+// matchers (see IcuRegex), so all of this is thread-safe.
+
+UnicodeString fromUtf8(std::string_view s) {
+    return UnicodeString::fromUTF8(icu::StringPiece(s.data(), static_cast<int32_t>(s.size())));
+}
+
+std::string toUtf8(const UnicodeString& u) {
+    std::string out;
+    u.toUTF8String(out);
+    return out;
+}
+
+std::string replacingAll(std::string_view text, std::string_view from, std::string_view to) {
+    std::string out;
+    out.reserve(text.size());
+    std::size_t start = 0;
+    for (std::size_t hit = text.find(from); hit != std::string_view::npos;
+         hit = text.find(from, start)) {
+        out.append(text.substr(start, hit - start)).append(to);
+        start = hit + from.size();
+    }
+    out.append(text.substr(start));
+    return out;
+}
+
+std::vector<std::string_view> splitOn(std::string_view text, std::string_view separator) {
+    std::vector<std::string_view> pieces;
+    std::size_t start = 0;
+    for (std::size_t hit = text.find(separator); hit != std::string_view::npos;
+         hit = text.find(separator, start)) {
+        pieces.push_back(text.substr(start, hit - start));
+        start = hit + separator.size();
+    }
+    pieces.push_back(text.substr(start));
+    return pieces;
+}
+
+// --- Trimming UTF-16 text --------------------------------------------------------------------
+
+bool isWhiteSpace(UChar32 c) {
+    return u_hasBinaryProperty(c, UCHAR_WHITE_SPACE);
+}
+
+bool isSpaceOrTab(char16_t c) {
+    return c == u'\t' || u_charType(c) == U_SPACE_SEPARATOR;  // all space separators are BMP
+}
+
+// The text without White_Space at either end, as text::trimmed trims UTF-8.
+UnicodeString trimmedWhiteSpace(const UnicodeString& u) {
+    int32_t start = 0;
+    int32_t end = u.length();
+    while (start < end && isWhiteSpace(u.char32At(start))) start += U16_LENGTH(u.char32At(start));
+    while (end > start && isWhiteSpace(u.char32At(end - 1))) end -= U16_LENGTH(u.char32At(end - 1));
+    return start == 0 && end == u.length() ? u : UnicodeString(u, start, end - start);
+}
+
+// --- Dropping lines made only of heading marks ---------------------------------------------
+
+bool isEmptyHeading(const UnicodeString& u, int32_t start, int32_t end) {
+    static const IcuRegex headingLine(u"^#+\\s*.*$");
+    const char16_t* text = u.getBuffer();
+    while (start < end && isSpaceOrTab(text[start])) ++start;
+    while (end > start && isSpaceOrTab(text[end - 1])) --end;
+    if (start == end || text[start] != u'#') return false;
+    // Without its "#" marks and the spaces around them, nothing may remain.
+    for (int32_t i = start; i < end; ++i)
+        if (text[i] != u'#' && !isSpaceOrTab(text[i])) return false;
+    return headingLine.find(UnicodeString(u, start, end - start));
+}
+
+UnicodeString droppingEmptyHeadings(const UnicodeString& u) {
+    UnicodeString out;
+    bool first = true;
+    for (int32_t start = 0;;) {
+        int32_t end = u.indexOf(u'\n', start);
+        if (end < 0) end = u.length();
+        if (!isEmptyHeading(u, start, end)) {
+            if (!first) out.append(u'\n');
+            out.append(u, start, end - start);
+            first = false;
+        }
+        if (end == u.length()) break;
+        start = end + 1;
+    }
+    return out;
+}
+
+// --- Where a pattern can match ---------------------------------------------------------------
+// Each list holds every position where a match can start, and a few more: the patterns decide.
+// The lists only spare ICU from trying the pattern at every position of the text.
+
+bool mayFoldToS(char16_t c) {
+    return c == u'S' || c == u's' || c >= 0x80;
+}
+
+bool mayFoldToT(char16_t c) {
+    return c == u'T' || c == u't' || c >= 0x80;
+}
+
+// A case-insensitive "Step": an "s" before a "t", or anything non-ASCII (case folding maps some
+// such characters, like the "st" ligature, onto those letters).
+std::vector<int32_t> possibleStepWords(const UnicodeString& u) {
+    std::vector<int32_t> positions;
+    const char16_t* text = u.getBuffer();
+    const int32_t length = u.length();
+    for (int32_t i = 0; i < length; ++i) {
+        char16_t c = text[i];
+        if (c >= 0x80 || ((c == u'S' || c == u's') && i + 1 < length && mayFoldToT(text[i + 1])))
+            positions.push_back(i);
+    }
+    return positions;
+}
+
+// Sentence punctuation right before a possible "Step".
+std::vector<int32_t> possibleSentenceEnds(const UnicodeString& u) {
+    std::vector<int32_t> positions;
+    const char16_t* text = u.getBuffer();
+    const int32_t length = u.length();
+    for (int32_t i = 0; i + 1 < length; ++i) {
+        char16_t c = text[i];
+        bool punctuation = c == u':' || c == u'.' || c == u'!' || c == u'?';
+        if ((punctuation && mayFoldToS(text[i + 1])) || c >= 0x80) positions.push_back(i);
+    }
+    return positions;
+}
+
+// The length of the decimal digit at `i` (0 when there is none).
+int32_t digitLength(const char16_t* text, int32_t i, int32_t length) {
+    char16_t c = text[i];
+    if (c < 0x80) return c >= u'0' && c <= u'9' ? 1 : 0;
+    UChar32 codePoint = 0;
+    int32_t next = i;
+    U16_NEXT(text, next, length, codePoint);
+    return u_isdigit(codePoint) ? next - i : 0;
+}
+
+// Every digit of a run of digits that ends in a full stop.
+std::vector<int32_t> possibleNumbers(const UnicodeString& u) {
+    std::vector<int32_t> positions;
+    const char16_t* text = u.getBuffer();
+    const int32_t length = u.length();
+    for (int32_t i = 0; i < length;) {
+        int32_t runStart = i;
+        for (int32_t step = 0; i < length && (step = digitLength(text, i, length)) > 0;) i += step;
+        if (i > runStart && i < length && text[i] == u'.')
+            for (int32_t p = runStart; p < i; p += digitLength(text, p, length))
+                positions.push_back(p);
+        if (i == runStart) ++i;
+    }
+    return positions;
+}
+
+// The first line feed of every run of three or more.
+std::vector<int32_t> possibleBlankRuns(const UnicodeString& u) {
+    std::vector<int32_t> positions;
+    static const UnicodeString kThree(u"\n\n\n");
+    for (int32_t i = u.indexOf(kThree); i >= 0; i = u.indexOf(kThree, i + 1)) {
+        positions.push_back(i);
+        while (i + 3 < u.length() && u.charAt(i + 3) == u'\n') ++i;  // the rest of the run
+    }
+    return positions;
+}
+
+bool isSetFollowingCharacter(char16_t c) {
+    return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') ||
+           c == u'!' || c == u')';
+}
+
+// The character before each occurrence of the phrase, when it can begin a match.
+std::vector<int32_t> possiblePhraseStarts(const UnicodeString& u, const UnicodeString& phrase) {
+    std::vector<int32_t> positions;
+    for (int32_t i = u.indexOf(phrase); i >= 0; i = u.indexOf(phrase, i + 1))
+        if (i >= 1 && isSetFollowingCharacter(u.charAt(i - 1))) positions.push_back(i - 1);
+    return positions;
+}
+
+// --- Sentence starts -------------------------------------------------------------------------
+
+struct SentenceStart {
+    UnicodeString phrase;
+    IcuRegex pattern;
+};
+
+const std::vector<SentenceStart>& sentenceStarts() {
+    static const std::vector<SentenceStart> starts = [] {
+        static constexpr std::array<std::u16string_view, 22> kPhrases = {
+            u"Click",  u"Select", u"Open",  u"In the", u"Name your", u"Add a",
+            u"Add an", u"Press",  u"Type",  u"Toggle", u"Ensure",    u"Verify",
+            u"Switch", u"Return", u"Grant", u"Test",   u"Optional",  u"Would you",
+            u"After ", u"Now ",   u"Try ",  u"Restart"};
+        std::vector<SentenceStart> built;
+        for (std::u16string_view phrase : kPhrases) {
+            std::u16string pattern = u"([a-zA-Z0-9!)])(" + detail::escapedPattern(phrase) + u")";
+            built.push_back({UnicodeString(phrase.data(), static_cast<int32_t>(phrase.size())),
+                             IcuRegex(pattern)});
+        }
+        return built;
+    }();
+    return starts;
+}
+
+// Which phrases follow a letter, digit, "!" or ")" somewhere in the text, in one pass.
+std::vector<bool> phrasesAfterSetCharacters(const UnicodeString& u) {
+    const std::vector<SentenceStart>& starts = sentenceStarts();
+    std::vector<bool> present(starts.size(), false);
+    const char16_t* text = u.getBuffer();
+    for (int32_t i = 1; i < u.length(); ++i) {
+        if (text[i] < u'A' || text[i] > u'Z' || !isSetFollowingCharacter(text[i - 1])) continue;
+        for (std::size_t k = 0; k < starts.size(); ++k) {
+            const UnicodeString& phrase = starts[k].phrase;
+            if (!present[k] && phrase.charAt(0) == text[i] &&
+                u.compare(i, phrase.length(), phrase) == 0)
+                present[k] = true;
+        }
+    }
+    return present;
+}
+
+// Breaking a line before one phrase never puts another phrase right after a letter, so the
+// phrases that can match at all are known from the text before any of them is applied.
+UnicodeString splittingSentenceStarts(UnicodeString u) {
+    const std::vector<SentenceStart>& starts = sentenceStarts();
+    std::vector<bool> present = phrasesAfterSetCharacters(u);
+    for (std::size_t k = 0; k < starts.size(); ++k) {
+        if (!present[k]) continue;
+        std::vector<int32_t> candidates = possiblePhraseStarts(u, starts[k].phrase);
+        if (!candidates.empty()) u = starts[k].pattern.replaceAllAt(u, candidates, u"$1\n$2");
+    }
+    return u;
+}
+
+// --- The repair ------------------------------------------------------------------------------
+
+// Step markers, numbered items and glued sentences, each on a line of its own.
+UnicodeString separatingMarkers(UnicodeString u) {
+    static const IcuRegex gluedMarker(u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])");
+    static const IcuRegex inlineMarker(u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE);
+    static const IcuRegex inlineNumber(u"(?<!\n)(\\d+\\.\\s)");
+    static const IcuRegex markerAfterSentence(u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE);
+    u = gluedMarker.replaceAllAt(u, possibleStepWords(u), u"$1\n\n$2");
+    u = inlineMarker.replaceAllAt(u, possibleStepWords(u), u"\n\n$1\n");
+    u = inlineNumber.replaceAllAt(u, possibleNumbers(u), u"\n\n$1");
+    u = markerAfterSentence.replaceAllAt(u, possibleSentenceEnds(u), u"$1\n\n$2");
+    return splittingSentenceStarts(std::move(u));
+}
+
+UnicodeString collapsingBlankRuns(const UnicodeString& u) {
+    static const IcuRegex blankRun(u"\n{3,}");
+    return blankRun.replaceAllAt(u, possibleBlankRuns(u), u"\n\n");
+}
+
+// normalize, ending in UTF-16 so that the step parser can use it as it is.
+UnicodeString normalizedText(std::string_view input) {
+    UnicodeString u = fromUtf8(text::trimmed(replacingAll(input, "\r\n", "\n")));
+    u = separatingMarkers(droppingEmptyHeadings(u));
+    return trimmedWhiteSpace(collapsingBlankRuns(droppingEmptyHeadings(u)));
+}
+
+// --- Steps -----------------------------------------------------------------------------------
+
+CoachMessageFormatting::ProceduralStep stepFromBody(std::string_view body) {
+    CoachMessageFormatting::ProceduralStep step;
+    bool first = true;
+    for (std::string_view rawLine : splitOn(body, "\n")) {
+        std::string_view line = trimmedView(rawLine);
+        if (line.empty()) continue;
+        std::string cleaned = CoachMessageFormatting::cleanDisplayMarkdown(line);
+        if (first) {
+            step.title = std::move(cleaned);
+            first = false;
+        } else if (!cleaned.empty()) {
+            step.details.push_back(std::move(cleaned));
+        }
+    }
+    return step;
+}
+
+}  // namespace
+
+std::string CoachMessageFormatting::normalize(std::string_view input) {
+    return toUtf8(normalizedText(input));
+}
+
+std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
+    static const IcuRegex leadingHeading(u"^\\**\\s*#+\\s*");
+    static const IcuRegex trailingStars(u"\\s*\\**$");
+    static const IcuRegex wholeBold(u"^\\*\\*(.+?)\\*\\*$");
+    static const IcuRegex leadingBullet(u"^[-*]\\s+");
+    static const UnicodeString kNothing;
+    std::string_view trimmedInput = trimmedView(input);
+    // The text is trimmed, so each pattern can only change it when it starts (or ends) with the
+    // mark the pattern begins (or ends) with; a line without such marks needs no matcher.
+    bool marked = trimmedInput.starts_with('*') || trimmedInput.starts_with('#') ||
+                  trimmedInput.starts_with('-') || trimmedInput.ends_with('*');
+    bool emphasised = text::contains(trimmedInput, "**") || text::contains(trimmedInput, "__");
+    if (!marked && !emphasised) return std::string(trimmedInput);
+    std::string text(trimmedInput);
+    if (marked) {
+        UnicodeString u = fromUtf8(text);
+        if (u.startsWith(u"*") || u.startsWith(u"#")) u = leadingHeading.replaceAll(u, kNothing);
+        if (u.endsWith(u"*")) u = trailingStars.replaceAll(u, kNothing);
+        if (u.startsWith(u"**") && u.endsWith(u"**"))
+            u = wholeBold.replaceAll(u, UnicodeString(u"$1"));
+        if (u.startsWith(u"-") || u.startsWith(u"*")) u = leadingBullet.replaceAll(u, kNothing);
+        text = toUtf8(u);
+    }
+    return text::trimmed(replacingAll(replacingAll(text, "**", ""), "__", ""));
+}
+
+std::optional<CoachMessageFormatting::ProceduralContent>
+CoachMessageFormatting::parseProceduralContent(std::string_view input) {
+    static const IcuRegex marker(u"(?i)Step\\s+(\\d+)\\s*:\\s*");
+    if (!marker.isValid()) return std::nullopt;
+    UnicodeString u = normalizedText(input);
+    auto matches = marker.matchRangesAt(u, possibleStepWords(u));
+    if (matches.size() < 2) return std::nullopt;
+    ProceduralContent content;
+    if (matches.front().first >= 1)
+        content.intro = text::trimmed(toUtf8(u.tempSubString(0, matches.front().first)));
+    for (std::size_t i = 0; i < matches.size(); ++i) {
+        int32_t start = matches[i].second;
+        int32_t end = i + 1 < matches.size() ? matches[i + 1].first : u.length();
+        if (end - start <= 0) continue;
+        std::string body = toUtf8(u.tempSubString(start, end - start));
+        if (!trimmedView(body).empty()) content.steps.push_back(stepFromBody(trimmedView(body)));
+    }
+    if (content.steps.size() < 2) return std::nullopt;
+    return content;
+}
+
+std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) {
+    std::string text = normalize(input);
+    std::vector<std::string> paragraphs;
+    if (text.empty()) return paragraphs;
+    for (std::string_view piece : splitOn(text, "\n\n")) {
+        std::string paragraph = text::trimmed(piece);
+        if (!paragraph.empty()) paragraphs.push_back(std::move(paragraph));
+    }
+    return paragraphs;
+}
+
+}  // namespace sagely

@@ -1,0 +1,140 @@
+#include <sagely/LLMClient.h>
+
+#include <sagely/AppleFoundationModelClient.h>
+#include <sagely/CoachLLMError.h>
+#include <sagely/Error.h>
+#include <sagely/OperatingSystem.h>
+#include <sagely/Text.h>
+
+#include "llm/AnthropicMessagesDialect.h"
+#include "llm/GeminiGenerateContentDialect.h"
+#include "llm/HttpTransport.h"
+#include "llm/OllamaChatDialect.h"
+#include "llm/OpenAIChatDialect.h"
+#include "settings/ProviderEndpoints.h"
+
+namespace sagely {
+namespace {
+
+using detail::Dialect;
+
+const Dialect& dialectFor(Provider provider) {
+    static const detail::OpenAIChatDialect openAI;
+    static const detail::AnthropicMessagesDialect anthropic;
+    static const detail::GeminiGenerateContentDialect gemini;
+    static const detail::OllamaChatDialect ollama;
+    switch (provider) {
+        case Provider::anthropic:
+            return anthropic;
+        case Provider::gemini:
+            return gemini;
+        case Provider::local:
+            return ollama;
+        case Provider::apple:
+        case Provider::openai:
+        case Provider::custom:
+            break;
+    }
+    return openAI;
+}
+
+bool usesOnDeviceModel(const CoachConfig& config) {
+    return config.provider == Provider::apple && text::trimmed(config.customEndpoint).empty();
+}
+
+bool isControlCharacter(char32_t c) {
+    return c < 0x20 || (c >= 0x7F && c <= 0x9F);
+}
+
+// The key as it may travel in a header: trimmed, and never holding a character that could end
+// the header line.
+std::string sendableAPIKey(const std::string& apiKey) {
+    const std::string key = text::trimmed(apiKey);
+    for (char32_t c : text::toUtf16(key)) {
+        if (isControlCharacter(c)) {
+            throw CoachLLMError::serverError(
+                "The API key contains characters that cannot be sent in a request header.");
+        }
+    }
+    return key;
+}
+
+detail::HttpRequest requestFor(const Dialect& dialect, const std::vector<LLMMessage>& messages,
+                               const CoachConfig& config, const std::string& model,
+                               std::string url) {
+    detail::HttpRequest request;
+    request.url = std::move(url);
+    request.body = dialect.body(messages, config, model)
+                       .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    request.timeout = dialect.timeout();
+    request.headers.emplace_back("Content-Type", "application/json");
+    const std::string key = dialect.sendsAPIKey() ? sendableAPIKey(config.apiKey) : std::string();
+    for (auto& header : dialect.headers(key)) request.headers.push_back(std::move(header));
+    return request;
+}
+
+// Top-level fragments are refused, as a strict JSON reader of objects and arrays does.
+nlohmann::json parseAnswer(const std::string& body) {
+    nlohmann::json answer = nlohmann::json::parse(body, nullptr, false);
+    if (answer.is_discarded() || !(answer.is_object() || answer.is_array())) {
+        throw DecodingError(
+            "The data couldn\u2019t be read because it isn\u2019t in the correct format.");
+    }
+    return answer;
+}
+
+// The error body as UTF-8 text (empty when it is not); a body cut at the transport's limit may
+// end inside a character, which is dropped.
+std::string errorBodyText(const detail::HttpResponse& response) {
+    const std::size_t partial = response.truncated ? 3 : 0;
+    for (std::size_t drop = 0; drop <= partial && drop <= response.body.size(); ++drop) {
+        std::string_view kept(response.body.data(), response.body.size() - drop);
+        if (text::isValidUtf8(kept)) return std::string(kept);
+    }
+    return {};
+}
+
+std::string readReply(const Dialect& dialect, const detail::HttpResponse& response) {
+    if (response.status < 200 || response.status > 299) {
+        if (response.status == 429) throw CoachLLMError::rateLimited();
+        const std::string body = errorBodyText(response);
+        throw CoachLLMError::serverError("HTTP " + std::to_string(response.status) + ": " +
+                                         text::prefixCharacters(body, 300));
+    }
+    const nlohmann::json answer = parseAnswer(response.body);
+    if (!answer.is_object()) throw CoachLLMError::invalidResponse();
+    std::optional<std::string> reply = dialect.replyText(answer);
+    if (!reply) throw CoachLLMError::invalidResponse();
+    return std::move(*reply);
+}
+
+}  // namespace
+
+LLMClient::LLMClient(std::shared_ptr<OnDeviceModel> onDevice) : m_onDevice(std::move(onDevice)) {}
+
+LLMClient::~LLMClient() = default;
+
+std::string LLMClient::complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                                const std::optional<std::string>& modelOverride,
+                                const CancellationToken& cancellation) {
+    if (usesOnDeviceModel(config)) {
+        if (!isMacOSAtLeast(26)) {
+            throw CoachLLMError::serverError(
+                "Apple on-device models require macOS 26 and Apple Intelligence.");
+        }
+        return AppleFoundationModelClient(m_onDevice).complete(messages, config, cancellation);
+    }
+    const Dialect& dialect = dialectFor(config.provider);
+    const std::string model = modelOverride.value_or(config.resolvedModel());
+    std::optional<std::string> url = detail::providerEndpoint(config, model);
+    if (!url) throw CoachLLMError::invalidURL();
+    const detail::HttpRequest request =
+        requestFor(dialect, messages, config, model, std::move(*url));
+    return readReply(dialect, detail::post(request, cancellation));
+}
+
+std::optional<std::string> LLMClient::endpointURL(const CoachConfig& config) {
+    return detail::providerEndpoint(config, config.resolvedModel());
+}
+
+}  // namespace sagely

@@ -1,0 +1,149 @@
+#include <sagely/AppleFoundationModelClient.h>
+
+#include <sagely/AppleOnDevicePromptFit.h>
+#include <sagely/AppleOnDeviceRouting.h>
+#include <sagely/CoachLLMError.h>
+#include <sagely/OperatingSystem.h>
+#include <sagely/Text.h>
+
+#include "ondevice/AppleOnDeviceTranscript.h"
+
+#include <algorithm>
+
+namespace sagely {
+namespace {
+
+constexpr std::size_t kRetryPromptCharacters = 1500;
+constexpr std::int64_t kRetryRequestedTokens = 256;
+
+OnDeviceGenerationOptions optionsFor(const CoachConfig& config, const AppleOnDevicePromptFit& fit) {
+    return {std::clamp(config.temperature, 0.0, 2.0), fit.responseTokens};
+}
+
+std::string contextWindowMessage() {
+    return "Exceeded the on-device model context window. Ask a shorter question, or switch Coach "
+           "to OpenAI, Anthropic, or Gemini.";
+}
+
+std::shared_ptr<OnDeviceLanguageModel> loadAdapterByName(OnDeviceModel& framework,
+                                                         const std::string& name) {
+    try {
+        return framework.adapterModel(name);
+    } catch (const std::exception&) {
+        throw CoachLLMError::serverError(
+            "Apple could not load the model " + name +
+            ". Choose Apple Intelligence, Content Tagging, or a path to an adapter file.");
+    }
+}
+
+std::shared_ptr<OnDeviceLanguageModel> loadAdapterFile(OnDeviceModel& framework,
+                                                       const std::string& path) {
+    try {
+        return framework.adapterFileModel(path);
+    } catch (const std::exception&) {
+        throw CoachLLMError::serverError("Apple could not load the adapter file " + path + ".");
+    }
+}
+
+}  // namespace
+
+AppleFoundationModelClient::AppleFoundationModelClient(std::shared_ptr<OnDeviceModel> model)
+    : m_model(model ? std::move(model) : OnDeviceModel::system()) {}
+
+bool AppleFoundationModelClient::isAvailable() const {
+    return m_model->defaultModel()->availability() == OnDeviceAvailability::available;
+}
+
+std::string AppleFoundationModelClient::availabilityMessage(OnDeviceAvailability availability) {
+    switch (availability) {
+        case OnDeviceAvailability::available:
+            return "Apple Intelligence is ready.";
+        case OnDeviceAvailability::deviceNotEligible:
+            return "This Mac cannot run Apple Intelligence. Use OpenAI, Anthropic, or Gemini in "
+                   "Coach settings.";
+        case OnDeviceAvailability::appleIntelligenceNotEnabled:
+            return "Turn on Apple Intelligence in System Settings \u2192 Apple Intelligence & "
+                   "Siri, then ask again.";
+        case OnDeviceAvailability::modelNotReady:
+            return "The on-device model is still downloading. Stay on Wi-Fi, wait until Apple "
+                   "Intelligence finishes setup, then ask again.";
+        case OnDeviceAvailability::unavailableForOtherReason:
+            break;
+    }
+    return "Apple Intelligence is not ready. Enable it in System Settings, or choose another "
+           "Coach provider.";
+}
+
+std::string AppleFoundationModelClient::availabilityMessage(const OnDeviceLanguageModel& model) {
+    return availabilityMessage(model.availability());
+}
+
+std::shared_ptr<OnDeviceLanguageModel> AppleFoundationModelClient::selectModel(
+    const CoachConfig& config) const {
+    const AppleOnDeviceRoute route = AppleOnDeviceRouting::route(config.resolvedModel());
+    switch (route.kind) {
+        case AppleOnDeviceRoute::Kind::general:
+            return m_model->defaultModel();
+        case AppleOnDeviceRoute::Kind::contentTagging:
+            return m_model->contentTaggingModel();
+        case AppleOnDeviceRoute::Kind::adapterName:
+            return loadAdapterByName(*m_model, route.payload);
+        case AppleOnDeviceRoute::Kind::adapterFile:
+            break;
+    }
+    return loadAdapterFile(*m_model, route.payload);
+}
+
+std::string AppleFoundationModelClient::complete(const std::vector<LLMMessage>& messages,
+                                                 const CoachConfig& config,
+                                                 const CancellationToken& cancellation) const {
+    const std::shared_ptr<OnDeviceLanguageModel> model = selectModel(config);
+    if (model->availability() != OnDeviceAvailability::available) {
+        throw CoachLLMError::serverError(availabilityMessage(*model));
+    }
+    const std::unique_ptr<OnDeviceSession> session = model->makeSession();
+    return respondWithRetry(*session, detail::flattenTranscript(messages), config, cancellation);
+}
+
+std::string AppleFoundationModelClient::respondWithRetry(
+    OnDeviceSession& session, const std::string& prompt, const CoachConfig& config,
+    const CancellationToken& cancellation) const {
+    const auto fitted = AppleOnDevicePromptFit::fit(prompt, config.maxTokens, contextTokenLimit);
+    try {
+        return session.respond(fitted.prompt, optionsFor(config, fitted), cancellation);
+    } catch (const OnDeviceGenerationError& error) {
+        if (error.kind() != OnDeviceGenerationError::Kind::exceededContextWindowSize) {
+            throw CoachLLMError::serverError(error.errorDescription());
+        }
+    }
+    // Keep the beginning of the prompt: that is where the system instructions stand.
+    const auto shorter =
+        AppleOnDevicePromptFit::fit(text::prefixCharacters(fitted.prompt, kRetryPromptCharacters),
+                                    kRetryRequestedTokens, contextTokenLimit);
+    try {
+        return session.respond(shorter.prompt, optionsFor(config, shorter), cancellation);
+    } catch (...) {
+        throw CoachLLMError::serverError(contextWindowMessage());
+    }
+}
+
+bool AppleFoundationModelSupport::isRuntimeAvailable() {
+    return isRuntimeAvailable(*OnDeviceModel::system());
+}
+
+bool AppleFoundationModelSupport::isRuntimeAvailable(OnDeviceModel& model) {
+    if (!isMacOSAtLeast(26)) return false;
+    return model.defaultModel()->availability() == OnDeviceAvailability::available;
+}
+
+std::string AppleFoundationModelSupport::unavailableReason() {
+    return unavailableReason(*OnDeviceModel::system());
+}
+
+std::string AppleFoundationModelSupport::unavailableReason(OnDeviceModel& model) {
+    if (!isMacOSAtLeast(26))
+        return "Apple on-device models require macOS 26 and Apple Intelligence.";
+    return AppleFoundationModelClient::availabilityMessage(*model.defaultModel());
+}
+
+}  // namespace sagely

@@ -1,0 +1,232 @@
+#include "support/AtomicFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <ctime>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+namespace sagely::detail {
+namespace {
+
+// Room after the content for parsers that read a little past the end (simdjson's padding).
+constexpr std::size_t kReadPadding = 64;
+
+std::mutex& faultsMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+AtomicWriteFaults& installedFaults() {
+    static AtomicWriteFaults faults;
+    return faults;
+}
+
+AtomicWriteFaults currentFaults() {
+    std::lock_guard lock(faultsMutex());
+    return installedFaults();
+}
+
+int readAll(int fd, std::string& bytes, std::size_t expected) {
+    bytes.reserve(expected + kReadPadding);
+    bytes.resize(expected);
+    std::size_t filled = 0;
+    for (;;) {
+        if (filled == bytes.size())
+            bytes.resize(bytes.size() + std::max<std::size_t>(expected, 4096));
+        ssize_t n = ::read(fd, bytes.data() + filled, bytes.size() - filled);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return errno;
+        if (n == 0) break;
+        filled += static_cast<std::size_t>(n);
+    }
+    bytes.resize(filled);
+    return 0;
+}
+
+int writeAll(int fd, std::string_view bytes, std::optional<std::size_t> limit) {
+    std::size_t allowed = std::min(bytes.size(), limit.value_or(bytes.size()));
+    std::size_t written = 0;
+    while (written < allowed) {
+        ssize_t n = ::write(fd, bytes.data() + written, allowed - written);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return errno;
+        written += static_cast<std::size_t>(n);
+    }
+    return written < bytes.size() ? ENOSPC : 0;
+}
+
+// Makes the rename itself durable. Some file systems cannot sync a folder; the file's own data
+// is already on disk then, so a failure here is not reported.
+void syncFolder(const std::filesystem::path& folder) {
+    int fd = ::open(folder.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return;
+    ::fsync(fd);
+    ::close(fd);
+}
+
+std::filesystem::path folderOf(const std::filesystem::path& file) {
+    return file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
+}
+
+std::string quoted(const std::filesystem::path& path) {
+    return "\u201C" + path.filename().string() + "\u201D";
+}
+
+std::string reason(int error) {
+    return std::generic_category().message(error);
+}
+
+std::string utcStamp() {
+    std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    char stamp[32] = {};
+    std::strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &utc);
+    return stamp;
+}
+
+// A kept file is never replaced: a second copy of the same second gets "-2", "-3", …
+std::filesystem::path asideName(const std::filesystem::path& file) {
+    std::string base = file.string() + ".unreadable-" + utcStamp();
+    std::filesystem::path candidate = base;
+    std::error_code ignored;
+    for (int n = 2; std::filesystem::exists(std::filesystem::symlink_status(candidate, ignored));
+         ++n)
+        candidate = base + "-" + std::to_string(n);
+    return candidate;
+}
+
+}  // namespace
+
+FileLock::FileLock(const std::filesystem::path& file) {
+    if (file.empty()) return;  // no storage folder: never a lock file in the current folder
+    std::string lockFile = file.string() + ".lock";
+    m_fd = ::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (m_fd < 0) return;
+    while (::flock(m_fd, LOCK_EX) != 0) {
+        if (errno == EINTR) continue;
+        ::close(m_fd);  // a file system without flock: go on unlocked
+        m_fd = -1;
+        return;
+    }
+}
+
+FileLock::~FileLock() {
+    if (m_fd >= 0) ::close(m_fd);  // closing the last descriptor releases the lock
+}
+
+int moveAside(const std::filesystem::path& file, std::filesystem::path* movedTo) {
+    if (int error = currentFaults().moveAsideError) return error;
+    std::filesystem::path aside = asideName(file);
+    if (::rename(file.c_str(), aside.c_str()) != 0) return errno;
+    if (movedTo) *movedTo = std::move(aside);
+    return 0;
+}
+
+int readWholeFile(const std::filesystem::path& file, std::string& bytes) {
+    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return errno;
+    struct stat info {};
+    int error = ::fstat(fd, &info) != 0 ? errno : 0;
+    if (!error && S_ISDIR(info.st_mode)) error = EISDIR;
+    if (!error)
+        error = readAll(fd, bytes, static_cast<std::size_t>(std::max<off_t>(info.st_size, 0)));
+    ::close(fd);
+    return error;
+}
+
+int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes) {
+    if (file.empty()) return ENOENT;  // no storage folder: never the current folder instead
+    AtomicWriteFaults faults = currentFaults();
+    std::filesystem::path folder = folderOf(file);
+    std::string temporary = (folder / ("." + file.filename().string() + ".tmp-XXXXXX")).string();
+    int fd = ::mkstemp(temporary.data());
+    if (fd < 0) return errno;
+    ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+    int error = writeAll(fd, bytes, faults.failAfterBytes);
+    if (!error && ::fsync(fd) != 0) error = errno;
+    if (::close(fd) != 0 && !error) error = errno;
+    if (!error && faults.beforeRename) error = faults.beforeRename(temporary);
+    if (!error && ::rename(temporary.c_str(), file.c_str()) != 0) error = errno;
+    if (error) {
+        ::unlink(temporary.c_str());
+        return error;
+    }
+    syncFolder(folder);
+    return 0;
+}
+
+bool isTemporaryFileName(std::string_view name) {
+    constexpr std::string_view kMarker = ".tmp-";
+    constexpr std::size_t kSuffixLength = 6;  // mkstemp's XXXXXX
+    if (name.size() < 1 + kMarker.size() + kSuffixLength || name.front() != '.') return false;
+    const std::size_t marker = name.size() - kSuffixLength - kMarker.size();
+    if (name.substr(marker, kMarker.size()) != kMarker) return false;
+    for (char c : name.substr(marker + kMarker.size()))
+        if (!std::isalnum(static_cast<unsigned char>(c))) return false;
+    return true;
+}
+
+void removeStaleTemporaryFiles(const std::filesystem::path& folder,
+                               std::chrono::seconds minimumAge) {
+    std::error_code error;
+    std::filesystem::directory_iterator entries(folder, error);
+    if (error) return;
+    const auto now = std::filesystem::file_time_type::clock::now();
+    for (const auto& entry : entries) {
+        if (!isTemporaryFileName(entry.path().filename().string())) continue;
+        if (!entry.is_regular_file(error) || error) continue;
+        const auto modified = entry.last_write_time(error);
+        if (error || now - modified < minimumAge) continue;  // maybe a save under way elsewhere
+        std::filesystem::remove(entry.path(), error);
+    }
+}
+
+std::string describeReadFailure(const std::filesystem::path& file, int error) {
+    if (error == EACCES || error == EPERM)
+        return "The file " + quoted(file) +
+               " couldn\u2019t be opened because you don\u2019t have permission to view it.";
+    return "The file " + quoted(file) + " couldn\u2019t be opened. (" + reason(error) + ")";
+}
+
+std::string describeWriteFailure(const std::filesystem::path& file, int error) {
+    std::string folder = quoted(folderOf(file));
+    switch (error) {
+        case ENOSPC:
+        case EDQUOT:
+            return "The file " + quoted(file) +
+                   " couldn\u2019t be saved because there isn\u2019t enough space.";
+        case EACCES:
+        case EPERM:
+            return "You don\u2019t have permission to save the file " + quoted(file) +
+                   " in the folder " + folder + ".";
+        case EROFS:
+            return "The file " + quoted(file) +
+                   " couldn\u2019t be saved because the volume is read only.";
+        case ENOENT:
+            return "The folder " + folder + " doesn\u2019t exist.";
+        default:
+            return "The file " + quoted(file) + " couldn\u2019t be saved in the folder " + folder +
+                   ". (" + reason(error) + ")";
+    }
+}
+
+ScopedAtomicWriteFaults::ScopedAtomicWriteFaults(AtomicWriteFaults faults) {
+    std::lock_guard lock(faultsMutex());
+    m_previous = std::exchange(installedFaults(), std::move(faults));
+}
+
+ScopedAtomicWriteFaults::~ScopedAtomicWriteFaults() {
+    std::lock_guard lock(faultsMutex());
+    installedFaults() = std::move(m_previous);
+}
+
+}  // namespace sagely::detail

@@ -1,0 +1,390 @@
+#include <sagely/CoachMessageFormatting.h>
+
+#include <sagely/Text.h>
+
+#include "format/IcuRegex.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+using sagely::CoachMessageFormatting;
+
+namespace {
+
+std::string normalize(const std::string& text) {
+    return CoachMessageFormatting::normalize(text);
+}
+
+std::string clean(const std::string& text) {
+    return CoachMessageFormatting::cleanDisplayMarkdown(text);
+}
+
+std::vector<std::string> titlesOf(const CoachMessageFormatting::ProceduralContent& content) {
+    std::vector<std::string> titles;
+    for (const auto& step : content.steps) titles.push_back(step.title);
+    return titles;
+}
+
+}  // namespace
+
+// --- normalize ------------------------------------------------------------------------------
+
+TEST(Normalize, SeparatesRunTogetherStepsFromTheIntroAndFromTheirTitles) {
+    EXPECT_EQ(normalize("Do this.Step 1: Open Settings.Step 2:Click Save"),
+              "Do this.\n\nStep 1:\n Open Settings.\n\nStep 2:\n\nClick Save");
+}
+
+TEST(Normalize, DropsALineOfOnlyHeadingMarksButKeepsATitledHeading) {
+    EXPECT_EQ(normalize("Intro\n###\nText"), "Intro\nText");
+    EXPECT_EQ(normalize("### Setup\nText"), "### Setup\nText");
+    EXPECT_EQ(normalize("# Title"), "# Title");
+    EXPECT_EQ(normalize("A\n  ## \t\nB"), "A\nB");
+    EXPECT_EQ(normalize("##"), "");
+}
+
+TEST(Normalize, KeepsBlankLinesWhileDroppingHeadingMarks) {
+    // The dropped line leaves three line breaks in a row, which collapse to one blank line.
+    EXPECT_EQ(normalize("A\n\n#\n\nB"), "A\n\nB");
+    EXPECT_EQ(normalize("A\n\nB"), "A\n\nB");
+}
+
+TEST(Normalize, SplitsAnActionGluedToTheEndOfASentence) {
+    EXPECT_EQ(normalize("Done!Restart the app"), "Done!\nRestart the app");
+    EXPECT_EQ(normalize("Done. Restart the app"), "Done. Restart the app");
+    EXPECT_EQ(normalize("reOpen"), "re\nOpen");
+    EXPECT_EQ(normalize("Open SettingsClick Save"), "Open Settings\nClick Save");
+    EXPECT_EQ(normalize("(see below)Select All"), "(see below)\nSelect All");
+    EXPECT_EQ(normalize("Step 3Toggle it"), "Step 3\nToggle it");
+}
+
+TEST(Normalize, MatchesPhrasesWithTheirTrailingBlankOnly) {
+    EXPECT_EQ(normalize("ThenAfter that, save"), "Then\nAfter that, save");
+    EXPECT_EQ(normalize("ThenAfterwards save"), "ThenAfterwards save");
+    EXPECT_EQ(normalize("OkNow go"), "Ok\nNow go");
+    EXPECT_EQ(normalize("OkNowhere"), "OkNowhere");
+    EXPECT_EQ(normalize("FineTry it"), "Fine\nTry it");
+}
+
+TEST(Normalize, SplitsPhrasesInTheirTableOrder) {
+    // "Add a" comes first and already breaks the line before "Add an" could.
+    EXPECT_EQ(normalize("SettingsAdd an item"), "Settings\nAdd an item");
+    EXPECT_EQ(normalize("SettingsWould you like"), "Settings\nWould you like");
+    EXPECT_EQ(normalize("SettingsIn the menu"), "Settings\nIn the menu");
+}
+
+TEST(Normalize, PhraseMatchingIsCaseSensitive) {
+    EXPECT_EQ(normalize("settingsclick save"), "settingsclick save");
+}
+
+TEST(Normalize, StartsANewParagraphForInlineNumberedItems) {
+    EXPECT_EQ(normalize("Do these:1. First 2. Second"), "Do these:\n\n1. First \n\n2. Second");
+    EXPECT_EQ(normalize("1. First"), "1. First");
+    EXPECT_EQ(normalize("Version 2.5 is out"), "Version 2.5 is out");
+}
+
+TEST(Normalize, FindsStepMarkersWhateverTheirCase) {
+    EXPECT_EQ(normalize("first.step 2: go"), "first.\n\nstep 2:\n go");
+    EXPECT_EQ(normalize("Done.Step 2 next"), "Done.\n\nStep 2 next");
+}
+
+TEST(Normalize, TreatsCarriageReturnLineFeedPairsAsLineFeeds) {
+    EXPECT_EQ(normalize("Line one\r\nLine two\r\n\r\n\r\nLine three"),
+              "Line one\nLine two\n\nLine three");
+    EXPECT_EQ(normalize("\r\n  Text  \r\n"), "Text");
+}
+
+TEST(Normalize, CollapsesRunsOfBlankLines) {
+    EXPECT_EQ(normalize("A\n\n\n\n\nB"), "A\n\nB");
+}
+
+TEST(Normalize, KeepsEmojiAndCombiningMarksAroundStepMarkers) {
+    EXPECT_EQ(normalize("\U0001F44D\U0001F3FDStep 1: Open\U0001F600Step 2: Save"),
+              "\U0001F44D\U0001F3FD\n\nStep 1:\n Open\U0001F600\n\nStep 2:\n Save");
+    EXPECT_EQ(normalize("Cafe\u0301Step 1:Open it.Step 2: Close it"),
+              "Cafe\u0301\n\nStep 1:\n\nOpen it.\n\nStep 2:\n Close it");
+}
+
+TEST(Normalize, OfEmptyTextIsEmpty) {
+    EXPECT_EQ(normalize(""), "");
+    EXPECT_EQ(normalize(" \n\t "), "");
+}
+
+// --- cleanDisplayMarkdown --------------------------------------------------------------------
+
+TEST(CleanDisplayMarkdown, StripsHeadingMarksBoldAndBullets) {
+    EXPECT_EQ(clean("## **Title**"), "Title");
+    EXPECT_EQ(clean("- item"), "item");
+    EXPECT_EQ(clean("**Bold** text"), "Bold text");
+}
+
+TEST(CleanDisplayMarkdown, HandlesBoldAroundHeadingsAndOtherMarks) {
+    EXPECT_EQ(clean("**## Title**"), "Title");
+    EXPECT_EQ(clean("* bullet"), "bullet");
+    EXPECT_EQ(clean("__under__ line"), "under line");
+    EXPECT_EQ(clean("  ### Heading  \n"), "Heading");
+    EXPECT_EQ(clean("**a** *"), "a");
+}
+
+TEST(CleanDisplayMarkdown, RemovesOnlyTheFinalRunOfTrailingStars) {
+    EXPECT_EQ(clean("a* *"), "a*");
+}
+
+TEST(CleanDisplayMarkdown, KeepsALoneDashAndPlainText) {
+    EXPECT_EQ(clean("-"), "-");
+    EXPECT_EQ(clean("-item"), "-item");
+    EXPECT_EQ(clean("Plain words"), "Plain words");
+    EXPECT_EQ(clean(""), "");
+}
+
+// --- parseProceduralContent ----------------------------------------------------------------
+
+TEST(ParseProceduralContent, SplitsTheWorkedExampleIntoIntroAndTwoSteps) {
+    auto content = CoachMessageFormatting::parseProceduralContent(
+        "Do this.Step 1: Open Settings.Step 2:Click Save");
+    ASSERT_TRUE(content.has_value());
+    EXPECT_EQ(content->intro, "Do this.");
+    ASSERT_EQ(content->steps.size(), 2u);
+    EXPECT_EQ(content->steps[0].title, "Open Settings.");
+    EXPECT_TRUE(content->steps[0].details.empty());
+    EXPECT_EQ(content->steps[1].title, "Click Save");
+    EXPECT_TRUE(content->steps[1].details.empty());
+}
+
+TEST(ParseProceduralContent, NeedsAtLeastTwoSteps) {
+    EXPECT_FALSE(
+        CoachMessageFormatting::parseProceduralContent("Step 1: Open Settings").has_value());
+    EXPECT_FALSE(
+        CoachMessageFormatting::parseProceduralContent("Open Settings and save.").has_value());
+    EXPECT_FALSE(CoachMessageFormatting::parseProceduralContent("").has_value());
+}
+
+TEST(ParseProceduralContent, CleansTitlesAndDetailsAndKeepsALoneDash) {
+    auto content = CoachMessageFormatting::parseProceduralContent(
+        "Intro\nStep 1:\n**Open Settings**\n- Choose General\n\n-\nStep 2:\nClick Save");
+    ASSERT_TRUE(content.has_value());
+    EXPECT_EQ(content->intro, "Intro");
+    ASSERT_EQ(content->steps.size(), 2u);
+    EXPECT_EQ(content->steps[0].title, "Open Settings");
+    EXPECT_EQ(content->steps[0].details, (std::vector<std::string>{"Choose General", "-"}));
+    EXPECT_EQ(content->steps[1].title, "Click Save");
+    EXPECT_TRUE(content->steps[1].details.empty());
+}
+
+TEST(ParseProceduralContent, DropsDetailsThatCleanToNothing) {
+    auto content =
+        CoachMessageFormatting::parseProceduralContent("Step 1: First\n**\nkept\nStep 2: Second");
+    ASSERT_TRUE(content.has_value());
+    EXPECT_EQ(content->steps[0].details, (std::vector<std::string>{"kept"}));
+}
+
+TEST(ParseProceduralContent, NumbersStepsByOrderOfAppearance) {
+    auto content =
+        CoachMessageFormatting::parseProceduralContent("Step 1: One\nStep 1: Two\nStep 3: Three");
+    ASSERT_TRUE(content.has_value());
+    EXPECT_EQ(content->intro, "");
+    EXPECT_EQ(titlesOf(*content), (std::vector<std::string>{"One", "Two", "Three"}));
+}
+
+TEST(ParseProceduralContent, SkipsMarkersWithoutABody) {
+    auto content =
+        CoachMessageFormatting::parseProceduralContent("Step 1:\nStep 2:\nOpen\nStep 3:\nClose");
+    ASSERT_TRUE(content.has_value());
+    EXPECT_EQ(titlesOf(*content), (std::vector<std::string>{"Open", "Close"}));
+    EXPECT_FALSE(
+        CoachMessageFormatting::parseProceduralContent("Step 1:\nStep 2: Close").has_value());
+}
+
+TEST(ParseProceduralContent, ReadsCarriageReturnLineFeedReplies) {
+    auto content = CoachMessageFormatting::parseProceduralContent(
+        "Here is how:\r\nStep 1: Open\r\nthe menu\r\nStep 2: Save\r\n");
+    ASSERT_TRUE(content.has_value());
+    EXPECT_EQ(content->intro, "Here is how:");
+    EXPECT_EQ(titlesOf(*content), (std::vector<std::string>{"Open", "Save"}));
+    EXPECT_EQ(content->steps[0].details, (std::vector<std::string>{"the menu"}));
+}
+
+TEST(ParseProceduralContent, KeepsEmojiAndCombiningMarksWhole) {
+    auto content = CoachMessageFormatting::parseProceduralContent(
+        "\U0001F44D\U0001F3FDStep 1: Open\U0001F600Step 2: Save");
+    ASSERT_TRUE(content.has_value());
+    EXPECT_EQ(content->intro, "\U0001F44D\U0001F3FD");
+    EXPECT_EQ(titlesOf(*content), (std::vector<std::string>{"Open\U0001F600", "Save"}));
+
+    auto marked =
+        CoachMessageFormatting::parseProceduralContent("Cafe\u0301Step 1:Open it.Step 2: Close it");
+    ASSERT_TRUE(marked.has_value());
+    EXPECT_EQ(marked->intro, "Cafe\u0301");
+    EXPECT_EQ(titlesOf(*marked), (std::vector<std::string>{"Open it.", "Close it"}));
+}
+
+// --- blocks ---------------------------------------------------------------------------------
+
+TEST(Blocks, CutsTheNormalisedTextIntoParagraphs) {
+    EXPECT_EQ(CoachMessageFormatting::blocks("A\n\n\n\nB"), (std::vector<std::string>{"A", "B"}));
+    EXPECT_EQ(CoachMessageFormatting::blocks("Do this.Step 1: Open Settings.Step 2:Click Save"),
+              (std::vector<std::string>{"Do this.", "Step 1:\n Open Settings.",
+                                        "Step 2:", "Click Save"}));
+}
+
+TEST(Blocks, OfBlankTextIsEmpty) {
+    EXPECT_TRUE(CoachMessageFormatting::blocks("").empty());
+    EXPECT_TRUE(CoachMessageFormatting::blocks(" \n\n ##\n").empty());
+}
+
+// --- Skipping patterns that cannot match never changes a result -----------------------------
+
+namespace {
+
+using sagely::detail::IcuRegex;
+
+// The repair done the long way: every pattern compiled afresh and applied unconditionally.
+std::string applied(const std::string& text, std::u16string_view pattern, uint32_t flags,
+                    std::u16string_view replacement) {
+    icu::UnicodeString input = icu::UnicodeString::fromUTF8(text);
+    icu::UnicodeString output =
+        IcuRegex(pattern, flags)
+            .replaceAll(input, icu::UnicodeString(replacement.data(),
+                                                  static_cast<int32_t>(replacement.size())));
+    std::string result;
+    output.toUTF8String(result);
+    return result;
+}
+
+std::string referenceDropEmptyHeadings(const std::string& text) {
+    std::vector<std::string> kept;
+    std::size_t start = 0;
+    while (true) {
+        std::size_t end = text.find('\n', start);
+        std::string line = text.substr(start, end == std::string::npos ? end : end - start);
+        std::string trimmedLine = sagely::text::trimmedSpacesAndTabs(line);
+        bool heading = IcuRegex(u"^#+\\s*.*$").find(icu::UnicodeString::fromUTF8(trimmedLine));
+        std::string rest;
+        for (char c : trimmedLine)
+            if (c != '#') rest.push_back(c);
+        if (!heading || !sagely::text::trimmedSpacesAndTabs(rest).empty()) kept.push_back(line);
+        if (end == std::string::npos) break;
+        start = end + 1;
+    }
+    std::string joined;
+    for (std::size_t i = 0; i < kept.size(); ++i) joined += (i ? "\n" : "") + kept[i];
+    return joined;
+}
+
+std::string referenceNormalize(std::string text) {
+    for (std::size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n", at))
+        text.replace(at, 2, "\n");
+    text = referenceDropEmptyHeadings(sagely::text::trimmed(text));
+    text = applied(text, u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])", 0, u"$1\n\n$2");
+    text = applied(text, u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE, u"\n\n$1\n");
+    text = applied(text, u"(?<!\n)(\\d+\\.\\s)", 0, u"\n\n$1");
+    text = applied(text, u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE, u"$1\n\n$2");
+    for (std::u16string_view phrase :
+         {u"Click",  u"Select", u"Open",  u"In the", u"Name your", u"Add a",
+          u"Add an", u"Press",  u"Type",  u"Toggle", u"Ensure",    u"Verify",
+          u"Switch", u"Return", u"Grant", u"Test",   u"Optional",  u"Would you",
+          u"After ", u"Now ",   u"Try ",  u"Restart"})
+        text = applied(text, u"([a-zA-Z0-9!)])(" + sagely::detail::escapedPattern(phrase) + u")", 0,
+                       u"$1\n$2");
+    text = referenceDropEmptyHeadings(text);
+    return sagely::text::trimmed(applied(text, u"\n{3,}", 0, u"\n\n"));
+}
+
+std::string referenceClean(const std::string& input) {
+    std::string text = sagely::text::trimmed(input);
+    text = applied(text, u"^\\**\\s*#+\\s*", 0, u"");
+    text = applied(text, u"\\s*\\**$", 0, u"");
+    text = applied(text, u"^\\*\\*(.+?)\\*\\*$", 0, u"$1");
+    text = applied(text, u"^[-*]\\s+", 0, u"");
+    for (std::string mark : {"**", "__"})
+        for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at))
+            text.erase(at, 2);
+    return sagely::text::trimmed(text);
+}
+
+std::vector<std::string> randomReplies(std::size_t count) {
+    // Includes characters that case-fold to "s" or "st", digits outside ASCII (one of them
+    // outside the basic plane) and line separators, where shortcuts would most likely go wrong.
+    static const std::array<std::string, 42> pieces = {
+        "Step",      "step",       "STEP",   " ",      "  ",      "1",
+        "23",        ":",          ".",      "!",      "?",       ")",
+        "Click",     "Open",       "Add a",  "Add an", "After ",  "Now",
+        "Try ",      "\n",         "\r\n",   "\r",     "#",       "##",
+        "*",         "**",         "-",      "_",      "e\u0301", "\U0001F44D\U0001F3FD",
+        "\u017Ftep", "\u2028",     "\u0663", "a",      "\u00DF",  "\uFB06ep",
+        "\u1E9E",    "\U0001D7CE", "\u212A", "\u0130", "\t",      "\u0085"};
+    std::mt19937 random(20240611);
+    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1), length(0, 24);
+    std::vector<std::string> replies;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::string reply;
+        for (std::size_t n = length(random); n > 0; --n) reply += pieces[piece(random)];
+        replies.push_back(reply);
+    }
+    return replies;
+}
+
+}  // namespace
+
+// The step split done the long way: the marker pattern searched over the whole text.
+std::vector<std::string> referenceStepBodies(const std::string& reply) {
+    icu::UnicodeString text = icu::UnicodeString::fromUTF8(normalize(reply));
+    auto matches = IcuRegex(u"(?i)Step\\s+(\\d+)\\s*:\\s*").matchRanges(text);
+    std::vector<std::string> bodies;
+    for (std::size_t i = 0; i < matches.size(); ++i) {
+        int32_t end = i + 1 < matches.size() ? matches[i + 1].first : text.length();
+        std::string body;
+        text.tempSubString(matches[i].second, end - matches[i].second).toUTF8String(body);
+        bodies.push_back(sagely::text::trimmed(body));
+    }
+    return bodies;
+}
+
+TEST(FormattingShortcuts, GiveTheSameResultsAsApplyingEveryPattern) {
+    for (const std::string& reply : randomReplies(800)) {
+        ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
+        ASSERT_EQ(clean(reply), referenceClean(reply)) << "line: " << reply;
+    }
+}
+
+TEST(FormattingShortcuts, FindTheSameStepsAsSearchingTheWholeText) {
+    for (const std::string& reply : randomReplies(800)) {
+        std::vector<std::string> bodies = referenceStepBodies(reply);
+        std::size_t withText = 0;
+        for (const std::string& body : bodies) withText += body.empty() ? 0 : 1;
+        auto content = CoachMessageFormatting::parseProceduralContent(reply);
+        ASSERT_EQ(content.has_value(), withText >= 2) << reply;
+        if (content) {
+            ASSERT_EQ(content->steps.size(), withText) << reply;
+        }
+    }
+}
+
+TEST(FormattingShortcuts, TryingEveryPositionFindsWhatASearchFinds) {
+    IcuRegex marker(u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE);
+    for (const std::string& reply : randomReplies(300)) {
+        icu::UnicodeString text = icu::UnicodeString::fromUTF8(reply);
+        std::vector<int32_t> everywhere(static_cast<std::size_t>(text.length()));
+        for (int32_t i = 0; i < text.length(); ++i) everywhere[static_cast<std::size_t>(i)] = i;
+        ASSERT_EQ(marker.matchRangesAt(text, everywhere), marker.matchRanges(text)) << reply;
+    }
+}
+
+TEST(FormattingShortcuts, GiveTheSameResultsOnManyThreadsAtOnce) {
+    std::vector<std::string> replies = randomReplies(200);
+    std::vector<std::string> expected;
+    for (const std::string& reply : replies) expected.push_back(normalize(reply));
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (std::size_t i = 0; i < replies.size(); ++i)
+                if (normalize(replies[i]) != expected[i]) ++mismatches[static_cast<std::size_t>(t)];
+        });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(mismatches, (std::vector<int>{0, 0, 0, 0}));
+}
