@@ -46,7 +46,6 @@ QWidget* CoachProceduralStepsView::stepRow(int number, const Step& step) {
     auto* row = new QWidget;
     row->setObjectName(QStringLiteral("procedureStep"));
     auto* layout = hstack(row, 10);
-    layout->setAlignment(Qt::AlignTop);
     auto* badge = new NumberBadge(number, Tint::blue);
     badge->setObjectName(QStringLiteral("stepBadge"));
     layout->addWidget(badge, 0, Qt::AlignTop);

@@ -22,6 +22,30 @@ namespace sagely::ui {
 
 using namespace detail;
 
+namespace {
+
+// The one-pixel line between the sidebar and the content, in the divider colour.
+class PaneDividerHandle : public QSplitterHandle {
+public:
+    using QSplitterHandle::QSplitterHandle;
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.fillRect(rect(), paneDivider(palette()));
+    }
+};
+
+class WorkspaceSplitter : public QSplitter {
+public:
+    using QSplitter::QSplitter;
+
+protected:
+    QSplitterHandle* createHandle() override { return new PaneDividerHandle(orientation(), this); }
+};
+
+}  // namespace
+
 CoachWorkspaceView::CoachWorkspaceView(AICoach& coach, CoachBranding branding, Actions actions,
                                        QWidget* parent)
     : QWidget(parent),
@@ -30,7 +54,7 @@ CoachWorkspaceView::CoachWorkspaceView(AICoach& coach, CoachBranding branding, A
       m_actions(std::move(actions)) {
     setObjectName(QStringLiteral("coachWorkspace"));
     auto* root = hstack(this, 0);
-    m_splitter = new QSplitter(Qt::Horizontal);
+    m_splitter = new WorkspaceSplitter(Qt::Horizontal);
     m_splitter->setObjectName(QStringLiteral("workspaceSplitter"));
     m_splitter->setChildrenCollapsible(false);
     m_splitter->setHandleWidth(1);
@@ -182,11 +206,14 @@ void CoachWorkspaceView::refreshErrorBanner() {
     const QString error = m_adapter->error();
     if (!m_adapter->hasError()) return;
     const auto dismiss = [this] { m_adapter->clearError(); };
-    QWidget* banner =
-        error == QLatin1String(AICoach::kNoAPIKeyCode)
-            ? missingKeyBanner(m_branding.noAPIKeyMessage,
-                               {m_actions.onOpenSettings, m_actions.onOpenGuide, dismiss})
-            : errorBanner(error.toStdString(), dismiss);
+    QWidget* banner = nullptr;
+    if (error == QLatin1String(AICoach::kNoAPIKeyCode))
+        banner = missingKeyBanner(m_branding.noAPIKeyMessage,
+                                  {m_actions.onOpenSettings, m_actions.onOpenGuide, dismiss});
+    else if (error == QLatin1String(AICoach::kLocalOnlyCode))
+        banner = localOnlyBanner(m_actions.onOpenGuide, dismiss);
+    else
+        banner = errorBanner(error.toStdString(), dismiss);
     m_errorLayout->addWidget(banner);
     banner->show();
 }

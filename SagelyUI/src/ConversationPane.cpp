@@ -75,12 +75,16 @@ ConversationPane::ConversationPane(const CoachBranding& branding,
     m_animation = new QPropertyAnimation(m_scroll->verticalScrollBar(), "value", this);
     m_animation->setDuration(250);
     m_animation->setEasingCurve(QEasingCurve::InOutQuad);
-    connect(m_scroll->verticalScrollBar(), &QScrollBar::rangeChanged, this,
-            &ConversationPane::applyScroll);
+    connect(m_scroll->verticalScrollBar(), &QScrollBar::rangeChanged, this, [this] {
+        applyScroll();
+        keepPinned();
+    });
     connect(m_scroll->verticalScrollBar(), &QScrollBar::valueChanged, this,
-            &ConversationPane::scheduleRealize);
-    // Once the view has arrived, later layout changes leave the scroll position alone.
-    connect(m_animation, &QAbstractAnimation::finished, this, [this] { m_scrollTarget = nullptr; });
+            &ConversationPane::onScrolled);
+    connect(m_animation, &QAbstractAnimation::finished, this, [this] {
+        m_scrollTarget = nullptr;
+        keepPinned();  // the list may have grown while the animation ran
+    });
 }
 
 QWidget* ConversationPane::suggestionPanel(const CoachBranding& branding) {
@@ -250,8 +254,12 @@ void ConversationPane::realizeVisible() {
     }
     if (!built) return;
     fitContent();
-    // Keep the first visible message where it was while slots above it took their real size.
-    if (anchor && !m_scrollTarget) bar->setValue(anchor->geometry().top() - anchorOffset);
+    // Keep the first visible message where it was while slots above it took their real size;
+    // a view pinned to the bottom stays there instead.
+    if (m_pinned)
+        keepPinned();
+    else if (anchor && !m_scrollTarget)
+        setScrollValue(anchor->geometry().top() - anchorOffset);
     scheduleRealize();  // heights changed: the visible band may now hold other slots
 }
 
@@ -263,7 +271,27 @@ void ConversationPane::setThinking(bool thinking) {
 
 void ConversationPane::scrollToBottomOf(QWidget* target) {
     m_scrollTarget = target;
+    m_pinned = true;
     QTimer::singleShot(0, this, &ConversationPane::applyScroll);
+}
+
+void ConversationPane::onScrolled(int value) {
+    scheduleRealize();
+    // Only the user's own scrolling unpins the view (or pins it again, at the bottom).
+    if (m_movingScroll || m_scrollTarget || m_animation->state() == QAbstractAnimation::Running)
+        return;
+    m_pinned = value >= m_scroll->verticalScrollBar()->maximum();
+}
+
+void ConversationPane::setScrollValue(int value) {
+    m_movingScroll = true;
+    m_scroll->verticalScrollBar()->setValue(value);
+    m_movingScroll = false;
+}
+
+void ConversationPane::keepPinned() {
+    if (!m_pinned || m_scrollTarget || m_animation->state() == QAbstractAnimation::Running) return;
+    setScrollValue(m_scroll->verticalScrollBar()->maximum());
 }
 
 void ConversationPane::applyScroll() {
@@ -280,7 +308,7 @@ void ConversationPane::applyScroll() {
     }
     if (m_jumpToTarget) {
         m_animation->stop();
-        bar->setValue(value);
+        setScrollValue(value);
         QTimer::singleShot(0, this, &ConversationPane::applyScroll);  // done once it holds
         return;
     }

@@ -51,7 +51,8 @@ QString MessageBubble::timeText(Timestamp timestamp) {
 }
 
 QWidget* MessageBubble::avatar() const {
-    const int size = symbolSize(TextStyle::caption);
+    // The symbol takes well over half of its 24-point circle, as the platform's avatars do.
+    constexpr int size = 16;
     SymbolView* view = nullptr;
     if (m_message.role() == CoachMessage::Role::user) {
         view = new SymbolView(QStringLiteral("person.fill"), Tint::white, size);
@@ -68,6 +69,7 @@ QWidget* MessageBubble::textBubble() const {
     const bool isUser = m_message.role() == CoachMessage::Role::user;
     auto* bubble =
         isUser ? new RoundedPanel(Tint::blue, 1.0, 12) : new RoundedPanel(Tint::secondary, 0.1, 12);
+    bubble->setCarriesWhiteText(isUser);
     bubble->setObjectName(QStringLiteral("textBubble"));
     auto* layout = vstack(bubble, 0, 10);
     if (isUser)

@@ -1,5 +1,6 @@
 #include "WorkspaceBanners.h"
 
+#include <QFontMetrics>
 #include <QHBoxLayout>
 #include <QVBoxLayout>
 
@@ -72,29 +73,47 @@ QHBoxLayout* missingKeyButtons(const BannerActions& actions) {
     return row;
 }
 
-}  // namespace
-
-QWidget* missingKeyBanner(const std::string& message, const BannerActions& actions) {
+// A heading with its symbol, an explanation and the buttons, on a softly orange panel.
+QWidget* noticeBanner(const QString& name, const QString& symbol, const QString& heading,
+                      const QString& message, const BannerActions& actions) {
     auto* outer = new QWidget;
-    outer->setObjectName(QStringLiteral("missingKeyBanner"));
+    outer->setObjectName(name + QStringLiteral("Banner"));
     auto* outerLayout = vstack(outer, 0);
     outerLayout->setContentsMargins(12, 0, 12, 8);
     auto* panel = new RoundedPanel(Tint::orange, 0.08, 8);
     outerLayout->addWidget(panel);
     auto* column = vstack(panel, 8, 12);
-    auto* heading = nestedHStack(column, 6);
-    heading->addWidget(
-        new SymbolView(QStringLiteral("key.fill"), Tint::orange, symbolSize(TextStyle::callout)));
-    auto* title = new StyledLabel(localized("Sagely needs an API key"), TextStyle::callout,
-                                  Tint::primary, {.bold = true});
-    title->setObjectName(QStringLiteral("missingKeyTitle"));
-    heading->addWidget(title, 1);
-    auto* explanation = textLabel(QString::fromStdString(message), Qt::PlainText,
-                                  TextStyle::caption, Tint::secondary);
-    explanation->setObjectName(QStringLiteral("missingKeyMessage"));
+    auto* headingRow = nestedHStack(column, 6);
+    // As tall as a line of the heading, as a symbol set in that text would be.
+    auto* mark =
+        new SymbolView(symbol, Tint::orange, QFontMetrics(styleFont(TextStyle::callout)).height());
+    mark->setObjectName(name + QStringLiteral("Symbol"));
+    headingRow->addWidget(mark, 0, Qt::AlignVCenter);
+    auto* title = new StyledLabel(heading, TextStyle::callout, Tint::primary, {.bold = true});
+    title->setObjectName(name + QStringLiteral("Title"));
+    headingRow->addWidget(title, 1);
+    auto* explanation = textLabel(message, Qt::PlainText, TextStyle::caption, Tint::secondary);
+    explanation->setObjectName(name + QStringLiteral("Message"));
     column->addWidget(explanation);
     column->addLayout(missingKeyButtons(actions));
     return outer;
+}
+
+}  // namespace
+
+QWidget* missingKeyBanner(const std::string& message, const BannerActions& actions) {
+    return noticeBanner(QStringLiteral("missingKey"), QStringLiteral("key.fill"),
+                        localized("Sagely needs an API key"), QString::fromStdString(message),
+                        actions);
+}
+
+QWidget* localOnlyBanner(const std::function<void()>& onOpenGuide,
+                         const std::function<void()>& onDismiss) {
+    return noticeBanner(QStringLiteral("localOnly"), QStringLiteral("book"),
+                        localized("Sagely answers only from this app\u2019s help"),
+                        localized("No model is asked in this mode, and the help has no answer to "
+                                  "this question. Try other words."),
+                        {{}, onOpenGuide, onDismiss});
 }
 
 QWidget* errorBanner(const std::string& error, const std::function<void()>& onDismiss) {

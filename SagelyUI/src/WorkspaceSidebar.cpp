@@ -7,16 +7,53 @@
 
 #include <QAction>
 #include <QEvent>
+#include <QKeyEvent>
 #include <QListWidget>
+#include <QMessageBox>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPushButton>
 #include <QStackedWidget>
 #include <QTimer>
 #include <QVBoxLayout>
+
+#include <functional>
 
 namespace sagely::ui::detail {
 namespace {
 
 constexpr int kIdRole = Qt::UserRole;
 constexpr int kUpdatedAtRole = Qt::UserRole + 1;
+
+// The list of conversations. A right click opens the row's menu without selecting the row, so
+// the conversation being read stays on screen; Delete asks to remove the selected one.
+class ConversationList : public QListWidget {
+public:
+    std::function<void()> onDeleteKey;
+
+protected:
+    void mousePressEvent(QMouseEvent* event) override {
+        if (event->button() == Qt::RightButton) return event->accept();
+        QListWidget::mousePressEvent(event);
+    }
+    void mouseReleaseEvent(QMouseEvent* event) override {
+        if (event->button() == Qt::RightButton) return event->accept();
+        QListWidget::mouseReleaseEvent(event);
+    }
+    void mouseDoubleClickEvent(QMouseEvent* event) override {
+        if (event->button() == Qt::RightButton) return event->accept();
+        QListWidget::mouseDoubleClickEvent(event);
+    }
+    void keyPressEvent(QKeyEvent* event) override {
+        if ((event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace) &&
+            event->modifiers() == Qt::NoModifier && currentRow() >= 0 && onDeleteKey) {
+            event->accept();
+            onDeleteKey();
+            return;
+        }
+        QListWidget::keyPressEvent(event);
+    }
+};
 
 }  // namespace
 
@@ -30,7 +67,9 @@ WorkspaceSidebar::WorkspaceSidebar(AICoachAdapter& coach, QWidget* parent)
     column->addWidget(new Divider);
     m_stack = new QStackedWidget;
     m_stack->addWidget(emptyState());
-    m_list = new QListWidget;
+    auto* list = new ConversationList;
+    list->onDeleteKey = [this] { confirmDelete(); };
+    m_list = list;
     m_list->setObjectName(QStringLiteral("conversationList"));
     m_list->setFrameShape(QFrame::NoFrame);
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
@@ -62,6 +101,11 @@ void WorkspaceSidebar::applyListStyle() {
 void WorkspaceSidebar::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::PaletteChange && m_list) applyListStyle();
+}
+
+void WorkspaceSidebar::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.fillRect(rect(), sidebarBackground(palette()));
 }
 
 QWidget* WorkspaceSidebar::header() {
@@ -106,7 +150,8 @@ void WorkspaceSidebar::refresh() {
         item->setData(kIdRole, QString::fromStdString(conversations[i].id().toString()));
         item->setData(kUpdatedAtRole, conversations[i].updatedAt().secondsSinceReferenceDate());
         QWidget* widget = row(int(i));
-        item->setSizeHint(widget->sizeHint());
+        // As wide as the list, never as wide as a long title: the title gives way instead.
+        item->setSizeHint(QSize(1, widget->sizeHint().height()));
         m_list->setItemWidget(item, widget);
     }
     syncSelection();
@@ -118,7 +163,7 @@ QWidget* WorkspaceSidebar::row(int index) {
     row->setObjectName(QStringLiteral("conversationRow"));
     auto* column = vstack(row, 2);
     column->setContentsMargins(8, 5, 8, 5);
-    auto* title = new StyledLabel(QString::fromStdString(conversation.title()), TextStyle::callout);
+    auto* title = new ElidedLabel(QString::fromStdString(conversation.title()), TextStyle::callout);
     title->setObjectName(QStringLiteral("conversationTitle"));
     column->addWidget(title);
     auto* date = new StyledLabel(relativeDateText(conversation.updatedAt(), Timestamp::now()),
@@ -146,6 +191,32 @@ void WorkspaceSidebar::refreshDates() {
         const Timestamp updatedAt(item->data(kUpdatedAtRole).toDouble());
         if (date) date->setText(relativeDateText(updatedAt, Timestamp::now()));
     }
+}
+
+void WorkspaceSidebar::confirmDelete() {
+    QListWidgetItem* item = m_list->currentItem();
+    if (!item) return;
+    const QString id = item->data(kIdRole).toString();
+    const CoachConversation* conversation = m_coach.conversation(id);
+    if (!conversation) return;
+    // Window-modal and not waited for, so the event loop (and the coach) goes on meanwhile.
+    auto* box = new QMessageBox(
+        QMessageBox::Warning,
+        localized("Delete \u201C%1\u201D?").arg(QString::fromStdString(conversation->title())),
+        localized("The conversation and its messages are removed."), QMessageBox::Cancel, this);
+    box->setObjectName(QStringLiteral("deleteConversationConfirmation"));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    QPushButton* remove = box->addButton(localized("Delete"), QMessageBox::DestructiveRole);
+    remove->setObjectName(QStringLiteral("confirmDeleteButton"));
+    box->setDefaultButton(QMessageBox::Cancel);
+    box->setEscapeButton(QMessageBox::Cancel);
+    AICoachAdapter* coach = &m_coach;
+    connect(
+        remove, &QPushButton::clicked, coach, [coach, id] { coach->deleteConversation(id); },
+        Qt::QueuedConnection);
+    connect(box, &QDialog::finished, m_list, [list = m_list] { list->setFocus(); });
+    box->setWindowModality(Qt::WindowModal);
+    box->open();
 }
 
 void WorkspaceSidebar::syncSelection() {

@@ -29,6 +29,7 @@ public:
 
 protected:
     void changeEvent(QEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
 private:
     void applyListStyle();
@@ -37,6 +38,8 @@ private:
     QWidget* row(int index);
     void refreshDates();
     void onRowChanged(int row);
+    /// Asks whether to delete the selected conversation, and deletes it on "Delete".
+    void confirmDelete();
 
     AICoachAdapter& m_coach;
     QStackedWidget* m_stack;

@@ -14,6 +14,7 @@
 
 #include <QAbstractButton>
 #include <QLabel>
+#include <QPalette>
 #include <QString>
 #include <QStringList>
 #include <QWidget>
@@ -56,6 +57,9 @@ QAbstractButton* buttonWithText(const QWidget* root, const QString& text);
 /// Lays the widget out at the size and grabs it into <build>/screenshots/<name>.png; returns
 /// the path (empty when saving failed).
 QString saveScreenshot(QWidget* widget, const QString& name);
+
+/// A dark palette of the kind a desktop in dark mode hands an application.
+QPalette darkPalette();
 
 /// A reply body in the OpenAI chat-completions format.
 std::string chatCompletionBody(const std::string& content);
