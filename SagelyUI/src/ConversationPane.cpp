@@ -56,6 +56,9 @@ ConversationPane::ConversationPane(const CoachBranding& branding,
     auto* layout = vstack(this, 0);
     m_scroll = new QScrollArea;
     m_scroll->setObjectName(QStringLiteral("messageScrollArea"));
+    m_scroll->setFocusPolicy(Qt::StrongFocus);  // the arrow and page keys scroll the messages
+    m_scroll->setAccessibleName(localized("Messages"));
+    m_scroll->setAccessibleDescription(localized("The messages of the current conversation."));
     m_scroll->setFrameShape(QFrame::NoFrame);
     m_scroll->setWidgetResizable(true);
     m_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -90,6 +93,8 @@ ConversationPane::ConversationPane(const CoachBranding& branding,
 QWidget* ConversationPane::suggestionPanel(const CoachBranding& branding) {
     auto* panel = new RoundedPanel(Tint::blue, 0.05, 12);
     panel->setObjectName(QStringLiteral("suggestionPanel"));
+    panel->setAccessibleName(QString::fromStdString(branding.title));
+    panel->setAccessibleDescription(QString::fromStdString(branding.subtitle));
     auto* column = vstack(panel, 12, 16);
     auto* header = nestedHStack(column, 8);
     header->addWidget(
@@ -119,6 +124,7 @@ QWidget* ConversationPane::suggestionPanel(const CoachBranding& branding) {
 QWidget* ConversationPane::thinkingRow() {
     auto* row = new QWidget;
     row->setObjectName(QStringLiteral("thinkingRow"));
+    row->setAccessibleName(localized("Thinking..."));
     auto* layout = hstack(row, 8);
     layout->setContentsMargins(12, 8, 12, 8);
     layout->addWidget(
@@ -147,6 +153,7 @@ void ConversationPane::showConversation(const CoachConversation& conversation) {
     if (m_lastCount != count && !m_slots.empty()) scrollToBottomOf(m_slots.back());
     m_lastCount = count;
     scheduleRealize();
+    Q_EMIT contentChanged();
 }
 
 void ConversationPane::rebuild(const CoachConversation& conversation) {
@@ -195,6 +202,20 @@ void ConversationPane::removeSlot(std::size_t index) {
     // A bubble may be removed from inside one of its own button handlers.
     slot->hide();
     slot->deleteLater();
+}
+
+std::vector<QWidget*> ConversationPane::focusableContent() const {
+    std::vector<QWidget*> focusable;
+    for (QWidget* child : m_content->findChildren<QWidget*>())
+        if (child->focusPolicy() & Qt::TabFocus && child->isVisibleTo(m_content))
+            focusable.push_back(child);
+    auto top = [this](QWidget* widget) { return widget->mapTo(m_content, QPoint(0, 0)); };
+    std::stable_sort(focusable.begin(), focusable.end(), [&](QWidget* a, QWidget* b) {
+        const QPoint pa = top(a);
+        const QPoint pb = top(b);
+        return pa.y() != pb.y() ? pa.y() < pb.y() : pa.x() < pb.x();
+    });
+    return focusable;
 }
 
 std::vector<MessageBubble*> ConversationPane::bubbles() const {
@@ -253,6 +274,7 @@ void ConversationPane::realizeVisible() {
         built = true;
     }
     if (!built) return;
+    Q_EMIT contentChanged();
     fitContent();
     // Keep the first visible message where it was while slots above it took their real size;
     // a view pinned to the bottom stays there instead.

@@ -61,6 +61,12 @@ public:
     std::vector<MessageBubble*> bubbles() const;
     /// How many messages the list holds (built or not).
     std::size_t messageCount() const { return m_slots.size(); }
+    /// The buttons in the list (suggestion chips, "Try Next", canvas), top to bottom.
+    std::vector<QWidget*> focusableContent() const;
+
+Q_SIGNALS:
+    /// Bubbles were built or removed, or the suggestion panel came or went.
+    void contentChanged();
 
 protected:
     void resizeEvent(QResizeEvent* event) override;

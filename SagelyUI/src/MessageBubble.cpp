@@ -6,6 +6,7 @@
 #include <sagely/ui/CoachUserMessageText.h>
 
 #include "Primitives.h"
+#include "SpokenText.h"
 
 #include <QDateTime>
 #include <QHBoxLayout>
@@ -39,6 +40,13 @@ MessageBubble::MessageBubble(CoachMessage message, SuggestionHandler onSuggestio
     column->addWidget(time, 0, edge);
     if (isUser) row->addWidget(avatar(), 0, Qt::AlignTop);
     if (!isUser) row->addStretch(1);
+    // Read out as one piece: who said what, then what the message carries and when.
+    setAccessibleName(spokenMessage(m_message));
+    QStringList carried;
+    if (const auto& card = m_message.card()) carried << spokenCard(*card);
+    if (const auto& lesson = m_message.lesson()) carried << spokenLesson(*lesson);
+    carried << localized("Sent at %1").arg(time->text());
+    setAccessibleDescription(carried.join(u'\n'));
 }
 
 QString MessageBubble::timeText(Timestamp timestamp) {

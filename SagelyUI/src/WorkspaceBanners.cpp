@@ -1,5 +1,7 @@
 #include "WorkspaceBanners.h"
 
+#include "SpokenText.h"
+
 #include <QFontMetrics>
 #include <QHBoxLayout>
 #include <QVBoxLayout>
@@ -19,12 +21,23 @@ KnowledgeBanner::KnowledgeBanner(QWidget* parent) : RoundedPanel(Tint::blue, 0.0
     hide();
 }
 
+namespace {
+
+void describe(QWidget* banner, const QString& name, const QString& description) {
+    banner->setAccessibleName(name);
+    banner->setAccessibleDescription(description);
+}
+
+}  // namespace
+
 void KnowledgeBanner::showLoading() {
     m_symbol->setSymbol(QStringLiteral("book.pages"));
     m_symbol->setTint(Tint::blue);
     setFill(Tint::blue, 0.08);
     m_text->setText(localized("Loading product knowledge..."));
+    describe(this, m_text->text(), QString());
     show();
+    announce(this);
 }
 
 void KnowledgeBanner::showReady() {
@@ -32,7 +45,9 @@ void KnowledgeBanner::showReady() {
     m_symbol->setTint(Tint::green);
     setFill(Tint::green, 0.08);
     m_text->setText(localized("Knowledge is ready."));
+    describe(this, m_text->text(), QString());
     show();
+    announce(this);
 }
 
 QString KnowledgeBanner::text() const {
@@ -96,6 +111,7 @@ QWidget* noticeBanner(const QString& name, const QString& symbol, const QString&
     explanation->setObjectName(name + QStringLiteral("Message"));
     column->addWidget(explanation);
     column->addLayout(missingKeyButtons(actions));
+    describe(outer, heading, message);
     return outer;
 }
 
@@ -129,6 +145,7 @@ QWidget* errorBanner(const std::string& error, const std::function<void()>& onDi
     row->addWidget(button("Dismiss", ButtonStyle::plain, Tint::blue, TextStyle::callout,
                           "dismissErrorButton", onDismiss),
                    0, Qt::AlignTop);
+    describe(panel, localized("Error"), QString::fromStdString(error));
     return panel;
 }
 

@@ -74,6 +74,9 @@ WorkspaceSidebar::WorkspaceSidebar(AICoachAdapter& coach, QWidget* parent)
     m_list->setFrameShape(QFrame::NoFrame);
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
     m_list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_list->setAccessibleName(localized("Conversations"));
+    m_list->setAccessibleDescription(
+        localized("The arrow keys open a conversation; Delete removes the selected one."));
     applyListStyle();
     m_stack->addWidget(m_list);
     column->addWidget(m_stack, 1);
@@ -117,6 +120,8 @@ QWidget* WorkspaceSidebar::header() {
                                  symbolSize(TextStyle::headline));
     add->setObjectName(QStringLiteral("newConversationButton"));
     add->setToolTip(localized("New Conversation"));
+    add->setAccessibleName(localized("New Conversation"));
+    m_newButton = add;
     connect(add, &QPushButton::clicked, &m_coach, &AICoachAdapter::newConversation);
     row->addWidget(add);
     return header;
@@ -149,6 +154,7 @@ void WorkspaceSidebar::refresh() {
         auto* item = new QListWidgetItem(m_list);
         item->setData(kIdRole, QString::fromStdString(conversations[i].id().toString()));
         item->setData(kUpdatedAtRole, conversations[i].updatedAt().secondsSinceReferenceDate());
+        item->setData(Qt::AccessibleTextRole, QString::fromStdString(conversations[i].title()));
         QWidget* widget = row(int(i));
         // As wide as the list, never as wide as a long title: the title gives way instead.
         item->setSizeHint(QSize(1, widget->sizeHint().height()));
@@ -193,6 +199,10 @@ void WorkspaceSidebar::refreshDates() {
     }
 }
 
+std::vector<QWidget*> WorkspaceSidebar::focusChain() const {
+    return {m_newButton, m_list};
+}
+
 void WorkspaceSidebar::confirmDelete() {
     QListWidgetItem* item = m_list->currentItem();
     if (!item) return;
@@ -200,10 +210,13 @@ void WorkspaceSidebar::confirmDelete() {
     const CoachConversation* conversation = m_coach.conversation(id);
     if (!conversation) return;
     // Window-modal and not waited for, so the event loop (and the coach) goes on meanwhile.
-    auto* box = new QMessageBox(
-        QMessageBox::Warning,
-        localized("Delete \u201C%1\u201D?").arg(QString::fromStdString(conversation->title())),
-        localized("The conversation and its messages are removed."), QMessageBox::Cancel, this);
+    auto* box = new QMessageBox(this);
+    box->setIcon(QMessageBox::Warning);
+    box->setWindowTitle(localized("Delete Conversation"));
+    box->setText(
+        localized("Delete \u201C%1\u201D?").arg(QString::fromStdString(conversation->title())));
+    box->setInformativeText(localized("The conversation and its messages are removed."));
+    box->setStandardButtons(QMessageBox::Cancel);
     box->setObjectName(QStringLiteral("deleteConversationConfirmation"));
     box->setAttribute(Qt::WA_DeleteOnClose);
     QPushButton* remove = box->addButton(localized("Delete"), QMessageBox::DestructiveRole);

@@ -10,6 +10,8 @@ class QListWidget;
 class QStackedWidget;
 class QTimer;
 
+#include <vector>
+
 namespace sagely::ui {
 class AICoachAdapter;
 }
@@ -26,6 +28,8 @@ public:
     /// Selects the row of the current conversation (or none) without asking the coach.
     void syncSelection();
     QListWidget* list() const { return m_list; }
+    /// The sidebar's stops for Tab: the new-conversation button and the list.
+    std::vector<QWidget*> focusChain() const;
 
 protected:
     void changeEvent(QEvent* event) override;
@@ -45,6 +49,7 @@ private:
     QStackedWidget* m_stack;
     QListWidget* m_list = nullptr;
     QTimer* m_dateTimer;
+    QWidget* m_newButton = nullptr;
 };
 
 }  // namespace sagely::ui::detail
