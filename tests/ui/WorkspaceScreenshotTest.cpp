@@ -103,6 +103,20 @@ TEST_F(WorkspaceScreenshotTest, MissingKeyBanner) {
     EXPECT_FALSE(saveScreenshot(view.get(), "workspace-missing-key").isEmpty());
 }
 
+TEST_F(WorkspaceScreenshotTest, NarrowWindow) {
+    world.server.enqueue(ScriptedResponse::json(
+        200, chatCompletionBody(
+                 "Here is how to share a canvas.Step 1: Open the canvas that you want to share "
+                 "with the whole team and make sure it is saved before you continue with the "
+                 "next step.Step 2: Click **Share** in the toolbar.\n- You can revoke access "
+                 "later in Settings.\n--\nStep 3: Press `Send`.")));
+    makeView(hostActions());
+    view->resize(560, 720);
+    ask("How do I share a canvas with my whole team so that everyone can edit it?\nThanks!");
+    ASSERT_TRUE(waitUntil([&] { return visibleChildren(view.get(), "stepBadge").size() == 3; }));
+    EXPECT_FALSE(saveScreenshot(view.get(), "workspace-narrow").isEmpty());
+}
+
 TEST_F(WorkspaceScreenshotTest, DarkPaletteKeepsTextReadable) {
     const QPalette previous = QApplication::palette();
     QApplication::setPalette(darkPalette());
