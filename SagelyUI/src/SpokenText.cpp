@@ -39,6 +39,12 @@ QString sentence(QString text) {
     return text;
 }
 
+QString spokenSuggestions(const std::vector<std::string>& suggestions) {
+    QStringList texts;
+    for (const std::string& suggestion : suggestions) texts << qs(suggestion);
+    return localized("Try Next: %1").arg(texts.join(QStringLiteral("; ")));
+}
+
 }  // namespace
 
 QString spokenStep(long long number, std::string_view title,
@@ -72,11 +78,7 @@ QString spokenCard(const CoachCard& card) {
         parts << sentence(qs(section.title) + QStringLiteral(": ") +
                           items.join(QStringLiteral("; ")));
     }
-    if (!card.suggestions.empty()) {
-        QStringList suggestions;
-        for (const std::string& suggestion : card.suggestions) suggestions << qs(suggestion);
-        parts << localized("Try Next: %1").arg(suggestions.join(QStringLiteral("; ")));
-    }
+    if (!card.suggestions.empty()) parts << spokenSuggestions(card.suggestions);
     return parts.join(u' ');
 }
 
@@ -98,11 +100,7 @@ QString spokenLesson(const CoachLesson& lesson) {
             parts << sentence(plainReply(*text));
         }
     }
-    if (!lesson.suggestions.empty()) {
-        QStringList suggestions;
-        for (const std::string& suggestion : lesson.suggestions) suggestions << qs(suggestion);
-        parts << localized("Try Next: %1").arg(suggestions.join(QStringLiteral("; ")));
-    }
+    if (!lesson.suggestions.empty()) parts << spokenSuggestions(lesson.suggestions);
     return parts.join(u' ');
 }
 

@@ -29,12 +29,6 @@ namespace {
 using ui::CoachBranding;
 using ui::CoachWorkspaceView;
 
-CoachBranding branding() {
-    return CoachBranding("Tessel", "Tessel Coach", "Ask anything about Tessel.",
-                         {"How do I set up speech?"}, "Ask Tessel Coach…",
-                         "Add a key in Coach Settings.");
-}
-
 QString spoken(QWidget* widget, QAccessible::Text text = QAccessible::Name) {
     QAccessibleInterface* face = QAccessible::queryAccessibleInterface(widget);
     return face ? face->text(text) : QString();
@@ -74,7 +68,7 @@ protected:
                      CoachLessonLibrary::speechSetup()});
             return std::optional<CoachLocalActionResult>({"Short answer.", {}, {}});
         }});
-        view = std::make_unique<CoachWorkspaceView>(*coach, branding(),
+        view = std::make_unique<CoachWorkspaceView>(*coach, tesselBranding(),
                                                     CoachWorkspaceView::Actions{[] {}, [] {}});
         view->resize(900, 700);
         view->show();

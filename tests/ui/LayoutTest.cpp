@@ -33,10 +33,9 @@ const char* kLongProcedure =
     "Step 3: Press Send.";
 
 CoachBranding branding() {
-    return CoachBranding("Tessel", "Tessel Coach", "Ask anything about Tessel.",
-                         {"How do I set up speech?"}, "Ask Tessel Coach…",
-                         "Add an OpenAI, Anthropic or Gemini key in Coach Settings, or switch to "
-                         "a local model, and ask again.");
+    return tesselBranding(
+        "Add an OpenAI, Anthropic or Gemini key in Coach Settings, or switch to a local model, "
+        "and ask again.");
 }
 
 CoachCard longCard() {

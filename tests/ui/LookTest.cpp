@@ -27,12 +27,6 @@ using namespace ui::detail;
 using ui::CoachBranding;
 using ui::CoachWorkspaceView;
 
-CoachBranding branding() {
-    return CoachBranding("Tessel", "Tessel Coach", "Ask anything about Tessel.",
-                         {"How do I set up speech?"}, "Ask Tessel Coach…",
-                         "Add a key in Coach Settings.");
-}
-
 // Runs the test body under the light (application default) or the dark palette.
 class LookTest : public ::testing::TestWithParam<bool> {
 protected:
@@ -49,7 +43,7 @@ protected:
     QPalette palette() const { return QApplication::palette(); }
     void makeWorkspace() {
         coach = world.makeCoach();
-        view = std::make_unique<CoachWorkspaceView>(*coach, branding(),
+        view = std::make_unique<CoachWorkspaceView>(*coach, tesselBranding(),
                                                     CoachWorkspaceView::Actions{[] {}, [] {}});
         view->resize(900, 600);
         view->show();
@@ -206,7 +200,7 @@ TEST(SymbolSizeTest, TheKeyAndTheAvatarSymbolsAreLargeEnoughToRead) {
     auto coach = world.makeCoach({.resolver = [](const std::string&) {
         return std::optional<CoachLocalActionResult>({"An answer.", {}, {}});
     }});
-    CoachWorkspaceView view(*coach, branding());
+    CoachWorkspaceView view(*coach, tesselBranding());
     view.resize(900, 600);
     view.show();
     view.setMessageInput(QStringLiteral("Hello"));

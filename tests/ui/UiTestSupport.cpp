@@ -44,6 +44,12 @@ QString saveScreenshot(QWidget* widget, const QString& name) {
     return widget->grab().save(path) ? path : QString();
 }
 
+ui::CoachBranding tesselBranding(std::string noAPIKeyMessage) {
+    return ui::CoachBranding("Tessel", "Tessel Coach", "Ask anything about Tessel.",
+                             {"How do I set up speech?"}, "Ask Tessel Coach…",
+                             std::move(noAPIKeyMessage));
+}
+
 QPalette darkPalette() {
     QPalette palette;
     palette.setColor(QPalette::Window, QColor(0x1E, 0x1E, 0x1E));
