@@ -4,6 +4,8 @@
 #include <QCoreApplication>
 #include <QFontDatabase>
 #include <QFontMetrics>
+#include <QHash>
+#include <QPair>
 
 #include <algorithm>
 #include <cmath>
@@ -155,10 +157,17 @@ QColor composite(const QColor& top, const QColor& bottom) {
 
 QColor textColor(Tint tint, const QPalette& palette) {
     if (tint == Tint::white) return QColor(Qt::white);
+    // Every label asks on every palette change; the answer depends only on the palette.
+    static QHash<QPair<qint64, int>, QColor> cache;
+    const QPair<qint64, int> key(palette.cacheKey(), int(tint));
+    if (const auto found = cache.constFind(key); found != cache.constEnd()) return *found;
     const QColor ground = controlBackground(palette);
     const QColor drawn = composite(color(tint, palette), ground);
     const QColor away = isDark(palette) ? QColor(Qt::white) : QColor(Qt::black);
-    return readableOn(drawn, textSurfaces(palette), away);
+    const QColor result = readableOn(drawn, textSurfaces(palette), away);
+    if (cache.size() > 512) cache.clear();
+    cache.insert(key, result);
+    return result;
 }
 
 QColor fillBehindWhiteText(Tint tint, const QPalette& palette) {
