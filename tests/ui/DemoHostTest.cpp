@@ -91,6 +91,7 @@ TEST(DemoHostTest, PreferencesGiveTheEmbeddedSettingsFormTheMarginsOfAPage) {
     EXPECT_GE(box.left(), margin);
     EXPECT_GE(box.top(), margin);
     EXPECT_LE(box.right(), page->width() - margin);
+    EXPECT_FALSE(saveScreenshot(&preferences, QStringLiteral("demo-preferences")).isEmpty());
 }
 
 TEST(DemoHostTest, TheDemoWindowAnswersASpeechQuestionWithTheLesson) {
