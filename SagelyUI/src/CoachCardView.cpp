@@ -1,6 +1,7 @@
 #include <sagely/ui/CoachCardView.h>
 
 #include "Primitives.h"
+#include "SpokenText.h"
 
 #include <QHBoxLayout>
 #include <QVBoxLayout>
@@ -44,6 +45,8 @@ CoachCardView::CoachCardView(CoachCard card, SuggestionHandler onSuggestionSelec
     buildHeader();
     if (!m_card.sections.empty()) buildSections();
     if (!m_card.suggestions.empty()) buildSuggestions();
+    setAccessibleName(QString::fromStdString(m_card.title));
+    setAccessibleDescription(spokenCard(m_card));
 }
 
 QString CoachCardView::symbolName(CoachCard::Style style) {

@@ -2,6 +2,7 @@
 
 #include "InlineMarkdown.h"
 #include "Primitives.h"
+#include "SpokenText.h"
 
 #include <QHBoxLayout>
 #include <QVBoxLayout>
@@ -63,6 +64,8 @@ CoachLessonView::CoachLessonView(CoachLesson lesson, SuggestionHandler onSuggest
     buildHeader(column);
     buildBlocks(column);
     if (!m_lesson.suggestions.empty()) buildSuggestions(column);
+    setAccessibleName(qs(m_lesson.title));
+    setAccessibleDescription(spokenLesson(m_lesson));
 }
 
 std::vector<CoachLessonView::NestedLine> CoachLessonView::nestedLines(

@@ -22,7 +22,8 @@ CoachUserMessageText::CoachUserMessageText(const std::string& content, QWidget* 
         textLabel(QString::fromStdString(content), Qt::PlainText, TextStyle::body, Tint::white);
     m_label->setObjectName(QStringLiteral("userMessageLabel"));
     m_label->setOpenExternalLinks(false);
-    m_label->setAlignment(Qt::AlignRight | Qt::AlignTop);
+    // The block sits at the trailing edge; its lines read from a straight left edge.
+    m_label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     layout->addWidget(m_label, 0, Qt::AlignRight);
 }
 

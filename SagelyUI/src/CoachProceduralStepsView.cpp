@@ -2,6 +2,7 @@
 
 #include "InlineMarkdown.h"
 #include "Primitives.h"
+#include "SpokenText.h"
 
 #include <QHBoxLayout>
 #include <QRegularExpression>
@@ -39,14 +40,21 @@ void CoachProceduralStepsView::build() {
     setObjectName(QStringLiteral("proceduralSteps"));
     auto* column = vstack(this, 14);
     int number = 0;
-    for (const Step& step : m_steps) column->addWidget(stepRow(++number, step));
+    QStringList spoken;
+    for (const Step& step : m_steps) {
+        column->addWidget(stepRow(++number, step));
+        std::vector<std::string> details;
+        for (const DetailLine& line : step.details) details.push_back(line.text);
+        spoken << spokenStep(number, step.title, details);
+    }
+    setAccessibleName(localized("Steps"));
+    setAccessibleDescription(spoken.join(u'\n'));
 }
 
 QWidget* CoachProceduralStepsView::stepRow(int number, const Step& step) {
     auto* row = new QWidget;
     row->setObjectName(QStringLiteral("procedureStep"));
     auto* layout = hstack(row, 10);
-    layout->setAlignment(Qt::AlignTop);
     auto* badge = new NumberBadge(number, Tint::blue);
     badge->setObjectName(QStringLiteral("stepBadge"));
     layout->addWidget(badge, 0, Qt::AlignTop);

@@ -31,6 +31,9 @@ CoachSettingsView::CoachSettingsView(CoachSettingsStore* settings, bool embedInP
                                      QWidget* parent)
     : QWidget(parent) {
     setObjectName(QStringLiteral("coachSettings"));
+    setAccessibleName(detail::localized("Coach Settings"));
+    setAccessibleDescription(detail::localized(
+        "The provider that answers, its API key and model, and the style of the answers."));
     m_form = std::make_unique<detail::SettingsForm>(
         settings ? *settings : CoachSettingsStore::shared(), !embedInPreferences, this);
 }

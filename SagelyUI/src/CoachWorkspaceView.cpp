@@ -5,13 +5,17 @@
 #include "ConversationPane.h"
 #include "MessageInputBar.h"
 #include "Primitives.h"
+#include "SpokenText.h"
 #include "WorkspaceBanners.h"
 #include "WorkspaceSidebar.h"
 
 #include <sagely/Text.h>
 
+#include <QAbstractButton>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QPainter>
+#include <QScrollArea>
 #include <QShowEvent>
 #include <QSplitter>
 #include <QStackedWidget>
@@ -22,6 +26,30 @@ namespace sagely::ui {
 
 using namespace detail;
 
+namespace {
+
+// The one-pixel line between the sidebar and the content, in the divider colour.
+class PaneDividerHandle : public QSplitterHandle {
+public:
+    using QSplitterHandle::QSplitterHandle;
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.fillRect(rect(), paneDivider(palette()));
+    }
+};
+
+class WorkspaceSplitter : public QSplitter {
+public:
+    using QSplitter::QSplitter;
+
+protected:
+    QSplitterHandle* createHandle() override { return new PaneDividerHandle(orientation(), this); }
+};
+
+}  // namespace
+
 CoachWorkspaceView::CoachWorkspaceView(AICoach& coach, CoachBranding branding, Actions actions,
                                        QWidget* parent)
     : QWidget(parent),
@@ -29,8 +57,10 @@ CoachWorkspaceView::CoachWorkspaceView(AICoach& coach, CoachBranding branding, A
       m_branding(std::move(branding)),
       m_actions(std::move(actions)) {
     setObjectName(QStringLiteral("coachWorkspace"));
+    setAccessibleName(QString::fromStdString(m_branding.title));
+    setAccessibleDescription(QString::fromStdString(m_branding.subtitle));
     auto* root = hstack(this, 0);
-    m_splitter = new QSplitter(Qt::Horizontal);
+    m_splitter = new WorkspaceSplitter(Qt::Horizontal);
     m_splitter->setObjectName(QStringLiteral("workspaceSplitter"));
     m_splitter->setChildrenCollapsible(false);
     m_splitter->setHandleWidth(1);
@@ -43,6 +73,7 @@ CoachWorkspaceView::CoachWorkspaceView(AICoach& coach, CoachBranding branding, A
     root->addWidget(m_splitter);
     m_wasLoadingManual = coach.isLoadingManual().get();
     connectCoach();
+    connect(m_pane, &ConversationPane::contentChanged, this, &CoachWorkspaceView::scheduleTabOrder);
     onCurrentConversationChanged();
     onThinkingChanged();
     refreshKnowledgeBanner();
@@ -135,6 +166,7 @@ void CoachWorkspaceView::onCurrentConversationChanged() {
     const auto& current = m_adapter->currentConversation();
     m_content->setCurrentIndex(current ? 1 : 0);
     if (current) m_pane->showConversation(*current);
+    scheduleTabOrder();
 }
 
 void CoachWorkspaceView::onThinkingChanged() {
@@ -182,13 +214,37 @@ void CoachWorkspaceView::refreshErrorBanner() {
     const QString error = m_adapter->error();
     if (!m_adapter->hasError()) return;
     const auto dismiss = [this] { m_adapter->clearError(); };
-    QWidget* banner =
-        error == QLatin1String(AICoach::kNoAPIKeyCode)
-            ? missingKeyBanner(m_branding.noAPIKeyMessage,
-                               {m_actions.onOpenSettings, m_actions.onOpenGuide, dismiss})
-            : errorBanner(error.toStdString(), dismiss);
+    QWidget* banner = nullptr;
+    if (error == QLatin1String(AICoach::kNoAPIKeyCode))
+        banner = missingKeyBanner(m_branding.noAPIKeyMessage,
+                                  {m_actions.onOpenSettings, m_actions.onOpenGuide, dismiss});
+    else if (error == QLatin1String(AICoach::kLocalOnlyCode))
+        banner = localOnlyBanner(m_actions.onOpenGuide, dismiss);
+    else
+        banner = errorBanner(error.toStdString(), dismiss);
     m_errorLayout->addWidget(banner);
     banner->show();
+    announce(banner);
+    scheduleTabOrder();
+}
+
+void CoachWorkspaceView::scheduleTabOrder() {
+    if (m_tabOrderQueued) return;
+    m_tabOrderQueued = true;
+    QTimer::singleShot(0, this, [this] {
+        m_tabOrderQueued = false;
+        applyTabOrder();
+    });
+}
+
+void CoachWorkspaceView::applyTabOrder() {
+    std::vector<QWidget*> chain = m_sidebar->focusChain();
+    chain.push_back(m_pane->scrollArea());
+    for (QWidget* widget : m_pane->focusableContent()) chain.push_back(widget);
+    for (QAbstractButton* button : m_errorArea->findChildren<QAbstractButton*>())
+        chain.push_back(button);
+    for (QWidget* widget : m_input->focusChain()) chain.push_back(widget);
+    for (std::size_t i = 1; i < chain.size(); ++i) QWidget::setTabOrder(chain[i - 1], chain[i]);
 }
 
 QString CoachWorkspaceView::messageInput() const {
@@ -221,6 +277,16 @@ void CoachWorkspaceView::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
     // Every appearance asks; the coach ignores the request while loading or once ready.
     if (!event->spontaneous()) m_adapter->preloadManual();
+}
+
+void CoachWorkspaceView::keyPressEvent(QKeyEvent* event) {
+    // Escape reaches here from any child that has no use for it: it dismisses the banner.
+    if (event->key() == Qt::Key_Escape && m_adapter->hasError()) {
+        m_adapter->clearError();
+        event->accept();
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void CoachWorkspaceView::paintEvent(QPaintEvent*) {

@@ -56,6 +56,9 @@ ConversationPane::ConversationPane(const CoachBranding& branding,
     auto* layout = vstack(this, 0);
     m_scroll = new QScrollArea;
     m_scroll->setObjectName(QStringLiteral("messageScrollArea"));
+    m_scroll->setFocusPolicy(Qt::StrongFocus);  // the arrow and page keys scroll the messages
+    m_scroll->setAccessibleName(localized("Messages"));
+    m_scroll->setAccessibleDescription(localized("The messages of the current conversation."));
     m_scroll->setFrameShape(QFrame::NoFrame);
     m_scroll->setWidgetResizable(true);
     m_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -75,17 +78,23 @@ ConversationPane::ConversationPane(const CoachBranding& branding,
     m_animation = new QPropertyAnimation(m_scroll->verticalScrollBar(), "value", this);
     m_animation->setDuration(250);
     m_animation->setEasingCurve(QEasingCurve::InOutQuad);
-    connect(m_scroll->verticalScrollBar(), &QScrollBar::rangeChanged, this,
-            &ConversationPane::applyScroll);
+    connect(m_scroll->verticalScrollBar(), &QScrollBar::rangeChanged, this, [this] {
+        applyScroll();
+        keepPinned();
+    });
     connect(m_scroll->verticalScrollBar(), &QScrollBar::valueChanged, this,
-            &ConversationPane::scheduleRealize);
-    // Once the view has arrived, later layout changes leave the scroll position alone.
-    connect(m_animation, &QAbstractAnimation::finished, this, [this] { m_scrollTarget = nullptr; });
+            &ConversationPane::onScrolled);
+    connect(m_animation, &QAbstractAnimation::finished, this, [this] {
+        m_scrollTarget = nullptr;
+        keepPinned();  // the list may have grown while the animation ran
+    });
 }
 
 QWidget* ConversationPane::suggestionPanel(const CoachBranding& branding) {
     auto* panel = new RoundedPanel(Tint::blue, 0.05, 12);
     panel->setObjectName(QStringLiteral("suggestionPanel"));
+    panel->setAccessibleName(QString::fromStdString(branding.title));
+    panel->setAccessibleDescription(QString::fromStdString(branding.subtitle));
     auto* column = vstack(panel, 12, 16);
     auto* header = nestedHStack(column, 8);
     header->addWidget(
@@ -115,6 +124,7 @@ QWidget* ConversationPane::suggestionPanel(const CoachBranding& branding) {
 QWidget* ConversationPane::thinkingRow() {
     auto* row = new QWidget;
     row->setObjectName(QStringLiteral("thinkingRow"));
+    row->setAccessibleName(localized("Thinking..."));
     auto* layout = hstack(row, 8);
     layout->setContentsMargins(12, 8, 12, 8);
     layout->addWidget(
@@ -143,6 +153,7 @@ void ConversationPane::showConversation(const CoachConversation& conversation) {
     if (m_lastCount != count && !m_slots.empty()) scrollToBottomOf(m_slots.back());
     m_lastCount = count;
     scheduleRealize();
+    Q_EMIT contentChanged();
 }
 
 void ConversationPane::rebuild(const CoachConversation& conversation) {
@@ -191,6 +202,20 @@ void ConversationPane::removeSlot(std::size_t index) {
     // A bubble may be removed from inside one of its own button handlers.
     slot->hide();
     slot->deleteLater();
+}
+
+std::vector<QWidget*> ConversationPane::focusableContent() const {
+    std::vector<QWidget*> focusable;
+    for (QWidget* child : m_content->findChildren<QWidget*>())
+        if (child->focusPolicy() & Qt::TabFocus && child->isVisibleTo(m_content))
+            focusable.push_back(child);
+    auto top = [this](QWidget* widget) { return widget->mapTo(m_content, QPoint(0, 0)); };
+    std::stable_sort(focusable.begin(), focusable.end(), [&](QWidget* a, QWidget* b) {
+        const QPoint pa = top(a);
+        const QPoint pb = top(b);
+        return pa.y() != pb.y() ? pa.y() < pb.y() : pa.x() < pb.x();
+    });
+    return focusable;
 }
 
 std::vector<MessageBubble*> ConversationPane::bubbles() const {
@@ -249,9 +274,14 @@ void ConversationPane::realizeVisible() {
         built = true;
     }
     if (!built) return;
+    Q_EMIT contentChanged();
     fitContent();
-    // Keep the first visible message where it was while slots above it took their real size.
-    if (anchor && !m_scrollTarget) bar->setValue(anchor->geometry().top() - anchorOffset);
+    // Keep the first visible message where it was while slots above it took their real size;
+    // a view pinned to the bottom stays there instead.
+    if (m_pinned)
+        keepPinned();
+    else if (anchor && !m_scrollTarget)
+        setScrollValue(anchor->geometry().top() - anchorOffset);
     scheduleRealize();  // heights changed: the visible band may now hold other slots
 }
 
@@ -263,7 +293,27 @@ void ConversationPane::setThinking(bool thinking) {
 
 void ConversationPane::scrollToBottomOf(QWidget* target) {
     m_scrollTarget = target;
+    m_pinned = true;
     QTimer::singleShot(0, this, &ConversationPane::applyScroll);
+}
+
+void ConversationPane::onScrolled(int value) {
+    scheduleRealize();
+    // Only the user's own scrolling unpins the view (or pins it again, at the bottom).
+    if (m_movingScroll || m_scrollTarget || m_animation->state() == QAbstractAnimation::Running)
+        return;
+    m_pinned = value >= m_scroll->verticalScrollBar()->maximum();
+}
+
+void ConversationPane::setScrollValue(int value) {
+    m_movingScroll = true;
+    m_scroll->verticalScrollBar()->setValue(value);
+    m_movingScroll = false;
+}
+
+void ConversationPane::keepPinned() {
+    if (!m_pinned || m_scrollTarget || m_animation->state() == QAbstractAnimation::Running) return;
+    setScrollValue(m_scroll->verticalScrollBar()->maximum());
 }
 
 void ConversationPane::applyScroll() {
@@ -280,7 +330,7 @@ void ConversationPane::applyScroll() {
     }
     if (m_jumpToTarget) {
         m_animation->stop();
-        bar->setValue(value);
+        setScrollValue(value);
         QTimer::singleShot(0, this, &ConversationPane::applyScroll);  // done once it holds
         return;
     }

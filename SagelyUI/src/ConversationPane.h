@@ -7,7 +7,9 @@
 // or shrink to their real height, the scroll position is corrected so that what the user looks
 // at stays put. Slots are kept by message id and updated incrementally: appended messages get
 // new slots, dropped ones lose theirs. Whenever the number of messages changes the view scrolls
-// to the last message; when thinking starts it scrolls to the thinking row.
+// to the last message; when thinking starts it scrolls to the thinking row. Once there, the view
+// stays pinned to the bottom while bubbles grow to their real size or the viewport shrinks,
+// until the user scrolls up.
 #pragma once
 
 #include <sagely/CoachConversation.h>
@@ -59,6 +61,12 @@ public:
     std::vector<MessageBubble*> bubbles() const;
     /// How many messages the list holds (built or not).
     std::size_t messageCount() const { return m_slots.size(); }
+    /// The buttons in the list (suggestion chips, "Try Next", canvas), top to bottom.
+    std::vector<QWidget*> focusableContent() const;
+
+Q_SIGNALS:
+    /// Bubbles were built or removed, or the suggestion panel came or went.
+    void contentChanged();
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
@@ -75,6 +83,10 @@ private:
     void realizeVisible();
     void scrollToBottomOf(QWidget* target);
     void applyScroll();
+    void onScrolled(int value);
+    /// Moves the scroll bar (marking the move as the view's own, not the user's).
+    void setScrollValue(int value);
+    void keepPinned();
 
     MessageBubble::SuggestionHandler m_onSuggestionSelected;
     MessageBubble::CanvasHandler m_onOpenInCanvas;
@@ -90,6 +102,8 @@ private:
     QWidget* m_scrollTarget = nullptr;
     bool m_realizeQueued = false;
     bool m_jumpToTarget = false;
+    bool m_pinned = false;
+    bool m_movingScroll = false;
 };
 
 }  // namespace sagely::ui::detail

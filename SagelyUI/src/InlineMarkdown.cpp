@@ -17,10 +17,11 @@ namespace {
 constexpr char16_t kNoBreakSpace = u'\u00A0';
 
 // Block syntax at the start of a line that must stay literal text: headings, quotes, list
-// markers, thematic breaks, setext underlines, code fences, link definitions.
+// markers, thematic breaks, setext underlines ("=" or "-" runs of any length, which would turn
+// the line above into a heading), code fences, link definitions.
 bool startsBlockSyntax(const QString& line) {
     static const QRegularExpression pattern(QStringLiteral(
-        R"(^(#{1,6}(\s|$)|>|[-+*](\s|$)|\d{1,9}[.)](\s|$)|(\*\s*){3,}$|(-\s*){3,}$|(_\s*){3,}$|=+\s*$|```|~~~|\[[^\]]*\]:))"));
+        R"(^(#{1,6}(\s|$)|>|[-+*](\s|$)|\d{1,9}[.)](\s|$)|(\*\s*){3,}$|(-\s*){3,}$|(_\s*){3,}$|-+\s*$|=+\s*$|```|~~~|\[[^\]]*\]:))"));
     return pattern.match(line).hasMatch();
 }
 

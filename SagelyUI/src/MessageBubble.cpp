@@ -6,6 +6,7 @@
 #include <sagely/ui/CoachUserMessageText.h>
 
 #include "Primitives.h"
+#include "SpokenText.h"
 
 #include <QDateTime>
 #include <QHBoxLayout>
@@ -39,6 +40,13 @@ MessageBubble::MessageBubble(CoachMessage message, SuggestionHandler onSuggestio
     column->addWidget(time, 0, edge);
     if (isUser) row->addWidget(avatar(), 0, Qt::AlignTop);
     if (!isUser) row->addStretch(1);
+    // Read out as one piece: who said what, then what the message carries and when.
+    setAccessibleName(spokenMessage(m_message));
+    QStringList carried;
+    if (const auto& card = m_message.card()) carried << spokenCard(*card);
+    if (const auto& lesson = m_message.lesson()) carried << spokenLesson(*lesson);
+    carried << localized("Sent at %1").arg(time->text());
+    setAccessibleDescription(carried.join(u'\n'));
 }
 
 QString MessageBubble::timeText(Timestamp timestamp) {
@@ -51,7 +59,8 @@ QString MessageBubble::timeText(Timestamp timestamp) {
 }
 
 QWidget* MessageBubble::avatar() const {
-    const int size = symbolSize(TextStyle::caption);
+    // The symbol takes well over half of its 24-point circle, as the platform's avatars do.
+    constexpr int size = 16;
     SymbolView* view = nullptr;
     if (m_message.role() == CoachMessage::Role::user) {
         view = new SymbolView(QStringLiteral("person.fill"), Tint::white, size);
@@ -68,6 +77,7 @@ QWidget* MessageBubble::textBubble() const {
     const bool isUser = m_message.role() == CoachMessage::Role::user;
     auto* bubble =
         isUser ? new RoundedPanel(Tint::blue, 1.0, 12) : new RoundedPanel(Tint::secondary, 0.1, 12);
+    bubble->setCarriesWhiteText(isUser);
     bubble->setObjectName(QStringLiteral("textBubble"));
     auto* layout = vstack(bubble, 0, 10);
     if (isUser)

@@ -92,10 +92,14 @@ MessageInputBar::MessageInputBar(const QString& placeholder, Footer footer, QWid
     column->addLayout(row);
     m_field = new MessageInputField;
     m_field->setPlaceholderText(placeholder);
+    m_field->setAccessibleName(localized("Message"));
+    m_field->setAccessibleDescription(
+        localized("Return sends the message; Shift-Return starts a new line."));
     row->addWidget(m_field, 1, Qt::AlignVCenter);
     m_send = new SymbolButton(QStringLiteral("arrow.up.circle.fill"), Tint::secondary,
                               symbolSize(TextStyle::title2));
     m_send->setObjectName(QStringLiteral("sendButton"));
+    m_send->setAccessibleName(localized("Send"));
     m_send->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return));
     row->addWidget(m_send, 0, Qt::AlignVCenter);
     if (footer.onOpenGuide || footer.onOpenSettings) column->addWidget(footerRow(footer));
@@ -117,6 +121,8 @@ QWidget* MessageInputBar::footerRow(const Footer& footer) {
                    const std::function<void()>& action) {
         auto* button = new SymbolButton(QString::fromLatin1(symbol), Tint::secondary, 13);
         button->setToolTip(localized(tip));
+        button->setAccessibleName(localized(tip));
+        m_footerButtons.push_back(button);
         button->setObjectName(QString::fromLatin1(name));
         connect(button, &QPushButton::clicked, this, [action] { action(); });
         layout->addWidget(button);
@@ -126,6 +132,12 @@ QWidget* MessageInputBar::footerRow(const Footer& footer) {
         add("gearshape", "Coach Settings", "openSettingsButton", footer.onOpenSettings);
     layout->addStretch(1);
     return row;
+}
+
+std::vector<QWidget*> MessageInputBar::focusChain() const {
+    std::vector<QWidget*> chain{m_field, m_send};
+    chain.insert(chain.end(), m_footerButtons.begin(), m_footerButtons.end());
+    return chain;
 }
 
 QPushButton* MessageInputBar::sendButton() const {

@@ -51,6 +51,8 @@ public:
 
     MessageInputField* field() const { return m_field; }
     QPushButton* sendButton() const;
+    /// The bar's stops for Tab: the field, the send button, the footer buttons.
+    std::vector<QWidget*> focusChain() const;
     QString draft() const;
     void setDraft(const QString& draft);
     void setThinking(bool thinking);
@@ -65,6 +67,7 @@ private:
 
     MessageInputField* m_field;
     SymbolButton* m_send;
+    std::vector<QWidget*> m_footerButtons;
     bool m_thinking = false;
 };
 

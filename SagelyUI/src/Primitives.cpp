@@ -59,8 +59,9 @@ void StyledLabel::applyTint() {
     if (m_applying) return;
     m_applying = true;
     QPalette palette = this->palette();
-    palette.setColor(QPalette::WindowText, color(m_tint, inheritedPalette(this)));
-    palette.setColor(QPalette::Text, color(m_tint, inheritedPalette(this)));
+    const QColor text = textColor(m_tint, inheritedPalette(this));
+    palette.setColor(QPalette::WindowText, text);
+    palette.setColor(QPalette::Text, text);
     setPalette(palette);
     m_applying = false;
 }
@@ -114,7 +115,7 @@ void NumberBadge::paintEvent(QPaintEvent*) {
     painter.setPen(Qt::NoPen);
     painter.setBrush(withOpacity(tint, 0.12));
     painter.drawEllipse(rect());
-    painter.setPen(tint);
+    painter.setPen(textColor(m_tint, palette()));
     painter.setFont(font());
     painter.drawText(rect(), Qt::AlignCenter, m_text);
 }
@@ -144,6 +145,11 @@ void RoundedPanel::setStroke(Tint stroke, double opacity) {
     update();
 }
 
+void RoundedPanel::setCarriesWhiteText(bool carries) {
+    m_carriesWhiteText = carries;
+    update();
+}
+
 void RoundedPanel::setFill(Tint fill, double opacity) {
     m_fill = fill;
     m_fillOpacity = opacity;
@@ -156,7 +162,9 @@ void RoundedPanel::paintEvent(QPaintEvent*) {
     const QRectF bounds = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
     QPainterPath shape;
     shape.addRoundedRect(bounds, m_radius, m_radius);
-    painter.fillPath(shape, withOpacity(color(m_fill, palette()), m_fillOpacity));
+    painter.fillPath(shape, m_carriesWhiteText
+                                ? fillBehindWhiteText(m_fill, palette())
+                                : withOpacity(color(m_fill, palette()), m_fillOpacity));
     if (m_stroke) {
         painter.setPen(QPen(withOpacity(color(m_stroke->first, palette()), m_stroke->second), 1));
         painter.drawPath(shape);
@@ -208,15 +216,15 @@ void TintedButton::applyStyle() {
     m_applying = true;
     const QPalette base = inheritedPalette(this);
     const QColor tint = color(m_tint, base);
-    QColor foreground = tint;
+    QColor foreground = textColor(m_tint, base);
     QString background = QStringLiteral("transparent");
     QString border = QStringLiteral("none");
     if (m_style == ButtonStyle::bordered) {
         background = rgba(withOpacity(tint, 0.12));
         border = QStringLiteral("1px solid ") + rgba(withOpacity(tint, 0.35));
     } else if (m_style == ButtonStyle::borderedProminent) {
-        background = rgba(tint);
-        border = QStringLiteral("1px solid ") + rgba(tint);
+        background = rgba(fillBehindWhiteText(m_tint, base));
+        border = QStringLiteral("1px solid ") + rgba(fillBehindWhiteText(m_tint, base));
         foreground = Qt::white;
     }
     const QString padding =
@@ -294,6 +302,33 @@ QSize TextBlockLabel::minimumSizeHint() const {
     const QMargins margins = contentsMargins();
     const int lineHeight = fontMetrics().height() + margins.top() + margins.bottom();
     return {std::min(sizeHint().width(), 80), lineHeight};
+}
+
+ElidedLabel::ElidedLabel(const QString& text, TextStyle style, Tint tint, QWidget* parent)
+    : StyledLabel(QString(), style, tint, {}, parent) {
+    setFullText(text);
+    setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+}
+
+void ElidedLabel::setFullText(const QString& text) {
+    setText(text);
+    setToolTip(text);
+}
+
+QString ElidedLabel::shownText() const {
+    return fontMetrics().elidedText(text(), Qt::ElideRight, contentsRect().width());
+}
+
+QSize ElidedLabel::minimumSizeHint() const {
+    // Any width will do: the text gives way with "…".
+    return {0, StyledLabel::minimumSizeHint().height()};
+}
+
+void ElidedLabel::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setPen(palette().color(QPalette::WindowText));
+    painter.setFont(font());
+    painter.drawText(contentsRect(), int(alignment()) | Qt::TextSingleLine, shownText());
 }
 
 StyledLabel* textLabel(const QString& text, Qt::TextFormat format, TextStyle style, Tint tint,

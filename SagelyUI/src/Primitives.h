@@ -53,6 +53,7 @@ public:
     void setTint(Tint tint);
     const QString& symbol() const { return m_symbol; }
     Tint tint() const { return m_tint; }
+    int symbolSize() const { return m_symbolSize; }
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -99,6 +100,8 @@ public:
     RoundedPanel(Tint fill, double fillOpacity, int radius, QWidget* parent = nullptr);
     void setStroke(Tint stroke, double opacity);
     void setFill(Tint fill, double opacity);
+    /// Fills solidly, dark enough for white text on it.
+    void setCarriesWhiteText(bool carries);
     Tint fillTint() const { return m_fill; }
 
 protected:
@@ -108,6 +111,7 @@ private:
     Tint m_fill;
     double m_fillOpacity;
     int m_radius;
+    bool m_carriesWhiteText = false;
     std::optional<std::pair<Tint, double>> m_stroke;
 };
 
@@ -179,6 +183,21 @@ private:
     mutable QString m_measuredText;
     mutable QFont m_measuredFont;
     mutable int m_idealWidth = 0;
+};
+
+/// A one-line label that ends its text in "…" when it does not fit, and shows the whole text as
+/// its tooltip; text() (and what a screen reader speaks) stays the whole text.
+class ElidedLabel : public StyledLabel {
+public:
+    ElidedLabel(const QString& text, TextStyle style, Tint tint = Tint::primary,
+                QWidget* parent = nullptr);
+    void setFullText(const QString& text);
+    /// The text as drawn at the current width.
+    QString shownText() const;
+    QSize minimumSizeHint() const override;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
 };
 
 /// A wrapping, selectable label for message text (rich or plain).

@@ -59,6 +59,7 @@ SettingsForm::SettingsForm(CoachSettingsStore& store, bool usesContentPadding, Q
     auto* root = vstack(view, 0);
     auto* scroll = new QScrollArea;
     scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setAccessibleName(localized("Coach Settings"));
     scroll->setWidgetResizable(true);
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroll->setWidget(buildForm());
@@ -97,6 +98,7 @@ QWidget* SettingsForm::providerSection() {
     row->addWidget(new StyledLabel(localized("AI Provider"), TextStyle::body));
     m_providerPicker = new QComboBox;
     m_providerPicker->setObjectName(QStringLiteral("providerPicker"));
+    m_providerPicker->setAccessibleName(localized("AI Provider"));
     for (Provider provider : CoachConfig::selectableProviders())
         m_providerPicker->addItem(providerEntryText(provider, false), int(provider));
     row->addWidget(m_providerPicker, 1);
@@ -133,6 +135,7 @@ QWidget* SettingsForm::responseStyleSection() {
     temperature->addWidget(new StyledLabel(localized("Temperature"), TextStyle::body));
     m_temperature = new QSlider(Qt::Horizontal);
     m_temperature->setObjectName(QStringLiteral("temperatureSlider"));
+    m_temperature->setAccessibleName(localized("Temperature"));
     m_temperature->setRange(0, kTemperatureTenthsMaximum);
     m_temperature->setSingleStep(1);
     m_temperature->setPageStep(1);
@@ -150,9 +153,11 @@ QWidget* SettingsForm::responseStyleSection() {
     m_maxTokensDown = new TintedButton(QStringLiteral("\u2212"), ButtonStyle::bordered,
                                        Tint::primary, TextStyle::body);
     m_maxTokensDown->setObjectName(QStringLiteral("maxTokensDecrement"));
+    m_maxTokensDown->setAccessibleName(localized("Fewer Max Tokens"));
     m_maxTokensUp = new TintedButton(QStringLiteral("+"), ButtonStyle::bordered, Tint::primary,
                                      TextStyle::body);
     m_maxTokensUp->setObjectName(QStringLiteral("maxTokensIncrement"));
+    m_maxTokensUp->setAccessibleName(localized("More Max Tokens"));
     tokens->addWidget(m_maxTokensDown);
     tokens->addWidget(m_maxTokensUp);
     connect(m_maxTokensDown, &QPushButton::clicked, this, [this] {

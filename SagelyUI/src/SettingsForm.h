@@ -79,7 +79,7 @@ private:
     void addModelBlock(QVBoxLayout* section);
     void addEndpointBlock(QVBoxLayout* section);
     void addAdvancedEndpoint(QVBoxLayout* section);
-    QLineEdit* endpointEditor(const QString& placeholder);
+    QLineEdit* endpointEditor(const QString& placeholder, const QString& name);
     void refreshProviderFields();
     void setShowKey(bool show);
     void saveKey();

@@ -28,8 +28,10 @@ StyledLabel* caption(const QString& text, Tint tint = Tint::secondary) {
     return textLabel(text, Qt::PlainText, TextStyle::caption, tint);
 }
 
-QLineEdit* monospacedField(const QString& placeholder, const char* name) {
+QLineEdit* monospacedField(const QString& placeholder, const char* name,
+                           const QString& accessibleName) {
     auto* field = new QLineEdit;
+    field->setAccessibleName(accessibleName);
     field->setPlaceholderText(placeholder);
     field->setFont(styleFont(TextStyle::body, {.monospaced = true}));
     field->setObjectName(QString::fromLatin1(name));
@@ -166,7 +168,9 @@ void SettingsForm::addKeyBlock(QVBoxLayout* section) {
         return;
     }
     auto* fieldRow = nestedHStack(section, 6);
-    m_keyField = monospacedField(localized("Paste your API key here"), "apiKeyField");
+    m_keyField =
+        monospacedField(localized("Paste your API key here"), "apiKeyField", localized("API Key"));
+    m_keyField->setAccessibleDescription(keyHelpText(provider));
     m_keyField->setText(draftAPIKey);
     connect(m_keyField, &QLineEdit::textEdited, this,
             [this](const QString& text) { draftAPIKey = text; });
@@ -203,6 +207,7 @@ void SettingsForm::setShowKey(bool show) {
     m_keyField->setEchoMode(show ? QLineEdit::Normal : QLineEdit::Password);
     m_showKeyButton->setSymbol(show ? QStringLiteral("eye.slash") : QStringLiteral("eye"));
     m_showKeyButton->setToolTip(show ? localized("Hide Key") : localized("Show Key"));
+    m_showKeyButton->setAccessibleName(m_showKeyButton->toolTip());
 }
 
 void SettingsForm::saveKey() {
@@ -222,6 +227,7 @@ void SettingsForm::addModelBlock(QVBoxLayout* section) {
         row->addWidget(new StyledLabel(localized("Model"), TextStyle::body));
         m_modelPicker = new QComboBox;
         m_modelPicker->setObjectName(QStringLiteral("modelPicker"));
+        m_modelPicker->setAccessibleName(localized("Model"));
         const auto& known = CoachConfig::knownModels();
         if (const auto found = known.find(provider); found != known.end())
             for (const auto& model : found->second)
@@ -245,7 +251,7 @@ void SettingsForm::addModelBlock(QVBoxLayout* section) {
     section->addWidget(label);
     auto* row = nestedHStack(section, 8);
     m_customModelField =
-        monospacedField(qs(CoachConfig::modelExample(provider)), "customModelField");
+        monospacedField(qs(CoachConfig::modelExample(provider)), "customModelField", label->text());
     m_customModelField->setText(qs(store.model.get()));
     connect(m_customModelField, &QLineEdit::textEdited, this,
             [this](const QString& text) { store.model.set(text.toStdString()); });
@@ -266,8 +272,9 @@ void SettingsForm::addModelBlock(QVBoxLayout* section) {
             "hosted fine-tune).")));
 }
 
-QLineEdit* SettingsForm::endpointEditor(const QString& placeholder) {
-    m_endpointField = monospacedField(placeholder, "endpointField");
+QLineEdit* SettingsForm::endpointEditor(const QString& placeholder, const QString& name) {
+    m_endpointField = monospacedField(placeholder, "endpointField", name);
+    m_endpointField->setAccessibleDescription(endpointHelpText(store.provider.get()));
     m_endpointField->setText(qs(store.customEndpoint.get()));
     connect(m_endpointField, &QLineEdit::textEdited, this,
             [this](const QString& text) { store.customEndpoint.set(text.toStdString()); });
@@ -281,11 +288,11 @@ void SettingsForm::addEndpointBlock(QVBoxLayout* section) {
         return;
     }
     const bool custom = provider == Provider::custom;
-    section->addWidget(new StyledLabel(
-        custom ? localized("API Endpoint (required)") : localized("Ollama Endpoint"),
-        TextStyle::body));
+    const QString label =
+        custom ? localized("API Endpoint (required)") : localized("Ollama Endpoint");
+    section->addWidget(new StyledLabel(label, TextStyle::body));
     section->addWidget(
-        endpointEditor(custom ? customEndpointPlaceholder() : ollamaEndpointPlaceholder()));
+        endpointEditor(custom ? customEndpointPlaceholder() : ollamaEndpointPlaceholder(), label));
     auto* help = caption(endpointHelpText(provider));
     help->setObjectName(QStringLiteral("endpointHelp"));
     section->addWidget(help);
@@ -303,8 +310,9 @@ void SettingsForm::addAdvancedEndpoint(QVBoxLayout* section) {
     body->setObjectName(QStringLiteral("advancedEndpoint"));
     auto* column = vstack(body, 6);
     column->setContentsMargins(18, 0, 0, 0);
-    column->addWidget(new StyledLabel(localized("Custom Endpoint (optional)"), TextStyle::body));
-    column->addWidget(endpointEditor(localized("Leave blank for provider default")));
+    const QString label = localized("Custom Endpoint (optional)");
+    column->addWidget(new StyledLabel(label, TextStyle::body));
+    column->addWidget(endpointEditor(localized("Leave blank for provider default"), label));
     auto* help = caption(endpointHelpText(store.provider.get()));
     help->setObjectName(QStringLiteral("endpointHelp"));
     column->addWidget(help);

@@ -23,6 +23,21 @@ QColor withOpacity(QColor color, double opacity);
 bool isDark(const QPalette& palette);
 /// The pane background under the whole workspace.
 QColor controlBackground(const QPalette& palette);
+/// The sidebar's background: the window colour, set apart from the content's.
+QColor sidebarBackground(const QPalette& palette);
+/// The divider between the sidebar and the content.
+QColor paneDivider(const QPalette& palette);
+
+/// The WCAG contrast ratio of two colours (alpha ignored), from 1 to 21.
+double contrastRatio(const QColor& first, const QColor& second);
+/// `top`, with its alpha, laid over the opaque `bottom`.
+QColor composite(const QColor& top, const QColor& bottom);
+/// The opaque colour text of a tint is drawn in: the tint itself, moved away from the
+/// backgrounds until it reads at 4.5:1 on every surface the views put text on.
+QColor textColor(Tint tint, const QPalette& palette);
+/// A fill behind white text (the user's bubble, prominent buttons): the tint, darkened until
+/// white reads on it at 4.5:1.
+QColor fillBehindWhiteText(Tint tint, const QPalette& palette);
 
 enum class TextStyle { body, headline, callout, subheadline, caption, caption2, title2 };
 

@@ -1,5 +1,8 @@
 #include "WorkspaceBanners.h"
 
+#include "SpokenText.h"
+
+#include <QFontMetrics>
 #include <QHBoxLayout>
 #include <QVBoxLayout>
 
@@ -18,12 +21,23 @@ KnowledgeBanner::KnowledgeBanner(QWidget* parent) : RoundedPanel(Tint::blue, 0.0
     hide();
 }
 
+namespace {
+
+void describe(QWidget* banner, const QString& name, const QString& description) {
+    banner->setAccessibleName(name);
+    banner->setAccessibleDescription(description);
+}
+
+}  // namespace
+
 void KnowledgeBanner::showLoading() {
     m_symbol->setSymbol(QStringLiteral("book.pages"));
     m_symbol->setTint(Tint::blue);
     setFill(Tint::blue, 0.08);
     m_text->setText(localized("Loading product knowledge..."));
+    describe(this, m_text->text(), QString());
     show();
+    announce(this);
 }
 
 void KnowledgeBanner::showReady() {
@@ -31,7 +45,9 @@ void KnowledgeBanner::showReady() {
     m_symbol->setTint(Tint::green);
     setFill(Tint::green, 0.08);
     m_text->setText(localized("Knowledge is ready."));
+    describe(this, m_text->text(), QString());
     show();
+    announce(this);
 }
 
 QString KnowledgeBanner::text() const {
@@ -72,29 +88,48 @@ QHBoxLayout* missingKeyButtons(const BannerActions& actions) {
     return row;
 }
 
-}  // namespace
-
-QWidget* missingKeyBanner(const std::string& message, const BannerActions& actions) {
+// A heading with its symbol, an explanation and the buttons, on a softly orange panel.
+QWidget* noticeBanner(const QString& name, const QString& symbol, const QString& heading,
+                      const QString& message, const BannerActions& actions) {
     auto* outer = new QWidget;
-    outer->setObjectName(QStringLiteral("missingKeyBanner"));
+    outer->setObjectName(name + QStringLiteral("Banner"));
     auto* outerLayout = vstack(outer, 0);
     outerLayout->setContentsMargins(12, 0, 12, 8);
     auto* panel = new RoundedPanel(Tint::orange, 0.08, 8);
     outerLayout->addWidget(panel);
     auto* column = vstack(panel, 8, 12);
-    auto* heading = nestedHStack(column, 6);
-    heading->addWidget(
-        new SymbolView(QStringLiteral("key.fill"), Tint::orange, symbolSize(TextStyle::callout)));
-    auto* title = new StyledLabel(localized("Sagely needs an API key"), TextStyle::callout,
-                                  Tint::primary, {.bold = true});
-    title->setObjectName(QStringLiteral("missingKeyTitle"));
-    heading->addWidget(title, 1);
-    auto* explanation = textLabel(QString::fromStdString(message), Qt::PlainText,
-                                  TextStyle::caption, Tint::secondary);
-    explanation->setObjectName(QStringLiteral("missingKeyMessage"));
+    auto* headingRow = nestedHStack(column, 6);
+    // As tall as a line of the heading, as a symbol set in that text would be.
+    auto* mark =
+        new SymbolView(symbol, Tint::orange, QFontMetrics(styleFont(TextStyle::callout)).height());
+    mark->setObjectName(name + QStringLiteral("Symbol"));
+    headingRow->addWidget(mark, 0, Qt::AlignVCenter);
+    auto* title = new StyledLabel(heading, TextStyle::callout, Tint::primary, {.bold = true});
+    title->setObjectName(name + QStringLiteral("Title"));
+    headingRow->addWidget(title, 1);
+    auto* explanation = textLabel(message, Qt::PlainText, TextStyle::caption, Tint::secondary);
+    explanation->setObjectName(name + QStringLiteral("Message"));
     column->addWidget(explanation);
     column->addLayout(missingKeyButtons(actions));
+    describe(outer, heading, message);
     return outer;
+}
+
+}  // namespace
+
+QWidget* missingKeyBanner(const std::string& message, const BannerActions& actions) {
+    return noticeBanner(QStringLiteral("missingKey"), QStringLiteral("key.fill"),
+                        localized("Sagely needs an API key"), QString::fromStdString(message),
+                        actions);
+}
+
+QWidget* localOnlyBanner(const std::function<void()>& onOpenGuide,
+                         const std::function<void()>& onDismiss) {
+    return noticeBanner(QStringLiteral("localOnly"), QStringLiteral("book"),
+                        localized("Sagely answers only from this app\u2019s help"),
+                        localized("No model is asked in this mode, and the help has no answer to "
+                                  "this question. Try other words."),
+                        {{}, onOpenGuide, onDismiss});
 }
 
 QWidget* errorBanner(const std::string& error, const std::function<void()>& onDismiss) {
@@ -110,6 +145,7 @@ QWidget* errorBanner(const std::string& error, const std::function<void()>& onDi
     row->addWidget(button("Dismiss", ButtonStyle::plain, Tint::blue, TextStyle::callout,
                           "dismissErrorButton", onDismiss),
                    0, Qt::AlignTop);
+    describe(panel, localized("Error"), QString::fromStdString(error));
     return panel;
 }
 

@@ -36,6 +36,11 @@ struct BannerActions {
 /// the actions the host supplied (Dismiss always).
 QWidget* missingKeyBanner(const std::string& message, const BannerActions& actions);
 
+/// The banner of a local-only coach whose host had no answer: no model was asked. Offers the
+/// guide (when the host has one) and Dismiss; settings would not help here.
+QWidget* localOnlyBanner(const std::function<void()>& onOpenGuide,
+                         const std::function<void()>& onDismiss);
+
 /// A row with a warning symbol, the error text and Dismiss.
 QWidget* errorBanner(const std::string& error, const std::function<void()>& onDismiss);
 

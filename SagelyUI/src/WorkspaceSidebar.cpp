@@ -7,16 +7,53 @@
 
 #include <QAction>
 #include <QEvent>
+#include <QKeyEvent>
 #include <QListWidget>
+#include <QMessageBox>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPushButton>
 #include <QStackedWidget>
 #include <QTimer>
 #include <QVBoxLayout>
+
+#include <functional>
 
 namespace sagely::ui::detail {
 namespace {
 
 constexpr int kIdRole = Qt::UserRole;
 constexpr int kUpdatedAtRole = Qt::UserRole + 1;
+
+// The list of conversations. A right click opens the row's menu without selecting the row, so
+// the conversation being read stays on screen; Delete asks to remove the selected one.
+class ConversationList : public QListWidget {
+public:
+    std::function<void()> onDeleteKey;
+
+protected:
+    void mousePressEvent(QMouseEvent* event) override {
+        if (event->button() == Qt::RightButton) return event->accept();
+        QListWidget::mousePressEvent(event);
+    }
+    void mouseReleaseEvent(QMouseEvent* event) override {
+        if (event->button() == Qt::RightButton) return event->accept();
+        QListWidget::mouseReleaseEvent(event);
+    }
+    void mouseDoubleClickEvent(QMouseEvent* event) override {
+        if (event->button() == Qt::RightButton) return event->accept();
+        QListWidget::mouseDoubleClickEvent(event);
+    }
+    void keyPressEvent(QKeyEvent* event) override {
+        if ((event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace) &&
+            event->modifiers() == Qt::NoModifier && currentRow() >= 0 && onDeleteKey) {
+            event->accept();
+            onDeleteKey();
+            return;
+        }
+        QListWidget::keyPressEvent(event);
+    }
+};
 
 }  // namespace
 
@@ -30,11 +67,16 @@ WorkspaceSidebar::WorkspaceSidebar(AICoachAdapter& coach, QWidget* parent)
     column->addWidget(new Divider);
     m_stack = new QStackedWidget;
     m_stack->addWidget(emptyState());
-    m_list = new QListWidget;
+    auto* list = new ConversationList;
+    list->onDeleteKey = [this] { confirmDelete(); };
+    m_list = list;
     m_list->setObjectName(QStringLiteral("conversationList"));
     m_list->setFrameShape(QFrame::NoFrame);
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
     m_list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_list->setAccessibleName(localized("Conversations"));
+    m_list->setAccessibleDescription(
+        localized("The arrow keys open a conversation; Delete removes the selected one."));
     applyListStyle();
     m_stack->addWidget(m_list);
     column->addWidget(m_stack, 1);
@@ -64,6 +106,11 @@ void WorkspaceSidebar::changeEvent(QEvent* event) {
     if (event->type() == QEvent::PaletteChange && m_list) applyListStyle();
 }
 
+void WorkspaceSidebar::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.fillRect(rect(), sidebarBackground(palette()));
+}
+
 QWidget* WorkspaceSidebar::header() {
     auto* header = new QWidget;
     auto* row = hstack(header, 8, 12);
@@ -73,6 +120,8 @@ QWidget* WorkspaceSidebar::header() {
                                  symbolSize(TextStyle::headline));
     add->setObjectName(QStringLiteral("newConversationButton"));
     add->setToolTip(localized("New Conversation"));
+    add->setAccessibleName(localized("New Conversation"));
+    m_newButton = add;
     connect(add, &QPushButton::clicked, &m_coach, &AICoachAdapter::newConversation);
     row->addWidget(add);
     return header;
@@ -105,8 +154,10 @@ void WorkspaceSidebar::refresh() {
         auto* item = new QListWidgetItem(m_list);
         item->setData(kIdRole, QString::fromStdString(conversations[i].id().toString()));
         item->setData(kUpdatedAtRole, conversations[i].updatedAt().secondsSinceReferenceDate());
+        item->setData(Qt::AccessibleTextRole, QString::fromStdString(conversations[i].title()));
         QWidget* widget = row(int(i));
-        item->setSizeHint(widget->sizeHint());
+        // As wide as the list, never as wide as a long title: the title gives way instead.
+        item->setSizeHint(QSize(1, widget->sizeHint().height()));
         m_list->setItemWidget(item, widget);
     }
     syncSelection();
@@ -118,7 +169,7 @@ QWidget* WorkspaceSidebar::row(int index) {
     row->setObjectName(QStringLiteral("conversationRow"));
     auto* column = vstack(row, 2);
     column->setContentsMargins(8, 5, 8, 5);
-    auto* title = new StyledLabel(QString::fromStdString(conversation.title()), TextStyle::callout);
+    auto* title = new ElidedLabel(QString::fromStdString(conversation.title()), TextStyle::callout);
     title->setObjectName(QStringLiteral("conversationTitle"));
     column->addWidget(title);
     auto* date = new StyledLabel(relativeDateText(conversation.updatedAt(), Timestamp::now()),
@@ -146,6 +197,39 @@ void WorkspaceSidebar::refreshDates() {
         const Timestamp updatedAt(item->data(kUpdatedAtRole).toDouble());
         if (date) date->setText(relativeDateText(updatedAt, Timestamp::now()));
     }
+}
+
+std::vector<QWidget*> WorkspaceSidebar::focusChain() const {
+    return {m_newButton, m_list};
+}
+
+void WorkspaceSidebar::confirmDelete() {
+    QListWidgetItem* item = m_list->currentItem();
+    if (!item) return;
+    const QString id = item->data(kIdRole).toString();
+    const CoachConversation* conversation = m_coach.conversation(id);
+    if (!conversation) return;
+    // Window-modal and not waited for, so the event loop (and the coach) goes on meanwhile.
+    auto* box = new QMessageBox(this);
+    box->setIcon(QMessageBox::Warning);
+    box->setWindowTitle(localized("Delete Conversation"));
+    box->setText(
+        localized("Delete \u201C%1\u201D?").arg(QString::fromStdString(conversation->title())));
+    box->setInformativeText(localized("The conversation and its messages are removed."));
+    box->setStandardButtons(QMessageBox::Cancel);
+    box->setObjectName(QStringLiteral("deleteConversationConfirmation"));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    QPushButton* remove = box->addButton(localized("Delete"), QMessageBox::DestructiveRole);
+    remove->setObjectName(QStringLiteral("confirmDeleteButton"));
+    box->setDefaultButton(QMessageBox::Cancel);
+    box->setEscapeButton(QMessageBox::Cancel);
+    AICoachAdapter* coach = &m_coach;
+    connect(
+        remove, &QPushButton::clicked, coach, [coach, id] { coach->deleteConversation(id); },
+        Qt::QueuedConnection);
+    connect(box, &QDialog::finished, m_list, [list = m_list] { list->setFocus(); });
+    box->setWindowModality(Qt::WindowModal);
+    box->open();
 }
 
 void WorkspaceSidebar::syncSelection() {

@@ -10,6 +10,8 @@ class QListWidget;
 class QStackedWidget;
 class QTimer;
 
+#include <vector>
+
 namespace sagely::ui {
 class AICoachAdapter;
 }
@@ -26,9 +28,12 @@ public:
     /// Selects the row of the current conversation (or none) without asking the coach.
     void syncSelection();
     QListWidget* list() const { return m_list; }
+    /// The sidebar's stops for Tab: the new-conversation button and the list.
+    std::vector<QWidget*> focusChain() const;
 
 protected:
     void changeEvent(QEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
 private:
     void applyListStyle();
@@ -37,11 +42,14 @@ private:
     QWidget* row(int index);
     void refreshDates();
     void onRowChanged(int row);
+    /// Asks whether to delete the selected conversation, and deletes it on "Delete".
+    void confirmDelete();
 
     AICoachAdapter& m_coach;
     QStackedWidget* m_stack;
     QListWidget* m_list = nullptr;
     QTimer* m_dateTimer;
+    QWidget* m_newButton = nullptr;
 };
 
 }  // namespace sagely::ui::detail

@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QMenuBar>
 #include <QStatusBar>
+#include <QStyle>
 #include <QTabWidget>
 #include <QTextBrowser>
 #include <QVBoxLayout>
@@ -91,7 +92,18 @@ PreferencesDialog::PreferencesDialog(sagely::CoachSettingsStore& settings, QWidg
     general->setAlignment(Qt::AlignTop | Qt::AlignLeft);
     general->setMargin(12);
     tabs->addTab(general, tr("General"));
-    tabs->addTab(new sagely::ui::CoachSettingsView(&settings, true), tr("Coach"));
+    // Embedded, the form brings no padding of its own: the tab page gives it the margins of
+    // the platform's layouts, as every other page of a preferences window has.
+    auto* coachPage = new QWidget;
+    coachPage->setObjectName(QStringLiteral("coachPreferencesPage"));
+    auto* coachLayout = new QVBoxLayout(coachPage);
+    const QStyle* style = coachPage->style();
+    coachLayout->setContentsMargins(style->pixelMetric(QStyle::PM_LayoutLeftMargin),
+                                    style->pixelMetric(QStyle::PM_LayoutTopMargin),
+                                    style->pixelMetric(QStyle::PM_LayoutRightMargin),
+                                    style->pixelMetric(QStyle::PM_LayoutBottomMargin));
+    coachLayout->addWidget(new sagely::ui::CoachSettingsView(&settings, true));
+    tabs->addTab(coachPage, tr("Coach"));
     tabs->setCurrentIndex(1);
     layout->addWidget(tabs);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);

@@ -12,6 +12,7 @@
 
 #include <QFile>
 #include <QRegularExpression>
+#include <QStyle>
 
 namespace sagely::testing {
 namespace {
@@ -70,6 +71,27 @@ TEST(DemoHostTest, ContextDescribesTesselAndItsRecentActivity) {
     EXPECT_EQ(context.shortcutInfo("Teach"),
               std::optional<std::string>("⌘⇧T starts or stops a Teach recording."));
     EXPECT_FALSE(context.shortcutInfo("nothing").has_value());
+}
+
+TEST(DemoHostTest, PreferencesGiveTheEmbeddedSettingsFormTheMarginsOfAPage) {
+    CoachWorld world;
+    tessel::PreferencesDialog preferences(*world.settings);
+    preferences.show();
+    settle();
+    auto* page = visibleChild(&preferences, QStringLiteral("coachPreferencesPage"));
+    auto* form = visibleChild(&preferences, QStringLiteral("settingsForm"));
+    ASSERT_NE(page, nullptr);
+    ASSERT_NE(form, nullptr);
+    const int margin = page->style()->pixelMetric(QStyle::PM_LayoutLeftMargin);
+    EXPECT_GE(margin, 6);
+    // The first section of the form keeps that distance from the page's edges.
+    auto* section = visibleChild(form, QStringLiteral("providerChoiceSection"));
+    ASSERT_NE(section, nullptr);
+    const QRect box(section->mapTo(page, QPoint(0, 0)), section->size());
+    EXPECT_GE(box.left(), margin);
+    EXPECT_GE(box.top(), margin);
+    EXPECT_LE(box.right(), page->width() - margin);
+    EXPECT_FALSE(saveScreenshot(&preferences, QStringLiteral("demo-preferences")).isEmpty());
 }
 
 TEST(DemoHostTest, TheDemoWindowAnswersASpeechQuestionWithTheLesson) {

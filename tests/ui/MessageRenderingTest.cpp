@@ -57,6 +57,26 @@ TEST(InlineMarkdownTest, BlockSyntaxStaysTextAndLineBreaksStay) {
                                     "1. first<br>&gt; quoted</span>"));
 }
 
+TEST(InlineMarkdownTest, SetextUnderlinesOfAnyLengthStayTextWithTheirLineBreaks) {
+    const auto html = uid::inlineMarkdownToRichText("Go to **Settings**\n--\nthen");
+    ASSERT_TRUE(html.has_value());
+    EXPECT_EQ(*html, QStringLiteral("<span style=\"white-space:pre-wrap\">Go to <b>Settings</b>"
+                                    "<br>--<br>then</span>"));
+    for (const char* underline : {"-", "--", "----------", "=", "==", "-- ", "  ---"}) {
+        const std::string source = std::string("A title\n") + underline + "\nnext";
+        const auto text = uid::inlineMarkdownToRichText(source);
+        ASSERT_TRUE(text.has_value()) << underline;
+        EXPECT_TRUE(
+            text->startsWith(QStringLiteral("<span style=\"white-space:pre-wrap\">A "
+                                            "title<br>")))
+            << underline << ": " << text->toStdString();
+        EXPECT_TRUE(text->endsWith(QStringLiteral("<br>next</span>")))
+            << underline << ": " << text->toStdString();
+        EXPECT_TRUE(text->contains(QString::fromLatin1(underline).trimmed()))
+            << underline << ": " << text->toStdString();
+    }
+}
+
 TEST(InlineMarkdownTest, LeadingBlanksAreKeptNotTurnedIntoCode) {
     const auto html = uid::inlineMarkdownToRichText("top\n    indented <b>");
     ASSERT_TRUE(html.has_value());
@@ -135,11 +155,12 @@ TEST(ProceduralStepsViewTest, DetailLinesKnowNumbersAndNesting) {
     EXPECT_EQ(rows[1]->layout()->contentsMargins().left(), 18);
 }
 
-TEST(UserMessageTextTest, ShowsThePlainTextTrailing) {
+TEST(UserMessageTextTest, ShowsThePlainTextTrailingWithItsLinesLeftAligned) {
     CoachUserMessageText view("**not bold** <b>");
     EXPECT_EQ(view.label()->textFormat(), Qt::PlainText);
     EXPECT_EQ(view.label()->text(), QStringLiteral("**not bold** <b>"));
-    EXPECT_TRUE(view.label()->alignment() & Qt::AlignRight);
+    EXPECT_TRUE(view.label()->alignment() & Qt::AlignLeft);
+    EXPECT_TRUE(view.layout()->itemAt(0)->alignment() & Qt::AlignRight);
     EXPECT_EQ(view.maximumWidth(), 560);
 }
 

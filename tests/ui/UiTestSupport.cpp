@@ -44,6 +44,27 @@ QString saveScreenshot(QWidget* widget, const QString& name) {
     return widget->grab().save(path) ? path : QString();
 }
 
+ui::CoachBranding tesselBranding(std::string noAPIKeyMessage) {
+    return ui::CoachBranding("Tessel", "Tessel Coach", "Ask anything about Tessel.",
+                             {"How do I set up speech?"}, "Ask Tessel Coach…",
+                             std::move(noAPIKeyMessage));
+}
+
+QPalette darkPalette() {
+    QPalette palette;
+    palette.setColor(QPalette::Window, QColor(0x1E, 0x1E, 0x1E));
+    palette.setColor(QPalette::WindowText, QColor(0xEE, 0xEE, 0xEE));
+    palette.setColor(QPalette::Base, QColor(0x28, 0x28, 0x28));
+    palette.setColor(QPalette::AlternateBase, QColor(0x32, 0x32, 0x32));
+    palette.setColor(QPalette::Text, QColor(0xEE, 0xEE, 0xEE));
+    palette.setColor(QPalette::Button, QColor(0x3A, 0x3A, 0x3A));
+    palette.setColor(QPalette::ButtonText, QColor(0xEE, 0xEE, 0xEE));
+    palette.setColor(QPalette::Highlight, QColor(0x0A, 0x84, 0xFF));
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::PlaceholderText, QColor(0x99, 0x99, 0x99));
+    return palette;
+}
+
 std::string chatCompletionBody(const std::string& content) {
     const nlohmann::json body = {{"id", "chatcmpl-test"},
                                  {"object", "chat.completion"},

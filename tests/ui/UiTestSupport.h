@@ -10,10 +10,12 @@
 #include <sagely/CoachSettingsStore.h>
 #include <sagely/SecretStore.h>
 #include <sagely/StaticCoachContextProvider.h>
+#include <sagely/ui/CoachBranding.h>
 #include <sagely/ui/QtMainExecutor.h>
 
 #include <QAbstractButton>
 #include <QLabel>
+#include <QPalette>
 #include <QString>
 #include <QStringList>
 #include <QWidget>
@@ -56,6 +58,12 @@ QAbstractButton* buttonWithText(const QWidget* root, const QString& text);
 /// Lays the widget out at the size and grabs it into <build>/screenshots/<name>.png; returns
 /// the path (empty when saving failed).
 QString saveScreenshot(QWidget* widget, const QString& name);
+
+/// The branding of the sample host the tests use; `noAPIKeyMessage` for the missing-key banner.
+ui::CoachBranding tesselBranding(std::string noAPIKeyMessage = "Add a key in Coach Settings.");
+
+/// A dark palette of the kind a desktop in dark mode hands an application.
+QPalette darkPalette();
 
 /// A reply body in the OpenAI chat-completions format.
 std::string chatCompletionBody(const std::string& content);

@@ -103,19 +103,18 @@ TEST_F(WorkspaceScreenshotTest, MissingKeyBanner) {
     EXPECT_FALSE(saveScreenshot(view.get(), "workspace-missing-key").isEmpty());
 }
 
-QPalette darkPalette() {
-    QPalette palette;
-    palette.setColor(QPalette::Window, QColor(0x1E, 0x1E, 0x1E));
-    palette.setColor(QPalette::WindowText, QColor(0xEE, 0xEE, 0xEE));
-    palette.setColor(QPalette::Base, QColor(0x28, 0x28, 0x28));
-    palette.setColor(QPalette::AlternateBase, QColor(0x32, 0x32, 0x32));
-    palette.setColor(QPalette::Text, QColor(0xEE, 0xEE, 0xEE));
-    palette.setColor(QPalette::Button, QColor(0x3A, 0x3A, 0x3A));
-    palette.setColor(QPalette::ButtonText, QColor(0xEE, 0xEE, 0xEE));
-    palette.setColor(QPalette::Highlight, QColor(0x0A, 0x84, 0xFF));
-    palette.setColor(QPalette::HighlightedText, Qt::white);
-    palette.setColor(QPalette::PlaceholderText, QColor(0x99, 0x99, 0x99));
-    return palette;
+TEST_F(WorkspaceScreenshotTest, NarrowWindow) {
+    world.server.enqueue(ScriptedResponse::json(
+        200, chatCompletionBody(
+                 "Here is how to share a canvas.Step 1: Open the canvas that you want to share "
+                 "with the whole team and make sure it is saved before you continue with the "
+                 "next step.Step 2: Click **Share** in the toolbar.\n- You can revoke access "
+                 "later in Settings.\n--\nStep 3: Press `Send`.")));
+    makeView(hostActions());
+    view->resize(560, 720);
+    ask("How do I share a canvas with my whole team so that everyone can edit it?\nThanks!");
+    ASSERT_TRUE(waitUntil([&] { return visibleChildren(view.get(), "stepBadge").size() == 3; }));
+    EXPECT_FALSE(saveScreenshot(view.get(), "workspace-narrow").isEmpty());
 }
 
 TEST_F(WorkspaceScreenshotTest, DarkPaletteKeepsTextReadable) {

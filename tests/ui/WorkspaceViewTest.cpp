@@ -3,6 +3,7 @@
 // enabling rule, the thinking guard, the knowledge banners and the error banners.
 #include "UiTestSupport.h"
 
+#include <sagely/CoachLesson.h>
 #include <sagely/ui/CoachWorkspaceView.h>
 
 #include "MessageInputBar.h"
@@ -11,6 +12,7 @@
 
 #include <QAction>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -463,6 +465,125 @@ TEST_F(WorkspaceViewTest, NewMessagesScrollTheLastOneIntoView) {
     ASSERT_GT(bar->maximum(), 0);
     EXPECT_TRUE(waitUntil([&] { return bar->value() == bar->maximum(); }, 3s))
         << bar->value() << " of " << bar->maximum();
+}
+
+// Answers of very different heights: a line, or a long text with a card and a lesson.
+CoachLocalActionResolver unevenAnswers() {
+    return [](const std::string& question) {
+        if (question.find("long") == std::string::npos)
+            return std::optional<CoachLocalActionResult>({"Short answer.", {}, {}});
+        CoachCard card{CoachCard::Style::info,
+                       "Sharing",
+                       "Who sees what",
+                       {{"Access", {"Everyone in the team", "Guests by link"}}},
+                       {"How do I revoke a link?", "How do I invite a guest?"}};
+        // Twelve numbered steps on one line: far taller once built than its length suggests.
+        std::string text = "Here is how.";
+        for (int i = 1; i <= 12; ++i)
+            text += "Step " + std::to_string(i) + ": Open the panel and check the setting. ";
+        return std::optional<CoachLocalActionResult>(
+            {text, card, CoachLessonLibrary::speechSetup()});
+    };
+}
+
+TEST_F(WorkspaceViewTest, SwitchingConversationsRepliesAndAShrinkingViewKeepTheLastMessageInView) {
+    makeView({}, {.resolver = unevenAnswers()});
+    view->resize(900, 520);
+    auto ask = [&](const char* question) {
+        view->setMessageInput(QString::fromLatin1(question));
+        view->send();
+        settle();
+    };
+    coach->newConversation();
+    ask("first long");
+    ask("second");  // four messages
+    coach->newConversation();
+    ask("one");
+    ask("two long");
+    ask("three long");  // six messages
+    QScrollBar* bar = child<QScrollArea>("messageScrollArea")->verticalScrollBar();
+    auto atBottom = [&](const char* when) {
+        EXPECT_TRUE(
+            waitUntil([&] { return bar->maximum() > 0 && bar->value() == bar->maximum(); }, 3s))
+            << when << ": " << bar->value() << " of " << bar->maximum();
+        settle();
+        EXPECT_EQ(bar->value(), bar->maximum()) << when << ", once settled";
+        // The last message's time is on screen.
+        auto* pane = child<QScrollArea>("messageScrollArea");
+        auto times = visibleChildren<QLabel>(pane, QStringLiteral("messageTime"));
+        ASSERT_FALSE(times.empty()) << when;
+        QLabel* last = times.back();
+        const QPoint bottom = last->mapTo(pane->viewport(), QPoint(0, last->height()));
+        EXPECT_LE(bottom.y(), pane->viewport()->height()) << when;
+        EXPECT_GE(bottom.y(), 0) << when;
+    };
+    auto* list = child<QListWidget>("conversationList");
+    ASSERT_EQ(list->count(), 2);
+    for (int round = 0; round < 2; ++round) {
+        for (int row : {1, 0}) {
+            QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
+                              list->visualItemRect(list->item(row)).center());
+            atBottom(row == 1 ? "after switching to four messages" : "after switching to six");
+        }
+    }
+    ask("four long");
+    atBottom("after a reply");
+    coach->setError(std::string("The network connection was lost."));
+    settle();
+    ASSERT_NE(child("errorBanner"), nullptr);
+    atBottom("after a banner took room");
+}
+
+TEST_F(WorkspaceViewTest, RightClickingARowLeavesTheSelectionAndItsMenuActsOnThatRow) {
+    makeView();
+    coach->newConversation();
+    coach->newConversation();
+    settle();
+    auto* list = child<QListWidget>("conversationList");
+    ASSERT_EQ(list->count(), 2);
+    ASSERT_EQ(coach->currentConversation().get()->title(), "Conversation 2");
+    const QPoint second = list->visualItemRect(list->item(1)).center();
+    QTest::mousePress(list->viewport(), Qt::RightButton, {}, second);
+    QTest::mouseRelease(list->viewport(), Qt::RightButton, {}, second);
+    settle();
+    EXPECT_EQ(list->currentRow(), 0);
+    EXPECT_EQ(coach->currentConversation().get()->title(), "Conversation 2");
+    QWidget* row = list->itemWidget(list->item(1));
+    QTest::mousePress(row, Qt::RightButton, {}, row->rect().center());
+    QTest::mouseRelease(row, Qt::RightButton, {}, row->rect().center());
+    settle();
+    EXPECT_EQ(list->currentRow(), 0);
+    EXPECT_EQ(coach->currentConversation().get()->title(), "Conversation 2");
+    auto* remove = row->findChild<QAction*>(QStringLiteral("deleteConversationAction"));
+    ASSERT_NE(remove, nullptr);
+    remove->trigger();
+    settle();
+    ASSERT_EQ(coach->conversations().get().size(), 1u);
+    EXPECT_EQ(coach->conversations().get()[0].title(), "Conversation 2");
+    EXPECT_EQ(coach->currentConversation().get()->title(), "Conversation 2");
+}
+
+TEST_F(WorkspaceViewTest, ALocalOnlyCoachExplainsItselfInsteadOfShowingTheCode) {
+    int guide = 0;
+    makeView(allActions(nullptr, &guide), {.allowsLLMCompletion = false});
+    view->setMessageInput(QStringLiteral("Something the host cannot answer"));
+    view->send();
+    ASSERT_TRUE(waitUntil([&] { return child("localOnlyBanner") != nullptr; }));
+    EXPECT_EQ(coach->error().get(), std::optional<std::string>("LOCAL_ONLY"));
+    for (const QString& text : visibleTexts(view.get()))
+        EXPECT_FALSE(text.contains(QStringLiteral("LOCAL_ONLY"))) << text.toStdString();
+    EXPECT_EQ(child("errorBanner"), nullptr);
+    EXPECT_EQ(visibleTexts(child("localOnlyBanner")),
+              (QStringList{QStringLiteral("Sagely answers only from this app’s help"),
+                           QStringLiteral("No model is asked in this mode, and the help has no "
+                                          "answer to this question. Try other words."),
+                           QStringLiteral("Open Guide"), QStringLiteral("Dismiss")}));
+    QTest::mouseClick(child<QPushButton>("bannerOpenGuideButton"), Qt::LeftButton);
+    EXPECT_EQ(guide, 1);
+    QTest::mouseClick(child<QPushButton>("dismissErrorButton"), Qt::LeftButton);
+    settle();
+    EXPECT_FALSE(coach->error().get().has_value());
+    EXPECT_EQ(child("localOnlyBanner"), nullptr);
 }
 
 }  // namespace

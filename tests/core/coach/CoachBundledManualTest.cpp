@@ -180,16 +180,23 @@ TEST(ResourceBundleLookup, FindsTheShippedGuideInTheDataFolderBesideThePrograms)
     EXPECT_EQ(SagelyKnowledge::bundledGuideText(), *text);
 }
 
-TEST(ShippedGuide, IsAUsefulGuideWithLevelTwoSections) {
+TEST(ShippedGuide, IsAUsefulGuideWithOneLevelTwoSectionPerTask) {
     std::string guide =
         sagely::testing::readFile(sagely::detail::resourceBundleDirectory() / "SagelyGuide.md");
     EXPECT_GE(guide.size(), 6u * 1024);
     EXPECT_LE(guide.size(), 12u * 1024);
     for (const char* heading :
-         {"\n## Asking Good Questions\n", "\n## Setup Guides\n", "\n## API Keys\n",
-          "\n## Privacy and the On-Device Model\n", "\n## Local Answers\n", "\n## Conversations\n",
-          "\n## Troubleshooting: Missing API Key\n", "\n## Troubleshooting: Rate Limits\n",
-          "\n## Troubleshooting: Ollama Is Not Running\n",
+         {"\n## Ask a Question\n", "\n## Choose a Provider\n",
+          "\n## Set Up OpenAI, Anthropic or Gemini\n", "\n## Set Up Local (Ollama)\n",
+          "\n## Set Up a Custom Endpoint (OpenAI-Compatible)\n", "\n## API Keys\n",
+          "\n## Privacy: What Data Is Shared with a Provider\n", "\n## Local Answers\n",
+          "\n## Conversations\n", "\n## Troubleshooting: Missing API Key\n",
+          "\n## Troubleshooting: Rate Limits\n", "\n## Troubleshooting: Ollama Is Not Running\n",
           "\n## Troubleshooting: Custom Endpoints\n"})
         EXPECT_NE(guide.find(heading), std::string::npos) << heading;
+    // No teaser section that every set-up question would land on.
+    EXPECT_EQ(guide.find("Setup Guide"), std::string::npos);
+    // Every task is worded for the terminal host too.
+    EXPECT_NE(guide.find("`sagely key set"), std::string::npos);
+    EXPECT_NE(guide.find("`sagely ask --offline"), std::string::npos);
 }

@@ -43,6 +43,16 @@ TEST(GuideAnswers, SuggestAtMostThreeSectionsInRankOrder) {
                                           "Tell me about Speech & Voice Control"}));
 }
 
+TEST(GuideAnswers, NeverSuggestTheIntroductionOrASectionThatItsQuestionWouldNotBring) {
+    // Asked, "Tell me about Models" would bring "Models and Keys": not the section it names.
+    const std::string guide =
+        "Keys are kept safe.\n## Models and Keys\nModels and keys, briefly.\n"
+        "## Keys\nKeys are kept in the store.\n## Models\nPick a model; keys stay.\n";
+    auto answer = answerFromGuide(guide, "Where are keys kept?");
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(answer->card, guideCard("Keys", {"Tell me about Models and Keys"}));
+}
+
 TEST(GuideAnswers, OfferNoSuggestionsWhenOnlyOneSectionMatches) {
     auto answer = answerFromGuide(kGuide, "palette");
     ASSERT_TRUE(answer.has_value());

@@ -79,6 +79,7 @@ public:
 protected:
     void showEvent(QShowEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     QWidget* detailPane();
@@ -92,6 +93,10 @@ private:
     void refreshKnowledgeBanner();
     void refreshErrorBanner();
     void chooseSuggestion(const std::string& suggestion);
+    /// Tab goes sidebar, messages, their suggestions, banner, input, footer; asked for whenever
+    /// buttons come or go.
+    void scheduleTabOrder();
+    void applyTabOrder();
 
     AICoachAdapter* m_adapter;
     CoachBranding m_branding;
@@ -106,6 +111,7 @@ private:
     QVBoxLayout* m_errorLayout = nullptr;
     bool m_showReadyBanner = false;
     bool m_wasLoadingManual = false;
+    bool m_tabOrderQueued = false;
 };
 
 }  // namespace sagely::ui
