@@ -2,7 +2,7 @@
 # The kit where its users meet it: installed into a prefix outside the source and build trees,
 # then used by hosts built there. One step per call (CTest runs them as separate tests):
 #   install | cmake-host | pkgconfig-host | cli | ui-host | subdirectory-host | deb | exports |
-#   missing-bundle
+#   missing-bundle | cleanup
 # Settings come from the environment: SAGELY_SOURCE_DIR, SAGELY_BUILD_DIR, SAGELY_WORK_DIR,
 # SAGELY_LIBDIR, SAGELY_SHARED (ON/OFF), SAGELY_CXX, SAGELY_CXX_FLAGS, SAGELY_LINKER_FLAGS.
 set -euo pipefail
@@ -13,6 +13,11 @@ build_dir=$SAGELY_BUILD_DIR
 work=$SAGELY_WORK_DIR
 prefix=$work/prefix
 question="How are API keys stored?"
+
+if [ "$step" = cleanup ]; then
+    rm -rf "$work"
+    exit 0
+fi
 
 # A home of its own, so no run touches the user's settings, keys or history.
 export HOME=$work/home-$step XDG_DATA_HOME=$work/home-$step/data
