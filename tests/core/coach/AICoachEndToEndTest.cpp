@@ -319,7 +319,8 @@ TEST_F(AICoachEndToEndTest, DestroyingTheCoachWhileTheServerIsSilent) {
     ASSERT_TRUE(harness.runPolling([&] { return server.requestCount() >= 1; }));
     const auto start = Clock::now();
     coach.reset();
-    EXPECT_LT(Clock::now() - start, 200ms);
+    // Waiting for the silent server would take the whole idle time-out (90 s).
+    EXPECT_LT(Clock::now() - start, 1s);
     harness.executor->runFor(300ms);
     EXPECT_EQ(recorder->calls, 0);
     EXPECT_EQ(harness.savedConversations()[0].messages().size(), 1u);

@@ -29,6 +29,10 @@ protected:
         return Clock::now() - start;
     }
 
+    // A held request never ends on its own, so a destroy that waits for it takes forever; the
+    // bound only has to survive a loaded machine.
+    static constexpr auto kPromptly = 1s;
+
     CoachHarness harness;
 };
 
@@ -39,7 +43,7 @@ TEST_F(AICoachLifetimeTest, DestroyingTheCoachCancelsItsRequestAndDeliversNothin
     auto recorder = harness.ask(*coach, "Question");
     ASSERT_TRUE(harness.llm->waitForCalls(1, 5s));
 
-    EXPECT_LT(destroy(coach), 200ms);
+    EXPECT_LT(destroy(coach), kPromptly);
     ASSERT_TRUE(harness.llm->waitUntilIdle(5s));
     harness.executor->runFor(50ms);
     EXPECT_EQ(recorder->calls, 0);
@@ -59,7 +63,7 @@ TEST_F(AICoachLifetimeTest, AServiceThatIgnoresTheCancelDoesNotHoldUpTheDestroyi
     auto recorder = harness.ask(*coach, "Question");
     ASSERT_TRUE(harness.llm->waitForCalls(1, 5s));
 
-    EXPECT_LT(destroy(coach), 200ms);
+    EXPECT_LT(destroy(coach), kPromptly);
     harness.llm->release();
     ASSERT_TRUE(harness.llm->waitUntilIdle(5s));
     harness.executor->runFor(50ms);
@@ -127,7 +131,7 @@ TEST_F(AICoachLifetimeTest, ManyCoachesComeAndGoWhileTheirRequestsRun) {
         auto coach = harness.makeCoach();
         coach->send("Question " + std::to_string(i));
         ASSERT_TRUE(harness.llm->waitForCalls(static_cast<std::size_t>(i) + 1, 5s));
-        EXPECT_LT(destroy(coach), 200ms);
+        EXPECT_LT(destroy(coach), kPromptly);
     }
     ASSERT_TRUE(harness.llm->waitUntilIdle(5s));
     harness.executor->runFor(20ms);
