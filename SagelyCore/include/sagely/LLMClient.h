@@ -1,5 +1,6 @@
 // LLMClient — turns a list of chat messages and a CoachConfig into one reply text, by one
-// non-streaming request to the configured provider.
+// non-streaming request to the configured provider; also lists the models a provider offers and
+// checks that a configuration works.
 //
 // complete() blocks: call it on a worker thread. It is thread-safe and may run concurrently with
 // itself; all requests share one process-wide connection pool (keep-alive, TLS verified), so a
@@ -14,12 +15,16 @@
 
 #include <sagely/CancellationToken.h>
 #include <sagely/CoachConfig.h>
+#include <sagely/ConnectionCheck.h>
 #include <sagely/Export.h>
 #include <sagely/LLMMessage.h>
+#include <sagely/ProviderModel.h>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sagely {
@@ -50,6 +55,32 @@ public:
     /// else the provider's default; none for `apple` and `custom` without an endpoint, and for a
     /// custom endpoint that is not a URL.
     static std::optional<std::string> endpointURL(const CoachConfig& config);
+
+    /// Where the provider's model list starts for the configuration (derived from the chat
+    /// endpoint: "/chat/completions" becomes "/models", Anthropic's "/messages" "/models",
+    /// Gemini's ".../models/M:generateContent" ".../models", Ollama's "/api/chat"
+    /// "/api/tags"); none for the on-device model and an endpoint that does not say.
+    static std::optional<std::string> modelListURL(const CoachConfig& config);
+
+    /// The models the provider offers now, every page of the list, each model once (Gemini:
+    /// only those that can chat; Ollama: the installed models that can). Blocks; errors as
+    /// for complete(), and a serverError when the configuration has no model list.
+    std::vector<ProviderModel> listModels(const CoachConfig& config,
+                                          const CancellationToken& cancellation);
+
+    /// One tiny request that tells whether the key, the endpoint and the model work: the model
+    /// list where there is one (the model must be on it), else a chat of a few tokens. Saves
+    /// nothing and never puts the key in the summary. Blocks; only a cancellation throws.
+    ConnectionCheck checkConnection(const CoachConfig& config,
+                                    const CancellationToken& cancellation);
+
+    /// The failure of listModels() for a configuration without a model list.
+    static constexpr std::string_view kNoModelList =
+        "This provider does not offer a list of its models.";
+    /// The most pages of a model list read before the list counts as complete.
+    static constexpr int kMaxModelListPages = 50;
+    /// The reply length of a connection check without a model list.
+    static constexpr std::int64_t kCheckMaxTokens = 16;
 
 private:
     std::shared_ptr<OnDeviceModel> m_onDevice;

@@ -334,7 +334,10 @@ std::string transportFailureDescription(int curlCode) {
     }
 }
 
-HttpResponse post(const HttpRequest& request, const CancellationToken& cancellation) {
+namespace {
+
+HttpResponse perform(const HttpRequest& request, bool startAsGet,
+                     const CancellationToken& cancellation) {
     initialiseCurlOnce();
     if (cancellation.stopRequested()) throw CancelledError();
     HeaderSList headers;
@@ -344,7 +347,7 @@ HttpResponse post(const HttpRequest& request, const CancellationToken& cancellat
     const Clock::time_point deadline = Clock::now() + request.limits.deadline;
     const std::string origin = originOf(request.url);
     std::string url = request.url;
-    bool asGet = false;
+    bool asGet = startAsGet;
     PooledContext pooled;
     TransferContext& context = pooled.get();
     for (int redirects = 0;; ++redirects) {
@@ -391,6 +394,16 @@ HttpResponse post(const HttpRequest& request, const CancellationToken& cancellat
         response.truncated = received.errorBodyCut;
         return response;
     }
+}
+
+}  // namespace
+
+HttpResponse post(const HttpRequest& request, const CancellationToken& cancellation) {
+    return perform(request, false, cancellation);
+}
+
+HttpResponse get(const HttpRequest& request, const CancellationToken& cancellation) {
+    return perform(request, true, cancellation);
 }
 
 }  // namespace sagely::detail

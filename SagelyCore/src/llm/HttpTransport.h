@@ -66,6 +66,9 @@ inline constexpr std::string_view kBadServerResponse = "The server returned a ba
 /// or a broken limit, and CancelledError when the token is stopped first.
 HttpResponse post(const HttpRequest& request, const CancellationToken& cancellation);
 
+/// Sends `request` as a GET (its body is not sent), by the same rules as post().
+HttpResponse get(const HttpRequest& request, const CancellationToken& cancellation);
+
 /// The fixed sentence for a libcurl result code (CURLcode).
 std::string transportFailureDescription(int curlCode);
 

@@ -9,9 +9,13 @@
 #include "llm/AnthropicMessagesDialect.h"
 #include "llm/GeminiGenerateContentDialect.h"
 #include "llm/HttpTransport.h"
+#include "llm/ModelListFormats.h"
 #include "llm/OllamaChatDialect.h"
 #include "llm/OpenAIChatDialect.h"
 #include "settings/ProviderEndpoints.h"
+
+#include <chrono>
+#include <set>
 
 namespace sagely {
 namespace {
@@ -94,13 +98,18 @@ std::string errorBodyText(const detail::HttpResponse& response) {
     return {};
 }
 
+// A status outside 2xx as the kit reports it: a rate limit, or the status and the start of the
+// server's text.
+void throwForErrorStatus(const detail::HttpResponse& response) {
+    if (response.status >= 200 && response.status <= 299) return;
+    if (response.status == 429) throw CoachLLMError::rateLimited();
+    const std::string body = errorBodyText(response);
+    throw CoachLLMError::serverError("HTTP " + std::to_string(response.status) + ": " +
+                                     text::prefixCharacters(body, 300));
+}
+
 std::string readReply(const Dialect& dialect, const detail::HttpResponse& response) {
-    if (response.status < 200 || response.status > 299) {
-        if (response.status == 429) throw CoachLLMError::rateLimited();
-        const std::string body = errorBodyText(response);
-        throw CoachLLMError::serverError("HTTP " + std::to_string(response.status) + ": " +
-                                         text::prefixCharacters(body, 300));
-    }
+    throwForErrorStatus(response);
     const nlohmann::json answer = parseAnswer(response.body);
     if (!answer.is_object()) throw CoachLLMError::invalidResponse();
     std::optional<std::string> reply = dialect.replyText(answer);
@@ -135,6 +144,115 @@ std::string LLMClient::complete(const std::vector<LLMMessage>& messages, const C
 
 std::optional<std::string> LLMClient::endpointURL(const CoachConfig& config) {
     return detail::providerEndpoint(config, config.resolvedModel());
+}
+
+std::optional<std::string> LLMClient::modelListURL(const CoachConfig& config) {
+    if (usesOnDeviceModel(config)) return std::nullopt;
+    auto chat = endpointURL(config);
+    if (!chat) return std::nullopt;
+    return detail::modelListURL(config.provider, *chat);
+}
+
+std::vector<ProviderModel> LLMClient::listModels(const CoachConfig& config,
+                                                 const CancellationToken& cancellation) {
+    if (!usesOnDeviceModel(config) && !endpointURL(config)) throw CoachLLMError::invalidURL();
+    std::optional<std::string> url = modelListURL(config);
+    if (!url) throw CoachLLMError::serverError(std::string(kNoModelList));
+    const Dialect& dialect = dialectFor(config.provider);
+    detail::HttpRequest request;
+    request.timeout = dialect.timeout();
+    const std::string key = dialect.sendsAPIKey() ? sendableAPIKey(config.apiKey) : std::string();
+    request.headers = dialect.headers(key);
+
+    std::vector<ProviderModel> models;
+    std::set<std::string> seen;
+    std::set<std::string> pages;
+    // A server that keeps sending a next page (or the same one) ends the walk, not the kit.
+    for (int page = 0; url && page < kMaxModelListPages && pages.insert(*url).second; ++page) {
+        request.url = *url;
+        const detail::HttpResponse response = detail::get(request, cancellation);
+        throwForErrorStatus(response);
+        auto read = detail::readModelPage(config.provider, parseAnswer(response.body), *url);
+        if (!read) throw CoachLLMError::invalidResponse();
+        for (ProviderModel& model : read->models) {
+            if (seen.insert(model.id).second) models.push_back(std::move(model));
+        }
+        url = std::move(read->nextURL);
+    }
+    return models;
+}
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::chrono::milliseconds since(Clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+}
+
+std::string answeredIn(Provider provider, std::chrono::milliseconds elapsed) {
+    return std::string(rawValue(provider)) + " answered in " + std::to_string(elapsed.count()) +
+           " ms";
+}
+
+std::string modelCount(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " model" : " models");
+}
+
+ConnectionCheck listCheck(const CoachConfig& config, const std::vector<ProviderModel>& models,
+                          std::chrono::milliseconds elapsed) {
+    const std::string model = config.resolvedModel();
+    const bool offered = std::any_of(models.begin(), models.end(),
+                                     [&](const ProviderModel& m) { return m.id == model; });
+    const bool local = config.provider == Provider::local;
+    std::string summary = answeredIn(config.provider, elapsed);
+    const std::string keyWorks = text::trimmed(config.apiKey).empty() ? "" : "the key works and ";
+    if (offered) {
+        summary += ": " + keyWorks + model + (local ? " is installed (" : " is available (") +
+                   modelCount(models.size()) + " in all).";
+    } else if (local) {
+        summary += ", but the model " + model + " is not installed (" + modelCount(models.size()) +
+                   " installed). Install it with \u201collama pull " + model + "\u201d.";
+    } else {
+        summary += keyWorks.empty() ? ", but" : " and the key works, but";
+        summary += " it does not offer the model " + model + " (" + modelCount(models.size()) +
+                   " offered).";
+    }
+    return {offered, std::move(summary), elapsed};
+}
+
+}  // namespace
+
+ConnectionCheck LLMClient::checkConnection(const CoachConfig& config,
+                                           const CancellationToken& cancellation) {
+    const bool needsKey =
+        !CoachConfig::isKeylessProvider(config.provider) && config.provider != Provider::custom;
+    if (needsKey && text::isBlank(config.apiKey)) {
+        return {false, "There is no API key for " + std::string(rawValue(config.provider)) + ".",
+                std::chrono::milliseconds(0)};
+    }
+    const Clock::time_point start = Clock::now();
+    try {
+        if (modelListURL(config))
+            return listCheck(config, listModels(config, cancellation), since(start));
+        // No list to ask for: the smallest chat there is.
+        CoachConfig probe = config;
+        probe.maxTokens = kCheckMaxTokens;
+        complete({{"user", "Hi"}}, probe, std::nullopt, cancellation);
+        const auto elapsed = since(start);
+        return {true,
+                answeredIn(config.provider, elapsed) + ": the endpoint and the model " +
+                    config.resolvedModel() + " work.",
+                elapsed};
+    } catch (const CancelledError&) {
+        throw;
+    } catch (const std::exception& failure) {
+        const auto elapsed = since(start);
+        return {
+            false,
+            "The check failed after " + std::to_string(elapsed.count()) + " ms: " + failure.what(),
+            elapsed};
+    }
 }
 
 }  // namespace sagely
