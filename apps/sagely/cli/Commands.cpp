@@ -108,6 +108,22 @@ std::vector<Command> buildCommands() {
          "Lists every provider with its id, whether it needs a key, and its suggested models.\n",
          {},
          providersCommand},
+        {"models",
+         "usage: sagely models [PROVIDER] [--model ID] [--endpoint URL]",
+         "list the models a provider offers now",
+         "Asks the provider (default: the saved one) for the models it offers now: an Ollama\n"
+         "server's installed models, a cloud provider's current list. --endpoint is the chat\n"
+         "endpoint, as for ask; the list's address is derived from it. Nothing is saved.\n",
+         {{"model", true}, {"endpoint", true}},
+         modelsCommand},
+        {"check",
+         "usage: sagely check [PROVIDER] [--model ID] [--endpoint URL]",
+         "check that a provider's key, endpoint and model work",
+         "Sends one tiny request (the model list, or a chat of a few tokens where there is\n"
+         "none) and says whether the key, the endpoint and the model work, and how long it\n"
+         "took. Nothing is saved. Exit code 0 when everything works, 4 otherwise.\n",
+         {{"model", true}, {"endpoint", true}},
+         checkCommand},
         {"history",
          "usage: sagely history [list|show N|delete N] [--namespace NAME]",
          "list, show or delete saved conversations",

@@ -38,6 +38,8 @@ int keyCommand(const ParsedArguments& arguments, Host& host);
 int settingsCommand(const ParsedArguments& arguments, Host& host);
 int statusCommand(const ParsedArguments& arguments, Host& host);
 int providersCommand(const ParsedArguments& arguments, Host& host);
+int modelsCommand(const ParsedArguments& arguments, Host& host);
+int checkCommand(const ParsedArguments& arguments, Host& host);
 int historyCommand(const ParsedArguments& arguments, Host& host);
 int formatCommand(const ParsedArguments& arguments, Host& host);
 

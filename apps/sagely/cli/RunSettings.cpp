@@ -30,11 +30,6 @@ std::string readGuideFile(const std::string& path) {
     return text;
 }
 
-Provider providerArgument(const std::string& word) {
-    if (auto provider = parseProvider(word)) return *provider;
-    throw UsageError("unknown provider '" + word + "' (choose one of " + providerChoices() + ")");
-}
-
 // The model and endpoint the saved settings hold for a provider: the live ones for the current
 // provider, the remembered profile for another, the provider's defaults when there is none.
 CoachSettingsStore::ProviderProfile savedProfile(const CoachSettingsStore& saved,
@@ -68,6 +63,11 @@ RunOptions RunOptions::fromArguments(const ParsedArguments& arguments) {
     options.json = arguments.has("json");
     options.startNew = arguments.has("new");
     return options;
+}
+
+Provider providerArgument(const std::string& word) {
+    if (auto provider = parseProvider(word)) return *provider;
+    throw UsageError("unknown provider '" + word + "' (choose one of " + providerChoices() + ")");
 }
 
 std::string namespaceArgument(const ParsedArguments& arguments) {

@@ -49,6 +49,9 @@ struct RunOptions {
     static RunOptions fromArguments(const ParsedArguments& arguments);
 };
 
+/// A provider named on the command line; a UsageError that lists the choices otherwise.
+Provider providerArgument(const std::string& word);
+
 /// The --namespace option (default "cli"); a UsageError unless it is a plain file-name part.
 std::string namespaceArgument(const ParsedArguments& arguments);
 
