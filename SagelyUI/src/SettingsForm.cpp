@@ -1,5 +1,6 @@
 #include "SettingsForm.h"
 
+#include "ProviderRequests.h"
 #include "SettingsTexts.h"
 
 #include <sagely/ui/CoachSettingsContentPadding.h>
@@ -73,6 +74,8 @@ SettingsForm::SettingsForm(CoachSettingsStore& store, bool usesContentPadding, Q
             [this] { m_savedKeysChanged = true; });
     connect(&m_adapter, &CoachSettingsAdapter::apiKeyChanged, this,
             [this] { m_savedKeysChanged = true; });
+    connect(&ProviderRequests::shared(), &ProviderRequests::modelListChanged, this,
+            &SettingsForm::fillModelPicker);
     appear();
 }
 
@@ -194,9 +197,14 @@ bool SettingsForm::modelIsCustom() const {
     if (text::trimmed(model).empty()) return false;
     const auto& known = CoachConfig::knownModels();
     const auto found = known.find(store.provider.get());
-    if (found == known.end()) return true;
-    return std::none_of(found->second.begin(), found->second.end(),
-                        [&](const CoachConfig::KnownModel& entry) { return entry.id == model; });
+    if (found != known.end() &&
+        std::any_of(found->second.begin(), found->second.end(),
+                    [&](const CoachConfig::KnownModel& entry) { return entry.id == model; }))
+        return false;
+    const auto* live = ProviderRequests::shared().modelList(store.config());
+    return live == nullptr ||
+           std::none_of(live->models.begin(), live->models.end(),
+                        [&](const ProviderModel& entry) { return entry.id == model; });
 }
 
 void SettingsForm::onProviderChosen(int index) {

@@ -14,6 +14,7 @@
 
 #include <functional>
 
+class QBoxLayout;
 class QComboBox;
 class QLineEdit;
 class QSlider;
@@ -84,6 +85,9 @@ private:
     void setShowKey(bool show);
     void saveKey();
     void clearKey();
+    void fillModelPicker();
+    void addCheckButton(QBoxLayout* row, QVBoxLayout* section);
+    void checkConnection();
 
     QWidget* m_view;
     CoachSettingsAdapter m_adapter;
@@ -109,6 +113,9 @@ private:
     SymbolButton* m_showKeyButton = nullptr;
     StyledLabel* m_savedLabel = nullptr;
     QComboBox* m_modelPicker = nullptr;
+    QPushButton* m_refreshModelsButton = nullptr;
+    QPushButton* m_checkButton = nullptr;
+    StyledLabel* m_checkResult = nullptr;
     QLineEdit* m_customModelField = nullptr;
     QLineEdit* m_endpointField = nullptr;
 };

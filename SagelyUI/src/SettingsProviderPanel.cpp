@@ -2,6 +2,7 @@
 // the model choice and the endpoint.
 #include "SettingsForm.h"
 
+#include "ProviderRequests.h"
 #include "SettingsTexts.h"
 
 #include <sagely/ui/CoachSymbols.h>
@@ -10,9 +11,14 @@
 #include <QDesktopServices>
 #include <QHBoxLayout>
 #include <QLineEdit>
+#include <QPointer>
+#include <QStandardItemModel>
 #include <QToolButton>
 #include <QUrl>
 #include <QVBoxLayout>
+
+#include <algorithm>
+#include <functional>
 
 namespace sagely::ui::detail {
 namespace {
@@ -49,6 +55,27 @@ QWidget* freeBadge() {
     return badge;
 }
 
+// What a model picker entry does when chosen, besides choosing a model.
+constexpr int kEntryActionRole = Qt::UserRole + 1;
+enum EntryAction { chooseCustomModel = 1 };
+
+// The model picker; opening it loads the provider's live list (once per session).
+class ModelPicker : public QComboBox {
+public:
+    std::function<void()> aboutToOpen;
+
+    void showPopup() override {
+        if (aboutToOpen) aboutToOpen();
+        QComboBox::showPopup();
+    }
+};
+
+QString liveModelText(const ProviderModel& model) {
+    if (model.displayName.empty() || model.displayName == model.id)
+        return QString::fromStdString(model.id);
+    return QString::fromStdString(model.displayName + " \u2014 " + model.id);
+}
+
 }  // namespace
 
 void SettingsForm::rebuildProviderSection() {
@@ -56,6 +83,9 @@ void SettingsForm::rebuildProviderSection() {
     m_showKeyButton = nullptr;
     m_savedLabel = nullptr;
     m_modelPicker = nullptr;
+    m_refreshModelsButton = nullptr;
+    m_checkButton = nullptr;
+    m_checkResult = nullptr;
     m_customModelField = nullptr;
     m_endpointField = nullptr;
     if (m_providerContent) {
@@ -165,6 +195,9 @@ void SettingsForm::addKeyBlock(QVBoxLayout* section) {
         auto* note = caption(keyHelpText(provider));
         note->setObjectName(QStringLiteral("keyHelp"));
         section->addWidget(note);
+        auto* row = nestedHStack(section, 8);
+        addCheckButton(row, section);
+        row->addStretch(1);
         return;
     }
     auto* fieldRow = nestedHStack(section, 6);
@@ -192,6 +225,7 @@ void SettingsForm::addKeyBlock(QVBoxLayout* section) {
     clear->setObjectName(QStringLiteral("clearKeyButton"));
     connect(clear, &QPushButton::clicked, this, &SettingsForm::clearKey);
     buttons->addWidget(clear);
+    addCheckButton(buttons, nullptr);
     m_savedLabel = new StyledLabel(localized("Saved"), TextStyle::caption, Tint::green);
     m_savedLabel->setObjectName(QStringLiteral("savedKeyLabel"));
     buttons->addWidget(m_savedLabel);
@@ -199,6 +233,44 @@ void SettingsForm::addKeyBlock(QVBoxLayout* section) {
     auto* help = caption(keyHelpText(provider));
     help->setObjectName(QStringLiteral("keyHelp"));
     section->addWidget(help);
+    section->addWidget(m_checkResult);
+}
+
+// "Check" in `row`; its outcome shows in a caption added to `section` (or by the caller).
+void SettingsForm::addCheckButton(QBoxLayout* row, QVBoxLayout* section) {
+    m_checkButton =
+        new TintedButton(localized("Check"), ButtonStyle::bordered, Tint::accent, TextStyle::body);
+    m_checkButton->setObjectName(QStringLiteral("checkConnectionButton"));
+    m_checkButton->setToolTip(
+        localized("Send one tiny request to see whether the key, the "
+                  "endpoint and the model work"));
+    connect(m_checkButton, &QPushButton::clicked, this, &SettingsForm::checkConnection);
+    row->addWidget(m_checkButton);
+    m_checkResult = caption(QString());
+    m_checkResult->setObjectName(QStringLiteral("connectionCheckResult"));
+    m_checkResult->hide();
+    if (section) section->addWidget(m_checkResult);
+}
+
+// The key being typed counts, so a key can be tried before it is saved.
+void SettingsForm::checkConnection() {
+    CoachConfig config = store.config();
+    if (m_keyField && !draftAPIKey.trimmed().isEmpty()) config.apiKey = draftAPIKey.toStdString();
+    m_checkButton->setEnabled(false);
+    m_checkButton->setText(localized("Checking\u2026"));
+    m_checkResult->hide();
+    QPointer<QPushButton> button = m_checkButton;
+    QPointer<StyledLabel> result = m_checkResult;
+    ProviderRequests::shared().check(config, [button, result](const ConnectionCheck& check) {
+        if (button) {
+            button->setEnabled(true);
+            button->setText(localized("Check"));
+        }
+        if (!result) return;  // the section was rebuilt meanwhile
+        result->setText(QString::fromStdString(check.summary));
+        result->setTint(check.works ? Tint::green : Tint::orange);
+        result->show();
+    });
 }
 
 void SettingsForm::setShowKey(bool show) {
@@ -225,26 +297,34 @@ void SettingsForm::addModelBlock(QVBoxLayout* section) {
     if (!useCustomModel) {
         auto* row = nestedHStack(section, 8);
         row->addWidget(new StyledLabel(localized("Model"), TextStyle::body));
-        m_modelPicker = new QComboBox;
+        auto* picker = new ModelPicker;
+        m_modelPicker = picker;
         m_modelPicker->setObjectName(QStringLiteral("modelPicker"));
         m_modelPicker->setAccessibleName(localized("Model"));
-        const auto& known = CoachConfig::knownModels();
-        if (const auto found = known.find(provider); found != known.end())
-            for (const auto& model : found->second)
-                m_modelPicker->addItem(QString::fromStdString(model.label),
-                                       QString::fromStdString(model.id));
-        m_modelPicker->addItem(localized("Use custom model ID\u2026"));
+        picker->aboutToOpen = [this] {
+            ProviderRequests::shared().loadModelList(store.config(), false);
+        };
+        fillModelPicker();
         connect(m_modelPicker, &QComboBox::activated, this, [this](int index) {
-            const QVariant id = m_modelPicker->itemData(index);
-            if (id.isValid()) {
-                store.model.set(id.toString().toStdString());
+            if (m_modelPicker->itemData(index, kEntryActionRole).toInt() == chooseCustomModel) {
+                useCustomModel = true;
+                rebuildProviderSection();
+                refresh();
                 return;
             }
-            useCustomModel = true;
-            rebuildProviderSection();
-            refresh();
+            const QVariant id = m_modelPicker->itemData(index);
+            if (id.isValid()) store.model.set(id.toString().toStdString());
         });
         row->addWidget(m_modelPicker, 1);
+        if (ProviderRequests::hasModelList(store.config())) {
+            m_refreshModelsButton = new TintedButton(localized("Refresh"), ButtonStyle::bordered,
+                                                     Tint::accent, TextStyle::caption);
+            m_refreshModelsButton->setObjectName(QStringLiteral("refreshModelsButton"));
+            m_refreshModelsButton->setToolTip(localized("Load the models the provider offers now"));
+            connect(m_refreshModelsButton, &QPushButton::clicked, this,
+                    [this] { ProviderRequests::shared().loadModelList(store.config(), true); });
+            row->addWidget(m_refreshModelsButton);
+        }
         return;
     }
     auto* label = new StyledLabel(qs(CoachConfig::modelFieldLabel(provider)), TextStyle::body);
@@ -327,6 +407,51 @@ void SettingsForm::addAdvancedEndpoint(QVBoxLayout* section) {
     // Open from the start when an endpoint is already set, so it is not overlooked.
     toggle->setChecked(!store.customEndpoint.get().empty());
     setOpen(toggle->isChecked());
+}
+
+// The catalogue's models, then the live ones the provider reported (a spinner entry while they
+// load; the failure as the picker's tooltip), then the custom entry.
+void SettingsForm::fillModelPicker() {
+    if (!m_modelPicker) return;
+    const QSignalBlocker blocker(m_modelPicker);
+    m_modelPicker->clear();
+    const Provider provider = store.provider.get();
+    const auto& known = CoachConfig::knownModels();
+    std::vector<std::string> shown;
+    if (const auto found = known.find(provider); found != known.end()) {
+        for (const auto& model : found->second) {
+            m_modelPicker->addItem(QString::fromStdString(model.label),
+                                   QString::fromStdString(model.id));
+            shown.push_back(model.id);
+        }
+    }
+    const auto* live = ProviderRequests::shared().modelList(store.config());
+    QString tooltip;
+    if (live != nullptr) {
+        bool separated = false;
+        for (const ProviderModel& model : live->models) {
+            if (std::find(shown.begin(), shown.end(), model.id) != shown.end()) continue;
+            if (!separated) m_modelPicker->insertSeparator(m_modelPicker->count());
+            separated = true;
+            m_modelPicker->addItem(liveModelText(model), QString::fromStdString(model.id));
+        }
+        if (live->loading) {
+            m_modelPicker->addItem(localized("Loading models\u2026"));
+            auto* item = qobject_cast<QStandardItemModel*>(m_modelPicker->model())
+                             ->item(m_modelPicker->count() - 1);
+            item->setEnabled(false);
+            item->setData(QStringLiteral("modelListLoading"), Qt::AccessibleDescriptionRole);
+        }
+        if (!live->failure.isEmpty())
+            tooltip = localized("The provider\u2019s model list could not be loaded: %1")
+                          .arg(live->failure);
+    }
+    m_modelPicker->setToolTip(tooltip);
+    m_modelPicker->addItem(localized("Use custom model ID\u2026"));
+    m_modelPicker->setItemData(m_modelPicker->count() - 1, chooseCustomModel, kEntryActionRole);
+    m_modelPicker->setCurrentIndex(
+        m_modelPicker->findData(QString::fromStdString(store.model.get())));
+    if (m_refreshModelsButton) m_refreshModelsButton->setEnabled(live == nullptr || !live->loading);
 }
 
 void SettingsForm::refreshProviderFields() {

@@ -17,6 +17,7 @@
 #include <QTest>
 #include <QToolButton>
 
+#include <algorithm>
 #include <cmath>
 
 namespace sagely::testing {
@@ -25,6 +26,7 @@ namespace {
 using ui::CoachSettingsView;
 using Provider = CoachConfig::Provider;
 using Status = AppleIntelligenceInfo::Status;
+using namespace std::chrono_literals;
 
 class SettingsViewTest : public ::testing::Test {
 protected:
@@ -457,6 +459,135 @@ TEST_F(SettingsViewTest, ScreenshotsOfEveryProvider) {
     view->setAppleStatusSource([] { return Status::ready; });
     choose(Provider::apple);
     EXPECT_FALSE(saveScreenshot(view.get(), QStringLiteral("settings-apple-ready")).isEmpty());
+}
+
+// --- live model lists and the connection check ---
+
+class SettingsLiveModelsTest : public SettingsViewTest {
+protected:
+    void useOllama() {
+        world.settings->selectProvider(Provider::local);
+        world.settings->customEndpoint.set(world.server.url("/api/chat"));
+        world.settings->model.set("gemma3:4b");
+    }
+    QStringList pickerEntries() {
+        auto* picker = child<QComboBox>("modelPicker");
+        QStringList entries;
+        if (picker)
+            for (int i = 0; i < picker->count(); ++i) entries << picker->itemText(i);
+        return entries;
+    }
+    void openPicker() {
+        auto* picker = child<QComboBox>("modelPicker");
+        ASSERT_NE(picker, nullptr);
+        picker->showPopup();
+        picker->hidePopup();
+    }
+};
+
+TEST_F(SettingsLiveModelsTest, OpeningThePickerAddsTheInstalledModelsAfterTheCatalogue) {
+    useOllama();
+    world.server.enqueue(ScriptedResponse::slowHeaders(
+        300ms, R"({"models":[{"name":"llama3.2"},{"name":"qwen3:8b"},{"name":"mistral:7b"}]})"));
+    makeView();
+    QStringList expected = pickerEntries();
+    EXPECT_EQ(world.server.requestCount(), 0u);  // nothing is asked before the picker opens
+    openPicker();
+    EXPECT_TRUE(pickerEntries().contains(QStringLiteral("Loading models\u2026")));
+    ASSERT_TRUE(waitUntil([&] { return pickerEntries().contains(QStringLiteral("qwen3:8b")); }));
+    // The catalogue first, then a separator and the installed models it does not hold.
+    QStringList added{QString()};
+    for (const char* name : {"llama3.2", "qwen3:8b", "mistral:7b"}) {
+        const auto& known = CoachConfig::knownModels().at(Provider::local);
+        if (std::none_of(known.begin(), known.end(), [&](const auto& m) { return m.id == name; }))
+            added << QString::fromLatin1(name);
+    }
+    for (const QString& entry : added) expected.insert(expected.size() - 1, entry);
+    EXPECT_EQ(pickerEntries(), expected);
+    EXPECT_EQ(world.server.requests()[0].target, "/api/tags");
+
+    auto* picker = child<QComboBox>("modelPicker");
+    const int index = picker->findText(QStringLiteral("qwen3:8b"));
+    picker->setCurrentIndex(index);
+    Q_EMIT picker->activated(index);
+    settle();
+    EXPECT_EQ(world.settings->model.get(), "qwen3:8b");
+}
+
+TEST_F(SettingsLiveModelsTest, TheListIsKeptForTheSessionAndRefreshedOnDemand) {
+    useOllama();
+    world.server.enqueue(ScriptedResponse::json(200, R"({"models":[{"name":"first:1b"}]})"));
+    world.server.enqueue(ScriptedResponse::json(200, R"({"models":[{"name":"second:2b"}]})"));
+    makeView();
+    openPicker();
+    ASSERT_TRUE(waitUntil([&] { return pickerEntries().contains(QStringLiteral("first:1b")); }));
+    view.reset();
+    makeView();  // a new settings window shows the list at once, without asking again
+    EXPECT_TRUE(pickerEntries().contains(QStringLiteral("first:1b")));
+    openPicker();
+    settle();
+    EXPECT_EQ(world.server.requestCount(), 1u);
+    click("refreshModelsButton");
+    ASSERT_TRUE(waitUntil([&] { return pickerEntries().contains(QStringLiteral("second:2b")); }));
+    EXPECT_FALSE(pickerEntries().contains(QStringLiteral("first:1b")));
+    EXPECT_EQ(world.server.requestCount(), 2u);
+}
+
+TEST_F(SettingsLiveModelsTest, AFailedListLeavesTheCatalogueAndSaysWhyInTheTooltip) {
+    useOllama();
+    world.server.enqueue(ScriptedResponse::text(500, "model store unavailable"));
+    makeView();
+    const QStringList catalogue = pickerEntries();
+    openPicker();
+    auto* picker = child<QComboBox>("modelPicker");
+    ASSERT_TRUE(waitUntil([&] { return !picker->toolTip().isEmpty(); }));
+    EXPECT_EQ(picker->toolTip(),
+              QStringLiteral("The provider\u2019s model list could not be loaded: HTTP 500: "
+                             "model store unavailable"));
+    EXPECT_EQ(pickerEntries(), catalogue);
+}
+
+TEST_F(SettingsLiveModelsTest, ACustomEndpointWithoutAListHasNoRefreshButton) {
+    world.settings->selectProvider(Provider::custom);
+    world.settings->customEndpoint.set(world.server.url("/generate"));
+    makeView();
+    ASSERT_NE(child("modelPicker"), nullptr);
+    EXPECT_EQ(child("refreshModelsButton"), nullptr);
+    openPicker();
+    settle();
+    EXPECT_EQ(world.server.requestCount(), 0u);
+}
+
+TEST_F(SettingsLiveModelsTest, CheckTriesTheTypedKeyWithoutSavingIt) {
+    world.useOpenAI("sk-saved");
+    world.settings->customEndpoint.set(world.server.url("/v1/chat/completions"));
+    world.settings->model.set("gpt-4o-mini");
+    world.server.enqueue(ScriptedResponse::json(200, R"({"data":[{"id":"gpt-4o-mini"}]})"));
+    makeView();
+    typeKey(QStringLiteral("sk-typed"));
+    click("checkConnectionButton");
+    ASSERT_TRUE(waitUntil([&] { return child<QLabel>("connectionCheckResult") != nullptr; }));
+    auto* result = child<QLabel>("connectionCheckResult");
+    EXPECT_TRUE(result->text().startsWith(QStringLiteral("OpenAI answered in ")))
+        << result->text().toStdString();
+    EXPECT_TRUE(result->text().endsWith(
+        QStringLiteral(" ms: the key works and gpt-4o-mini is available (1 model in all).")));
+    EXPECT_TRUE(child<QPushButton>("checkConnectionButton")->isEnabled());
+    EXPECT_EQ(world.server.requests()[0].header("Authorization"), "Bearer sk-typed");
+    EXPECT_EQ(world.settings->apiKey.get(), "sk-saved");
+}
+
+TEST_F(SettingsLiveModelsTest, CheckSaysWhatFailed) {
+    useOllama();
+    world.server.enqueue(ScriptedResponse::json(200, R"({"models":[{"name":"qwen3:8b"}]})"));
+    makeView();
+    click("checkConnectionButton");
+    ASSERT_TRUE(waitUntil([&] { return child<QLabel>("connectionCheckResult") != nullptr; }));
+    EXPECT_TRUE(child<QLabel>("connectionCheckResult")
+                    ->text()
+                    .endsWith(QStringLiteral(", but the model gemma3:4b is not installed (1 "
+                                             "model installed). Install it with \u201collama "
+                                             "pull gemma3:4b\u201d.")));
 }
 
 }  // namespace
