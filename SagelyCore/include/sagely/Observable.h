@@ -3,10 +3,10 @@
 // set() notifies will-change subscribers with (old value, new value) before the value is stored,
 // then stores it, then notifies did-change subscribers with the new value. Every set notifies,
 // even when the value is equal. modify() changes the value in place with the same notifications;
-// it copies the value only when a will-change subscriber needs the old one beside the new. Subscribing does not deliver the current value. Subscriptions
-// are RAII tokens: destroying one unsubscribes. Notification runs over a snapshot, so
-// (un)subscribing inside a handler is safe; a handler that throws is skipped, never unwinding
-// the notifier.
+// it copies the value only when a will-change subscriber needs the old one beside the new.
+// Subscribing does not deliver the current value. Subscriptions are RAII tokens: destroying one
+// unsubscribes. Notification runs over a snapshot, so (un)subscribing inside a handler is safe; a
+// handler that throws is skipped, never unwinding the notifier.
 //
 // Thread rules: main thread only, like everything the engine and store publish.
 #pragma once

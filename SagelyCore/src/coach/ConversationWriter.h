@@ -64,8 +64,7 @@ public:
     /// When the file changed since it was last read or written, `merged` receives `list` with
     /// what other hosts saved folded in, and the writer's copy follows. False (and nothing
     /// copied) when nothing changed or a write is under way.
-    bool pickUp(const std::vector<CoachConversation>& list,
-                std::vector<CoachConversation>& merged);
+    bool pickUp(const std::vector<CoachConversation>& list, std::vector<CoachConversation>& merged);
 
 private:
     struct Insert {
