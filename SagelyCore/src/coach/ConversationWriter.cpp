@@ -100,12 +100,21 @@ void ConversationWriter::add(Change change) {
 }
 
 void ConversationWriter::save() {
+    bool started = true;
     {
         std::lock_guard lock(m_mutex);
         ++m_asked;
-        if (!m_thread.joinable()) m_thread = std::thread([this] { run(); });
+        if (!m_thread.joinable()) {
+            try {
+                m_thread = std::thread([this] { run(); });
+            } catch (...) {
+                started = false;
+            }
+        }
     }
     m_changed.notify_all();
+    // A process that can start no thread still gets its conversations saved, here and now.
+    if (!started) writePending();
 }
 
 std::optional<std::string> ConversationWriter::waitForPendingSaves() {
@@ -146,36 +155,41 @@ void ConversationWriter::run() {
             m_changed.wait_for(lock, kBurst, [&] { return m_hurry || m_stopping; });
         }
         lock.unlock();
-
-        std::optional<std::string> failure;
-        bool othersChanged = false;
-        std::uint64_t target = 0;
-        {
-            std::lock_guard fileLock(m_fileMutex);
-            std::vector<Change> changes;
-            {
-                std::lock_guard stateLock(m_mutex);
-                changes.swap(m_pending);
-                target = m_asked;
-            }
-            try {
-                apply(changes);
-                failure = m_file.write(m_list, othersChanged);
-            } catch (const std::exception& error) {
-                failure = error.what();
-            } catch (...) {
-                failure = "The conversations could not be saved.";
-            }
-        }
+        writePending();
         lock.lock();
+    }
+}
+
+// Applies the changes made so far and writes the list; the saves asked for until then are done.
+void ConversationWriter::writePending() {
+    std::optional<std::string> failure;
+    bool othersChanged = false;
+    std::uint64_t target = 0;
+    {
+        std::lock_guard fileLock(m_fileMutex);
+        std::vector<Change> changes;
+        {
+            std::lock_guard lock(m_mutex);
+            changes.swap(m_pending);
+            target = m_asked;
+        }
+        try {
+            apply(changes);
+            failure = m_file.write(m_list, othersChanged);
+        } catch (const std::exception& error) {
+            failure = error.what();
+        } catch (...) {
+            failure = "The conversations could not be saved.";
+        }
+    }
+    {
+        std::lock_guard lock(m_mutex);
         m_written = target;
         m_lastFailure = failure;
         if (m_written >= m_asked) m_hurry = false;
-        m_changed.notify_all();
-        lock.unlock();
-        if (m_report) m_report(othersChanged);
-        lock.lock();
     }
+    m_changed.notify_all();
+    if (m_report) m_report(othersChanged);
 }
 
 void ConversationWriter::apply(std::vector<Change>& changes) {

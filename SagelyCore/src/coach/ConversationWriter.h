@@ -83,6 +83,7 @@ private:
 
     void add(Change change);
     void run();
+    void writePending();
     void apply(std::vector<Change>& changes);
 
     Report m_report;
