@@ -79,16 +79,22 @@ double median(std::vector<double> samples) {
     return samples[samples.size() / 2];
 }
 
+/// Settings on the storage folder with OpenAI chosen and a key.
+std::unique_ptr<CoachSettingsStore> openAISettings(const std::filesystem::path& storage) {
+    CoachSettingsStore::Options options;
+    options.secretStore = std::make_shared<InMemorySecretStore>();
+    options.storageRoot = storage;
+    auto settings = std::make_unique<CoachSettingsStore>("com.brindlewood.sagely.bench",
+                                                         "coach-api-key", options);
+    settings->selectProvider(CoachConfig::Provider::openai);
+    settings->apiKey.set("sk-bench");
+    return settings;
+}
+
 /// A coach on a temporary storage folder, talking to a loopback server that answers at once.
 struct CoachSetup {
     CoachSetup() {
-        CoachSettingsStore::Options options;
-        options.secretStore = std::make_shared<InMemorySecretStore>();
-        options.storageRoot = storage.path();
-        settings = std::make_unique<CoachSettingsStore>("com.brindlewood.sagely.bench",
-                                                        "coach-api-key", options);
-        settings->selectProvider(CoachConfig::Provider::openai);
-        settings->apiKey.set("sk-bench");
+        settings = openAISettings(storage.path());
         settings->customEndpoint.set(server.url("/v1/chat/completions"));
         server.setFallbackResponse(
             sagely::testing::ScriptedResponse::json(200, openAIReply("A short answer.")));
@@ -204,13 +210,7 @@ double threadSeconds() {
 struct SavingCoach {
     SavingCoach(std::vector<CoachConversation> history,
                 std::shared_ptr<StaticCoachContextProvider> guide) {
-        CoachSettingsStore::Options options;
-        options.secretStore = std::make_shared<InMemorySecretStore>();
-        options.storageRoot = storage.path();
-        settings = std::make_unique<CoachSettingsStore>("com.brindlewood.sagely.bench",
-                                                        "coach-api-key", options);
-        settings->selectProvider(CoachConfig::Provider::openai);
-        settings->apiKey.set("sk-bench");
+        settings = openAISettings(storage.path());
         restart(history, std::move(guide));
     }
 

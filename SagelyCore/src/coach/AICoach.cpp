@@ -158,7 +158,7 @@ void AICoach::Impl::load() {
 // hands over the change it made.
 void AICoach::Impl::save() {
     if (!AICoach::conversationPersistenceAllowed()) {
-        writerInStep = false;  // changes made meanwhile are not followed: resent whole below
+        writerInStep = false;  // the next allowed save hands over the whole list
         return;
     }
     auto& history = historyWriter();
