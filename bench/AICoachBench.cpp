@@ -1,7 +1,12 @@
 // The coach's own cost per question: from sendAndReturnReply to the completion, minus the time
 // the loopback server spent on the exchange, with a 1 MB guide, a 500-message conversation and a
-// server that answers at once. Saving is switched off while this is measured; the cost of the
-// save that a real question ends with is measured beside it.
+// server that answers at once (saving off), and the cost of a whole-list save beside it.
+//
+// BM_MainThreadCostOfAQuestion is what a GUI host feels, with saving on: the main thread's own
+// CPU time for a question, from sendAndReturnReply to the completion (the save it asks for
+// included, the writer's thread not), with a 20 MB history (500 messages in the current
+// conversation and 99 other conversations) against a 10-message history, asked in turn in one
+// run. `ratio` should stay near 1: the main thread pays for the conversation, not the history.
 #include "support/FakeLLMService.h"
 #include "support/LoopbackHttpServer.h"
 #include "support/TemporaryDirectory.h"
@@ -16,6 +21,8 @@
 
 #include <benchmark/benchmark.h>
 #include <nlohmann/json.hpp>
+
+#include <time.h>
 
 #include <algorithm>
 #include <chrono>
@@ -49,10 +56,10 @@ std::string makeGuide() {
     return guide;
 }
 
-// One conversation of 500 messages of mixed lengths.
-CoachConversation makeConversation() {
+// One conversation of mixed-length messages (500: some 200 kB).
+CoachConversation makeConversation(std::size_t messages = 500) {
     CoachConversation conversation("A long conversation");
-    for (std::size_t i = 0; i < 500; ++i) {
+    for (std::size_t i = 0; i < messages; ++i) {
         std::string content;
         for (std::size_t w = 0; w < 10 + (i * 13) % 60; ++w) content += word(i + w) + " ";
         const auto role = i % 2 ? CoachMessage::Role::assistant : CoachMessage::Role::user;
@@ -72,16 +79,22 @@ double median(std::vector<double> samples) {
     return samples[samples.size() / 2];
 }
 
+/// Settings on the storage folder with OpenAI chosen and a key.
+std::unique_ptr<CoachSettingsStore> openAISettings(const std::filesystem::path& storage) {
+    CoachSettingsStore::Options options;
+    options.secretStore = std::make_shared<InMemorySecretStore>();
+    options.storageRoot = storage;
+    auto settings = std::make_unique<CoachSettingsStore>("com.brindlewood.sagely.bench",
+                                                         "coach-api-key", options);
+    settings->selectProvider(CoachConfig::Provider::openai);
+    settings->apiKey.set("sk-bench");
+    return settings;
+}
+
 /// A coach on a temporary storage folder, talking to a loopback server that answers at once.
 struct CoachSetup {
     CoachSetup() {
-        CoachSettingsStore::Options options;
-        options.secretStore = std::make_shared<InMemorySecretStore>();
-        options.storageRoot = storage.path();
-        settings = std::make_unique<CoachSettingsStore>("com.brindlewood.sagely.bench",
-                                                        "coach-api-key", options);
-        settings->selectProvider(CoachConfig::Provider::openai);
-        settings->apiKey.set("sk-bench");
+        settings = openAISettings(storage.path());
         settings->customEndpoint.set(server.url("/v1/chat/completions"));
         server.setFallbackResponse(
             sagely::testing::ScriptedResponse::json(200, openAIReply("A short answer.")));
@@ -186,6 +199,84 @@ void BM_SaveAfterReply(benchmark::State& state) {
     state.counters["file_kB"] = static_cast<double>(std::filesystem::file_size(file)) / 1e3;
 }
 BENCHMARK(BM_SaveAfterReply)->Unit(benchmark::kMillisecond);
+
+double threadSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+/// A coach with saving on over a saved history, answered at once by an in-process model.
+struct SavingCoach {
+    SavingCoach(std::vector<CoachConversation> history,
+                std::shared_ptr<StaticCoachContextProvider> guide) {
+        settings = openAISettings(storage.path());
+        restart(history, std::move(guide));
+    }
+
+    /// A new coach on the history saved afresh.
+    void restart(const std::vector<CoachConversation>& history,
+                 std::shared_ptr<StaticCoachContextProvider> guide) {
+        coach.reset();
+        ConversationFile::save(settings->conversationURL("bench"), history);
+        fileBytes = std::filesystem::file_size(settings->conversationURL("bench"));
+        coach = std::make_unique<AICoach>(executor, std::move(guide), settings.get(), "bench",
+                                          CoachLocalActionResolver{}, true, model);
+    }
+
+    /// Asks once; returns the main thread's CPU seconds for it. The save is waited for after.
+    double ask(const std::string& question) {
+        model->enqueueReply("A short answer.");
+        bool answered = false;
+        const double start = threadSeconds();
+        coach->sendAndReturnReply(question, [&](std::optional<CoachMessage>) { answered = true; });
+        executor->runUntil([&] { return answered; }, std::chrono::seconds(30));
+        const double spent = threadSeconds() - start;
+        coach->waitForPendingSaves();  // not counted: the writer's work, waited for so that the
+        executor->runFor(std::chrono::milliseconds(0));  // next question meets an idle disk
+        return spent;
+    }
+
+    sagely::testing::TemporaryDirectory storage;
+    std::shared_ptr<ManualExecutor> executor = std::make_shared<ManualExecutor>();
+    std::unique_ptr<CoachSettingsStore> settings;
+    std::shared_ptr<sagely::testing::FakeLLMService> model =
+        std::make_shared<sagely::testing::FakeLLMService>();
+    std::unique_ptr<AICoach> coach;
+    std::uintmax_t fileBytes = 0;
+};
+
+void BM_MainThreadCostOfAQuestion(benchmark::State& state) {
+    AICoach::setConversationPersistenceAllowed({});
+    auto guide = std::make_shared<StaticCoachContextProvider>("Bench", "Three notebooks are open.",
+                                                              makeGuide());
+    std::vector<CoachConversation> large;
+    large.push_back(makeConversation());
+    for (int i = 0; i < 99; ++i) large.push_back(makeConversation());
+    const std::vector<CoachConversation> tenMessages = {makeConversation(10)};
+    SavingCoach small(tenMessages, guide);
+    SavingCoach big(std::move(large), guide);
+    small.ask("Warm up.");
+    big.ask("Warm up.");
+    std::vector<double> smallSamples, bigSamples;
+    std::size_t i = 0;
+    for (auto _ : state) {
+        const std::string& question = kQuestions[i++ % kQuestions.size()];
+        small.restart(tenMessages, guide);  // each question meets ten messages
+        smallSamples.push_back(small.ask(question));
+        const double seconds = big.ask(question);
+        bigSamples.push_back(seconds);
+        state.SetIterationTime(seconds);
+    }
+    state.counters["history_MB"] = static_cast<double>(big.fileBytes) / 1e6;
+    state.counters["small_ms"] = median(smallSamples) * 1e3;
+    state.counters["large_ms"] = median(bigSamples) * 1e3;
+    state.counters["ratio"] = median(bigSamples) / median(smallSamples);
+}
+BENCHMARK(BM_MainThreadCostOfAQuestion)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(40);
 
 }  // namespace
 

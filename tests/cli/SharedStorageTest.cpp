@@ -151,6 +151,7 @@ TEST_F(SharedStorage, ALongLivedCoachAndOneShotAsksKeepEveryQuestion) {
     }
     coach.send("Last word");
     asked.insert("Last word");
+    coach.waitForPendingSaves();
 
     EXPECT_EQ(questionsOnDisk("cli"), asked);
     // The coach took in what the one-shot processes added before each of its questions.

@@ -19,6 +19,13 @@
 //   (the pending completion is released uncalled), and the destructor does not wait for the
 //   network. A question still waiting for its reply is saved with the conversation.
 //
+// Saving: each change hands only what it changed to the coach's writer thread, which writes the
+// file soon after (the saves of a burst once, with the latest list), merged with what other
+// hosts saved, crash-safe (temporary file, flushed, renamed). The outcome reaches
+// `lastSaveFailure` on the main thread through the MainExecutor, or at once from
+// waitForPendingSaves(). Destroying the coach, and a normal end of the process, first write what
+// is pending.
+//
 // Thread rules: main thread only (construct, call and destroy it there); the published
 // properties notify on the main thread. Do not destroy the coach from inside one of its own
 // property notifications; destroying it from a completion is fine.
@@ -134,6 +141,11 @@ public:
     void sendAndReturnReply(const std::string& question, ReplyCompletion completion);
     /// Asks the question and ignores the reply.
     void send(const std::string& question);
+
+    /// Blocks until every save asked for so far is on disk (or has failed), then publishes its
+    /// outcome in lastSaveFailure. For a host that reads the file itself, shuts down in
+    /// steps, or must know that a change was saved; the destructor does the same.
+    void waitForPendingSaves();
 
     /// Process-wide switch for loading and saving conversation files (default: always true).
     static void setConversationPersistenceAllowed(std::function<bool()> allowed);

@@ -15,6 +15,9 @@
 // what is in the file and was never seen was added elsewhere and is kept (and the other way
 // round for the file's side). Messages are kept in time order. A merge drops none: the cap of a
 // conversation is the coach's, applied when a model's reply is appended, never to a local answer.
+// When the file is still the one this instance last read or wrote (same inode, size and
+// modification time: every save replaces the file by a new one), nobody else saved since and
+// the merge is the list itself, so nothing is read.
 //
 // Thread rules: an instance is used by one thread at a time; the static functions have no state
 // of their own.
@@ -25,6 +28,7 @@
 #include <sagely/Uuid.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -33,6 +37,10 @@
 #include <vector>
 
 namespace sagely {
+
+namespace detail {
+struct FileStamp;
+}
 
 class SAGELY_EXPORT ConversationFile {
 public:
@@ -52,9 +60,18 @@ public:
     /// Merges `conversations` with the file under its lock and writes the result; on success
     /// `conversations` becomes the list written. Returns the reason when nothing was written.
     std::optional<std::string> merge(std::vector<CoachConversation>& conversations);
+    /// Writes what this host holds, merged under the lock with what others saved meanwhile.
+    /// Unlike merge, `conversations` stays as it is and what others added is written without
+    /// counting as seen here: `othersChanged` tells whether a pickUp would bring anything in.
+    /// Returns the reason when nothing was written.
+    std::optional<std::string> write(const std::vector<CoachConversation>& conversations,
+                                     bool& othersChanged);
     /// Folds what other hosts saved since this instance last looked into `conversations`
     /// without writing; returns whether the list changed.
     bool pickUp(std::vector<CoachConversation>& conversations);
+    /// Whether the file is still the one this instance last read or wrote, with nothing of
+    /// other hosts left to pick up.
+    bool isUnchangedSinceSeen() const;
 
     /// The merge itself: `seen` holds, per conversation id, the message ids last seen in the
     /// file. `local` keeps its order; conversations only in `file` go before the first local one
@@ -64,10 +81,22 @@ public:
                                                  const std::map<Uuid, std::set<Uuid>>& seen);
 
 private:
+    struct Stamp {
+        std::uint64_t device = 0;
+        std::uint64_t inode = 0;
+        std::uint64_t size = 0;
+        std::int64_t modifiedNanoseconds = 0;
+        bool operator==(const Stamp&) const = default;
+    };
+    struct Merge;
+    static Stamp fromDetail(const detail::FileStamp& stamp);
+    std::optional<std::string> mergeAndWrite(const std::vector<CoachConversation>& conversations,
+                                             Merge& merge);
     void remember(const std::vector<CoachConversation>& conversations);
 
     std::filesystem::path m_file;
     std::map<Uuid, std::set<Uuid>> m_seen;
+    std::optional<Stamp> m_stamp;  // the file as last read or written; none: look again
 };
 
 }  // namespace sagely

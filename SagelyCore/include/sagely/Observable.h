@@ -2,10 +2,11 @@
 //
 // set() notifies will-change subscribers with (old value, new value) before the value is stored,
 // then stores it, then notifies did-change subscribers with the new value. Every set notifies,
-// even when the value is equal. Subscribing does not deliver the current value. Subscriptions
-// are RAII tokens: destroying one unsubscribes. Notification runs over a snapshot, so
-// (un)subscribing inside a handler is safe; a handler that throws is skipped, never unwinding
-// the notifier.
+// even when the value is equal. modify() changes the value in place with the same notifications;
+// it copies the value only when a will-change subscriber needs the old one beside the new.
+// Subscribing does not deliver the current value. Subscriptions are RAII tokens: destroying one
+// unsubscribes. Notification runs over a snapshot, so (un)subscribing inside a handler is safe; a
+// handler that throws is skipped, never unwinding the notifier.
 //
 // Thread rules: main thread only, like everything the engine and store publish.
 #pragma once
@@ -62,6 +63,8 @@ public:
         });
     }
 
+    bool hasSubscribers() const { return !m_state->handlers.empty(); }
+
     void emit(const Args&... args) const {
         auto snapshot = m_state->handlers;
         for (const auto& handler : snapshot) {
@@ -98,6 +101,20 @@ public:
     void set(T newValue) {
         m_willChange.emit(m_value, newValue);
         m_value = std::move(newValue);
+        m_didChange.emit(m_value);
+    }
+
+    /// Applies `change` (a callable taking T&) to the value. Without will-change subscribers it
+    /// changes the stored value itself, so a large value (a long list) costs only the change.
+    template <typename Change>
+    void modify(Change&& change) {
+        if (m_willChange.hasSubscribers()) {
+            T changed = m_value;
+            change(changed);
+            set(std::move(changed));
+            return;
+        }
+        change(m_value);
         m_didChange.emit(m_value);
     }
 

@@ -1,6 +1,5 @@
 #include "coach/AICoachImpl.h"
 
-#include <sagely/ConversationFile.h>
 #include <sagely/Log.h>
 
 #include <algorithm>
@@ -81,19 +80,22 @@ AICoach::Impl::Impl(AICoach& owner, std::shared_ptr<MainExecutor> mainExecutor,
 }
 
 void AICoach::Impl::newConversation() {
-    auto list = conversations.get();
-    CoachConversation conversation("Conversation " + std::to_string(list.size() + 1));
-    list.insert(list.begin(), std::move(conversation));
-    conversations.set(std::move(list));
+    CoachConversation conversation("Conversation " +
+                                   std::to_string(conversations.get().size() + 1));
+    if (auto* inStep = writerInStepOrNull()) inStep->insertFirst(conversation);
+    conversations.modify([&](std::vector<CoachConversation>& list) {
+        list.insert(list.begin(), std::move(conversation));
+    });
     currentConversation.set(conversations.get().front());
     save();
 }
 
 void AICoach::Impl::deleteConversation(const CoachConversation& conversation) {
     const Uuid id = conversation.id();
-    auto list = conversations.get();
-    std::erase_if(list, [&](const CoachConversation& c) { return c.id() == id; });
-    conversations.set(std::move(list));
+    if (auto* inStep = writerInStepOrNull()) inStep->remove(id);
+    conversations.modify([&](std::vector<CoachConversation>& list) {
+        std::erase_if(list, [&](const CoachConversation& c) { return c.id() == id; });
+    });
     const auto& current = currentConversation.get();
     if (current && current->id() == id) {
         const auto& remaining = conversations.get();
@@ -103,47 +105,89 @@ void AICoach::Impl::deleteConversation(const CoachConversation& conversation) {
     save();
 }
 
+// Costs the conversation, not the list: the listed one is replaced in place.
 void AICoach::Impl::store(CoachConversation conversation) {
     const auto& list = conversations.get();
     auto found = std::find_if(list.begin(), list.end(), [&](const CoachConversation& c) {
         return c.id() == conversation.id();
     });
     if (found != list.end()) {
-        auto updated = list;
-        updated[static_cast<std::size_t>(found - list.begin())] = conversation;
-        conversations.set(std::move(updated));
+        const auto index = static_cast<std::size_t>(found - list.begin());
+        if (auto* inStep = writerInStepOrNull()) inStep->replace(conversation);
+        conversations.modify(
+            [&](std::vector<CoachConversation>& all) { all[index] = conversation; });
     }
     currentConversation.set(std::move(conversation));
 }
 
-ConversationFile& AICoach::Impl::historyFile() {
-    if (!history) history.emplace(settings->conversationURL(conversationNamespace));
-    return *history;
+detail::ConversationWriter& AICoach::Impl::historyWriter() {
+    if (!writer) {
+        // Reports come on the writer's thread; the published state changes on the main thread.
+        auto report = [coach = weak_from_this(), executor = executor](bool othersChanged) {
+            try {
+                executor->post([coach, othersChanged] {
+                    auto impl = coach.lock();
+                    if (!impl || !impl->owner) return;
+                    impl->publishSaveOutcome();
+                    if (othersChanged) impl->pickUpOtherHosts();
+                });
+            } catch (...) {
+                // Without a main thread to return to, the outcome waits for the next look.
+            }
+        };
+        writer = std::make_unique<detail::ConversationWriter>(
+            settings->conversationURL(conversationNamespace), std::move(report));
+    }
+    return *writer;
+}
+
+detail::ConversationWriter* AICoach::Impl::writerInStepOrNull() {
+    return writerInStep ? writer.get() : nullptr;
 }
 
 void AICoach::Impl::load() {
     if (!AICoach::conversationPersistenceAllowed()) return;
-    auto list = historyFile().read();
+    auto list = historyWriter().load();
+    writerInStep = true;
     if (list.empty()) return;
     conversations.set(std::move(list));
     currentConversation.set(conversations.get().front());
 }
 
-// Other hosts may have saved to the same file meanwhile: the save merges with what is there and
-// the coach goes on with the merged list.
+// The writer merges with what other hosts saved meanwhile and reports back; the main thread only
+// hands over the change it made.
 void AICoach::Impl::save() {
-    if (!AICoach::conversationPersistenceAllowed()) return;
-    auto list = conversations.get();
-    std::optional<std::string> failure = historyFile().merge(list);
-    if (lastSaveFailure.get() != failure) lastSaveFailure.set(failure);
-    if (!failure) adopt(std::move(list));
+    if (!AICoach::conversationPersistenceAllowed()) {
+        writerInStep = false;  // the next allowed save hands over the whole list
+        return;
+    }
+    auto& history = historyWriter();
+    if (!writerInStep) {
+        history.replaceAll(conversations.get());
+        writerInStep = true;
+    }
+    history.save();
 }
 
-// Before a question builds its prompt, what other hosts added is taken in.
+void AICoach::Impl::waitForPendingSaves() {
+    if (!writer) return;
+    writer->waitForPendingSaves();
+    publishSaveOutcome();
+}
+
+void AICoach::Impl::publishSaveOutcome() {
+    if (!writer) return;
+    auto failure = writer->lastFailure();
+    if (lastSaveFailure.get() != failure) lastSaveFailure.set(std::move(failure));
+}
+
+// Before a question builds its prompt, what other hosts added is taken in. A look at the file's
+// stamp tells whether there is any; only then is the file read.
 void AICoach::Impl::pickUpOtherHosts() {
-    if (!history || !AICoach::conversationPersistenceAllowed()) return;
-    auto list = conversations.get();
-    if (history->pickUp(list)) adopt(std::move(list));
+    auto* inStep = writerInStepOrNull();
+    if (!inStep || !AICoach::conversationPersistenceAllowed()) return;
+    std::vector<CoachConversation> merged;
+    if (inStep->pickUp(conversations.get(), merged)) adopt(std::move(merged));
 }
 
 // Notifies only on a real change; the current conversation follows its merged version, or the
@@ -184,6 +228,8 @@ void AICoach::Impl::shutDown() {
     for (auto& [generation, request] : pending) request->cancellation.requestStop();
     // A cancelled request saves on its way out; this one will not get there, so save for it.
     if (!pending.empty()) save();
+    // Everything asked for reaches the disk before the coach is gone.
+    if (writer) writer->waitForPendingSaves();
     const auto deadline = std::chrono::steady_clock::now() + kWorkerGracePeriod;
     for (auto& [generation, request] : pending) {
         if (request->worker) request->worker->waitUntil(deadline);
@@ -265,6 +311,10 @@ void AICoach::sendAndReturnReply(const std::string& question, ReplyCompletion co
 
 void AICoach::send(const std::string& question) {
     sendAndReturnReply(question, {});
+}
+
+void AICoach::waitForPendingSaves() {
+    m_impl->waitForPendingSaves();
 }
 
 void AICoach::setConversationPersistenceAllowed(std::function<bool()> allowed) {

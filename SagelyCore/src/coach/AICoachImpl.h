@@ -8,7 +8,8 @@
 
 #include <sagely/AICoach.h>
 #include <sagely/CancellationToken.h>
-#include <sagely/ConversationFile.h>
+
+#include "coach/ConversationWriter.h"
 
 #include <condition_variable>
 #include <cstdint>
@@ -85,7 +86,10 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
     bool allowsLLMCompletion;
     std::shared_ptr<LLMService> llm;
 
-    std::optional<ConversationFile> history;  // made at the first load or save
+    // Made at the first load or save. Its copy of the list follows every change made here while
+    // it is in step; it falls out of step while persistence is switched off.
+    std::unique_ptr<detail::ConversationWriter> writer;
+    bool writerInStep = false;
 
     std::uint64_t latestGeneration = 0;
     std::map<std::uint64_t, std::shared_ptr<detail::CoachRequest>> requests;  // unfinished
@@ -96,9 +100,12 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
     void store(CoachConversation conversation);
     void load();
     void save();
+    void waitForPendingSaves();
+    void publishSaveOutcome();
     void pickUpOtherHosts();
     void adopt(std::vector<CoachConversation> list);
-    ConversationFile& historyFile();
+    detail::ConversationWriter& historyWriter();
+    detail::ConversationWriter* writerInStepOrNull();
     void preloadManual();
     void shutDown();
 

@@ -38,6 +38,7 @@ struct FileContent {
     std::vector<CoachConversation> conversations;
     bool found = false;
     std::optional<std::string> keptInPlace;
+    detail::FileStamp stamp;  // of the file read, when found
 };
 
 // Reads the file; one that cannot be read or decoded is logged and moved aside, since the next
@@ -45,7 +46,7 @@ struct FileContent {
 FileContent readKeepingAside(const std::filesystem::path& file) {
     FileContent content;
     std::string bytes;
-    int error = detail::readWholeFile(file, bytes);
+    int error = detail::readWholeFile(file, bytes, &content.stamp);
     if (isMissing(error)) return content;
     std::string failure = error ? detail::describeReadFailure(file, error)
                                 : decodeFailure(bytes, content.conversations);
@@ -78,6 +79,17 @@ template <typename Items>
 auto findById(const Items& items, const Uuid& id) {
     return std::find_if(items.begin(), items.end(),
                         [&](const auto& item) { return item.id() == id; });
+}
+
+// Whether taking in `result` changes what `list` shows: other messages or conversations, another
+// order or another title.
+bool differs(const std::vector<CoachConversation>& result,
+             const std::vector<CoachConversation>& list) {
+    if (result.size() != list.size()) return true;
+    for (std::size_t i = 0; i < result.size(); ++i) {
+        if (result[i].id() != list[i].id() || result[i].title() != list[i].title()) return true;
+    }
+    return seenIn(result) != seenIn(list);
 }
 
 bool addedSince(const CoachConversation& conversation, const std::set<Uuid>& seenMessages) {
@@ -120,6 +132,10 @@ void insertByCreation(std::vector<CoachConversation>& list, const CoachConversat
 
 }  // namespace
 
+ConversationFile::Stamp ConversationFile::fromDetail(const detail::FileStamp& stamp) {
+    return {stamp.device, stamp.inode, stamp.size, stamp.modifiedNanoseconds};
+}
+
 std::vector<CoachConversation> ConversationFile::load(const std::filesystem::path& file) {
     return readKeepingAside(file).conversations;
 }
@@ -143,49 +159,85 @@ bool ConversationFile::save(const std::filesystem::path& file,
 
 ConversationFile::ConversationFile(std::filesystem::path file) : m_file(std::move(file)) {}
 
+// What a save found: the merge with the file, when the file had changed since it was seen.
+struct ConversationFile::Merge {
+    bool happened = false;
+    std::vector<CoachConversation> result;
+};
+
 std::vector<CoachConversation> ConversationFile::read() {
-    auto conversations = readKeepingAside(m_file).conversations;
-    remember(conversations);
-    return conversations;
+    FileContent content = readKeepingAside(m_file);
+    m_stamp.reset();
+    if (content.found) m_stamp = fromDetail(content.stamp);
+    remember(content.conversations);
+    return std::move(content.conversations);
 }
 
-std::optional<std::string> ConversationFile::merge(std::vector<CoachConversation>& conversations) {
+std::optional<std::string> ConversationFile::mergeAndWrite(
+    const std::vector<CoachConversation>& conversations, Merge& merge) {
     detail::FileLock lock(m_file);
-    FileContent onDisk = readKeepingAside(m_file);
-    if (onDisk.keptInPlace) return onDisk.keptInPlace;
-    std::vector<CoachConversation> result = merged(conversations, onDisk.conversations, m_seen);
+    if (!isUnchangedSinceSeen()) {
+        FileContent onDisk = readKeepingAside(m_file);
+        if (onDisk.keptInPlace) return onDisk.keptInPlace;
+        merge.result = merged(conversations, onDisk.conversations, m_seen);
+        merge.happened = true;
+    }
     std::string bytes;
     try {
-        bytes = encodeConversations(result);
+        bytes = encodeConversations(merge.happened ? merge.result : conversations);
     } catch (const std::exception& error) {
         log(std::string("Failed to save conversations: ") + error.what());
         return std::string(error.what());
     }
-    if (int error = detail::replaceFileAtomically(m_file, bytes)) {
+    detail::FileStamp written;
+    if (int error = detail::replaceFileAtomically(m_file, bytes, &written)) {
         std::string failure = detail::describeWriteFailure(m_file, error);
         log("Failed to save conversations: " + failure);
         return failure;
     }
-    remember(result);
-    conversations = std::move(result);
+    m_stamp = fromDetail(written);
     return std::nullopt;
+}
+
+std::optional<std::string> ConversationFile::merge(std::vector<CoachConversation>& conversations) {
+    Merge merge;
+    if (auto failure = mergeAndWrite(conversations, merge)) return failure;
+    if (merge.happened) conversations = std::move(merge.result);
+    remember(conversations);
+    return std::nullopt;
+}
+
+std::optional<std::string> ConversationFile::write(
+    const std::vector<CoachConversation>& conversations, bool& othersChanged) {
+    othersChanged = false;
+    Merge merge;
+    if (auto failure = mergeAndWrite(conversations, merge)) return failure;
+    // What others added is in the file but not here: it is not seen yet, so no later save takes
+    // it for a deletion, and the next look at the file brings it in.
+    othersChanged = merge.happened && differs(merge.result, conversations);
+    remember(conversations);
+    if (othersChanged) m_stamp.reset();
+    return std::nullopt;
+}
+
+bool ConversationFile::isUnchangedSinceSeen() const {
+    if (!m_stamp) return false;
+    auto now = detail::stampOf(m_file);
+    return now && fromDetail(*now) == *m_stamp;
 }
 
 // Read without the lock: the file is only ever replaced whole, so a read sees one save or the
 // next. An unreadable file is left to the next save, which keeps it aside.
 bool ConversationFile::pickUp(std::vector<CoachConversation>& conversations) {
     std::string bytes;
-    if (detail::readWholeFile(m_file, bytes) != 0) return false;
+    detail::FileStamp stamp;
+    if (detail::readWholeFile(m_file, bytes, &stamp) != 0) return false;
     std::vector<CoachConversation> onDisk;
     if (!decodeFailure(bytes, onDisk).empty()) return false;
     std::vector<CoachConversation> result = merged(conversations, onDisk, m_seen);
     remember(onDisk);
-    bool changed = seenIn(result) != seenIn(conversations);
-    if (!changed) {
-        for (std::size_t i = 0; i < result.size() && !changed; ++i)
-            changed = result[i].id() != conversations[i].id() ||
-                      result[i].title() != conversations[i].title();
-    }
+    m_stamp = fromDetail(stamp);
+    const bool changed = differs(result, conversations);
     if (changed) conversations = std::move(result);
     return changed;
 }

@@ -34,21 +34,55 @@ AtomicWriteFaults currentFaults() {
     return installedFaults();
 }
 
+std::int64_t nanoseconds(const struct timespec& time) {
+    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+// The modification time to the nanosecond: st_mtim in POSIX, st_mtimespec on Apple's systems.
+template <typename Stat>
+auto modifiedNanoseconds(const Stat& info, int) -> decltype(nanoseconds(info.st_mtim)) {
+    return nanoseconds(info.st_mtim);
+}
+template <typename Stat>
+auto modifiedNanoseconds(const Stat& info, long) -> decltype(nanoseconds(info.st_mtimespec)) {
+    return nanoseconds(info.st_mtimespec);
+}
+
+FileStamp stampFrom(const struct stat& info) {
+    return {static_cast<std::uint64_t>(info.st_dev), static_cast<std::uint64_t>(info.st_ino),
+            static_cast<std::uint64_t>(info.st_size), modifiedNanoseconds(info, 0)};
+}
+
+// The count read, or minus the errno.
+ssize_t readSome(int fd, char* into, std::size_t size) {
+    for (;;) {
+        ssize_t n = ::read(fd, into, size);
+        if (n >= 0) return n;
+        if (errno != EINTR) return -errno;
+    }
+}
+
+// Reads exactly the size the file had when opened, then checks for its end with a small read of
+// its own, so the buffer holds the content (and the parser's padding) and nothing more. A file
+// that grew meanwhile is read on in pieces.
 int readAll(int fd, std::string& bytes, std::size_t expected) {
     bytes.reserve(expected + kReadPadding);
     bytes.resize(expected);
     std::size_t filled = 0;
-    for (;;) {
-        if (filled == bytes.size())
-            bytes.resize(bytes.size() + std::max<std::size_t>(expected, 4096));
-        ssize_t n = ::read(fd, bytes.data() + filled, bytes.size() - filled);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return errno;
-        if (n == 0) break;
+    while (filled < expected) {
+        ssize_t n = readSome(fd, bytes.data() + filled, expected - filled);
+        if (n < 0) return static_cast<int>(-n);
+        if (n == 0) break;  // shorter than it was: it shrank meanwhile
         filled += static_cast<std::size_t>(n);
     }
     bytes.resize(filled);
-    return 0;
+    if (filled < expected) return 0;
+    char piece[4096];
+    for (;;) {
+        ssize_t n = readSome(fd, piece, sizeof piece);
+        if (n < 0) return static_cast<int>(-n);
+        if (n == 0) return 0;
+        bytes.append(piece, static_cast<std::size_t>(n));
+    }
 }
 
 int writeAll(int fd, std::string_view bytes, std::optional<std::size_t> limit) {
@@ -131,7 +165,13 @@ int moveAside(const std::filesystem::path& file, std::filesystem::path* movedTo)
     return 0;
 }
 
-int readWholeFile(const std::filesystem::path& file, std::string& bytes) {
+std::optional<FileStamp> stampOf(const std::filesystem::path& file) {
+    struct stat info {};
+    if (::stat(file.c_str(), &info) != 0) return std::nullopt;
+    return stampFrom(info);
+}
+
+int readWholeFile(const std::filesystem::path& file, std::string& bytes, FileStamp* stamp) {
     int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return errno;
     struct stat info {};
@@ -140,10 +180,15 @@ int readWholeFile(const std::filesystem::path& file, std::string& bytes) {
     if (!error)
         error = readAll(fd, bytes, static_cast<std::size_t>(std::max<off_t>(info.st_size, 0)));
     ::close(fd);
+    if (!error && stamp) *stamp = stampFrom(info);
+    if (!error) {
+        if (auto observer = currentFaults().afterRead) observer(file);
+    }
     return error;
 }
 
-int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes) {
+int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes,
+                          FileStamp* stamp) {
     if (file.empty()) return ENOENT;  // no storage folder: never the current folder instead
     AtomicWriteFaults faults = currentFaults();
     std::filesystem::path folder = folderOf(file);
@@ -153,6 +198,8 @@ int replaceFileAtomically(const std::filesystem::path& file, std::string_view by
     ::fcntl(fd, F_SETFD, FD_CLOEXEC);
     int error = writeAll(fd, bytes, faults.failAfterBytes);
     if (!error && ::fsync(fd) != 0) error = errno;
+    struct stat info {};
+    if (!error && ::fstat(fd, &info) != 0) error = errno;
     if (::close(fd) != 0 && !error) error = errno;
     if (!error && faults.beforeRename) error = faults.beforeRename(temporary);
     if (!error && ::rename(temporary.c_str(), file.c_str()) != 0) error = errno;
@@ -161,6 +208,8 @@ int replaceFileAtomically(const std::filesystem::path& file, std::string_view by
         return error;
     }
     syncFolder(folder);
+    if (stamp) *stamp = stampFrom(info);  // a rename keeps the inode and its modification time
+    if (faults.afterReplace) faults.afterReplace(file);
     return 0;
 }
 

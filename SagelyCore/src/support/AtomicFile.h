@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -18,12 +19,30 @@
 
 namespace sagely::detail {
 
-/// Reads the whole file into `bytes`; 0 on success, else an errno value (ENOENT: no file).
-int readWholeFile(const std::filesystem::path& file, std::string& bytes);
+/// What tells one version of a file from another: every save replaces the file by a new one, so
+/// an unchanged stamp means nobody saved since.
+struct FileStamp {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t size = 0;
+    std::int64_t modifiedNanoseconds = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+
+/// The stamp of the file now; none when it cannot be looked at (no file).
+std::optional<FileStamp> stampOf(const std::filesystem::path& file);
+
+/// Reads the whole file into `bytes`, a buffer of the file's size (plus a parser's padding);
+/// 0 on success, else an errno value (ENOENT: no file). `stamp`, when given, receives the
+/// stamp of the file that was read.
+int readWholeFile(const std::filesystem::path& file, std::string& bytes,
+                  FileStamp* stamp = nullptr);
 
 /// Replaces `file` with `bytes`; 0 on success, else the errno of the step that failed, with the
-/// old file untouched and no temporary file left behind.
-int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes);
+/// old file untouched and no temporary file left behind. `stamp`, when given, receives the stamp
+/// of the new file.
+int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes,
+                          FileStamp* stamp = nullptr);
 
 /// An advisory lock (flock) on "<file>.lock" beside the file, held for the object's lifetime.
 /// Every host takes it only around its read-merge-write and the atomic replace, never across a
@@ -69,6 +88,9 @@ struct AtomicWriteFaults {
     std::optional<std::size_t> failAfterBytes;
     /// A non-zero errno fails moving an unreadable file aside (as a name too long would).
     int moveAsideError = 0;
+    /// Told of every whole-file read and every replaced file (tests count loads and saves).
+    std::function<void(const std::filesystem::path& file)> afterRead;
+    std::function<void(const std::filesystem::path& file)> afterReplace;
 };
 
 class ScopedAtomicWriteFaults {

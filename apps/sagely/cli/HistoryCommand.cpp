@@ -51,6 +51,7 @@ int historyCommand(const ParsedArguments& arguments, Host& host) {
     } else {
         const CoachConversation chosen = pick(coach, words);
         coach.deleteConversation(chosen);
+        coach.waitForPendingSaves();
         if (auto failure = coach.lastSaveFailure().get()) {
             host.err << "The conversation was not deleted from the file: " << *failure << "\n";
             return exitNotSaved;

@@ -74,6 +74,7 @@ TEST_F(AICoachAskFlowTest, AReplyIsAppendedAsTheModelWroteItAndSaved) {
     EXPECT_FALSE(coach->isThinking().get());
     EXPECT_FALSE(coach->error().get().has_value());
     EXPECT_EQ(coach->conversations().get()[0].messages().size(), 2u);
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
 }
 
@@ -196,6 +197,7 @@ TEST_F(AICoachAskFlowTest, AConversationOf500MessagesKeepsTheNewest500AfterARepl
     EXPECT_EQ(messages[497].content(), "499");
     EXPECT_EQ(messages[498].content(), "Question 501");
     EXPECT_EQ(messages[499].content(), "Newest");
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedConversations()[0].messages().size(), 500u);
 }
 
@@ -246,6 +248,7 @@ TEST_F(AICoachAskFlowTest, TheEnrichmentFeedsThePromptAndCardsTheReply) {
               expectedPrompt(Provider::openai, "What now?", "The Share sheet is open."));
     EXPECT_EQ(coach->currentConversation().get()->messages().back().card(), card);
     EXPECT_EQ(recorder->reply->card(), card);
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
 }
 
@@ -364,6 +367,7 @@ TEST_P(AICoachFailureTest, StoresTheSentenceKeepsTheQuestionAndSaves) {
     EXPECT_EQ(coach->error().get(), GetParam().expected);
     EXPECT_FALSE(coach->isThinking().get());
     EXPECT_EQ(contents(*coach->currentConversation().get()), (std::vector<std::string>{"Why?"}));
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
 }
 
@@ -402,6 +406,7 @@ TEST_F(AICoachAskFlowTest, ACancelledRequestLeavesTheErrorAlone) {
     EXPECT_FALSE(coach->error().get().has_value());
     EXPECT_FALSE(coach->isThinking().get());
     EXPECT_FALSE(recorder->reply.has_value());
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
 }
 
@@ -464,6 +469,7 @@ TEST_F(AICoachAskFlowTest, TwoQuickQuestionsAppendOnlyTheLaterReply) {
               (std::vector<std::string>{"First", "Second", "Second reply"}));
     EXPECT_FALSE(coach->isThinking().get());
     EXPECT_FALSE(coach->error().get().has_value());
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
 }
 
@@ -509,6 +515,7 @@ TEST_F(AICoachAskFlowTest, ASupersededFailureClearsThinkingButNotTheError) {
     ASSERT_TRUE(harness.runUntil([&] { return first->calls > 0; }));
     EXPECT_FALSE(coach->error().get().has_value());
     EXPECT_FALSE(coach->isThinking().get());
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedConversations()[0].messages().size(), 2u);
 
     harness.llm->release();

@@ -124,11 +124,13 @@ protected:
     }
 
     void expectConversation(const std::vector<std::string>& contents) {
+        coach->waitForPendingSaves();
         const auto saved = harness.savedConversations();
         ASSERT_EQ(saved.size(), 1u);
         std::vector<std::string> savedContents;
         for (const auto& message : saved[0].messages()) savedContents.push_back(message.content());
         EXPECT_EQ(savedContents, contents);
+        coach->waitForPendingSaves();
         EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
         EXPECT_FALSE(coach->isThinking().get());
         EXPECT_FALSE(coach->error().get().has_value());
@@ -146,6 +148,7 @@ protected:
         makeCoach();
         EXPECT_FALSE(ask("Why?").has_value());
         EXPECT_EQ(coach->currentConversation().get()->messages().size(), 1u);
+        coach->waitForPendingSaves();
         EXPECT_EQ(harness.savedConversations()[0].messages().size(), 1u);
         EXPECT_FALSE(coach->isThinking().get());
         return coach->error().get().value_or("(none)");
@@ -282,6 +285,7 @@ TEST_F(AICoachEndToEndTest, TransportFailure) {
     makeCoach();
     EXPECT_FALSE(ask("Anyone there?").has_value());
     EXPECT_EQ(coach->error().get(), "Could not connect to the server.");
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedConversations()[0].messages().size(), 1u);
 }
 
@@ -308,6 +312,7 @@ TEST_F(AICoachEndToEndTest, TwoQuickQuestionsAgainstASlowServerAppendOnlyTheLate
     EXPECT_EQ(messages[2].content(), "Quick answer");
     EXPECT_FALSE(coach->isThinking().get());
     EXPECT_FALSE(coach->error().get().has_value());
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
 }
 
@@ -374,6 +379,7 @@ TEST_F(AICoachOnDeviceTest, AFailedRetryShowsTheContextWindowSentence) {
     EXPECT_EQ(coach->error().get(),
               "Exceeded the on-device model context window. Ask a shorter question, or switch "
               "Coach to OpenAI, Anthropic, or Gemini.");
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedConversations()[0].messages().size(), 1u);
 }
 

@@ -106,6 +106,7 @@ TEST_F(AICoachTest, NewConversationsAreNumberedInsertedFirstMadeCurrentAndSaved)
     EXPECT_LT(Timestamp::now().secondsSinceReferenceDate() -
                   current->createdAt().secondsSinceReferenceDate(),
               60.0);
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
 }
 
@@ -130,6 +131,7 @@ TEST_F(AICoachTest, DeletingTheCurrentConversationSelectsTheNextFirst) {
     EXPECT_EQ(titles(coach->conversations().get()),
               (std::vector<std::string>{"Conversation 2", "Conversation 1"}));
     EXPECT_EQ(coach->currentConversation().get()->id(), list[1].id());
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
 }
 
@@ -149,6 +151,7 @@ TEST_F(AICoachTest, DeletingTheLastConversationLeavesNoneAndWritesAnEmptyList) {
     coach->deleteConversation(coach->conversations().get().front());
     EXPECT_TRUE(coach->conversations().get().empty());
     EXPECT_FALSE(coach->currentConversation().get().has_value());
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), "[]");
 }
 
@@ -273,6 +276,7 @@ TEST_F(AICoachTest, ALocalAnswerIsAppendedWithoutAnyModel) {
     EXPECT_EQ(thinkingChanges, 0);
     EXPECT_EQ(coach->error().get(), "Earlier failure");
     EXPECT_EQ(harness.llm->callCount(), 0u);
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
 }
 
@@ -359,6 +363,7 @@ TEST_F(AICoachTest, ALocalOnlyCoachWithoutLocalAnswerKeepsTheQuestionAndSaysLoca
               (std::vector<std::string>{"What can you do?"}));
     EXPECT_FALSE(coach->isThinking().get());
     EXPECT_EQ(harness.llm->callCount(), 0u);
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
 }
 
@@ -385,6 +390,7 @@ TEST_P(AICoachProviderCheckTest, StopsOrPassesTheQuestion) {
         EXPECT_EQ(harness.llm->callCount(), 0u);
         EXPECT_EQ(contents(*coach->currentConversation().get()),
                   (std::vector<std::string>{"Question"}));
+        coach->waitForPendingSaves();
         EXPECT_EQ(harness.savedBytes(), encodeConversations(coach->conversations().get()));
     } else {
         ASSERT_TRUE(harness.runUntilAnswered(*recorder));
@@ -514,6 +520,7 @@ TEST_F(AICoachTest, ASecondCoachLoadsTheSavedConversationsWithTheFirstCurrent) {
               (std::vector<std::string>{"Newer question", "Older question"}));
     ASSERT_TRUE(coach->currentConversation().get().has_value());
     EXPECT_EQ(coach->currentConversation().get()->id(), coach->conversations().get().front().id());
+    coach->waitForPendingSaves();
     EXPECT_EQ(encodeConversations(coach->conversations().get()), harness.savedBytes());
 }
 
@@ -534,6 +541,8 @@ TEST_F(AICoachTest, EachNamespaceHasItsOwnFile) {
     EXPECT_EQ(harness.conversationFile().filename(), "main-conversations.json");
     EXPECT_EQ(harness.conversationFile("other").filename(), "other-conversations.json");
     second->newConversation();
+    first->waitForPendingSaves();
+    second->waitForPendingSaves();
     EXPECT_EQ(harness.savedConversations("other").size(), 1u);
     EXPECT_EQ(harness.savedConversations("main").size(), 1u);
 }
@@ -573,6 +582,7 @@ TEST_F(AICoachWithoutPersistenceTest, NoFileIsReadOrWritten) {
     coach->send("Question");
     coach->newConversation();
     coach->deleteConversation(coach->conversations().get().back());
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedBytes(), bytes);
 }
 
@@ -581,6 +591,7 @@ TEST_F(AICoachWithoutPersistenceTest, ResettingTheSwitchAllowsFilesAgain) {
     EXPECT_TRUE(AICoach::conversationPersistenceAllowed());
     auto coach = harness.makeCoach();
     coach->newConversation();
+    coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedConversations().size(), 1u);
 }
 

@@ -92,6 +92,46 @@ TEST_F(ConversationFileTest, AMissingFileLoadsAsNoConversationsSilently) {
     EXPECT_TRUE(entries().empty());
 }
 
+// A load needs the file and what it decodes to, not a buffer grown past the file's size.
+TEST_F(ConversationFileTest, AFileIsReadIntoABufferOfItsSize) {
+    const std::string content(3'000'000, 'x');
+    writeFile(file(), content);
+    std::string bytes;
+    detail::FileStamp stamp;
+    ASSERT_EQ(detail::readWholeFile(file(), bytes, &stamp), 0);
+    EXPECT_EQ(bytes, content);
+    EXPECT_LE(bytes.capacity(), content.size() + 4096);
+    EXPECT_EQ(stamp.size, content.size());
+    EXPECT_EQ(detail::stampOf(file()), stamp);
+}
+
+TEST_F(ConversationFileTest, ASaveByAnotherHostIsNoticedAndMergedEvenWhenNothingElseChanged) {
+    CoachConversation mine("Mine");
+    mine.append(CoachMessage(CoachMessage::Role::user, "Mine"));
+    ConversationFile here(file());
+    std::vector<CoachConversation> list{mine};
+    ASSERT_FALSE(here.merge(list).has_value());
+    EXPECT_TRUE(here.isUnchangedSinceSeen());
+
+    ConversationFile there(file());
+    auto theirs = there.read();
+    theirs[0].append(CoachMessage(CoachMessage::Role::user, "Theirs"));
+    ASSERT_FALSE(there.merge(theirs).has_value());
+    EXPECT_FALSE(here.isUnchangedSinceSeen());
+
+    // Written without being taken in: the file keeps both, the list stays as it was.
+    bool othersChanged = false;
+    ASSERT_FALSE(here.write(list, othersChanged).has_value());
+    EXPECT_TRUE(othersChanged);
+    EXPECT_EQ(list[0].messages().size(), 1u);
+    EXPECT_EQ(ConversationFile::load(file())[0].messages().size(), 2u);
+    ASSERT_FALSE(here.write(list, othersChanged).has_value());  // still not a deletion here
+    EXPECT_EQ(ConversationFile::load(file())[0].messages().size(), 2u);
+    EXPECT_TRUE(here.pickUp(list));
+    EXPECT_EQ(list[0].messages().size(), 2u);
+    EXPECT_TRUE(here.isUnchangedSinceSeen());
+}
+
 TEST_F(ConversationFileTest, AFileHoldingAnEmptyArrayLoadsAsAnEmptyList) {
     writeFile(file(), "[]");
     EXPECT_TRUE(ConversationFile::load(file()).empty());

@@ -1,0 +1,139 @@
+// `sagely ask --offline` end to end, as a user runs it: the built executable started as a process
+// with its own home folder, answering one question from the shipped guide with an empty, a 1 MB
+// and a 25 MB conversation history (conversations of 500 messages). The three are run in turn
+// in one run; each run starts from the same history file. Reported: the median wall time of
+// each, and the ratios to the empty history (the goal: 25 MB within 3x).
+#include "support/TemporaryDirectory.h"
+
+#include <sagely/CoachConversation.h>
+#include <sagely/ConversationFile.h>
+
+#include <benchmark/benchmark.h>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+using namespace sagely;
+using Clock = std::chrono::steady_clock;
+
+const char* const kWords[] = {"notebook", "share",    "export", "sync",   "shortcut", "palette",
+                              "template", "folder",   "search", "backup", "settings", "provider",
+                              "speech",   "teaching", "window", "toolbar"};
+
+// Conversations of 500 messages until the file would reach about `bytes`.
+std::vector<CoachConversation> makeHistory(std::size_t bytes) {
+    std::vector<CoachConversation> history;
+    std::size_t size = 0;
+    while (size < bytes) {
+        CoachConversation conversation("Conversation " + std::to_string(history.size() + 1));
+        for (std::size_t i = 0; i < 500 && size < bytes; ++i) {
+            std::string content;
+            for (std::size_t w = 0; w < 10 + (i * 13) % 60; ++w)
+                content += std::string(kWords[(i * 7 + w) % 16]) + " ";
+            size += content.size() + 130;  // the message's keys, id, role and time
+            conversation.append(CoachMessage(
+                i % 2 ? CoachMessage::Role::assistant : CoachMessage::Role::user, content));
+        }
+        history.push_back(std::move(conversation));
+    }
+    return history;
+}
+
+/// One home folder with a saved history, restored before every run.
+struct Home {
+    explicit Home(std::size_t historyBytes) {
+        std::filesystem::create_directories(storage());
+        if (historyBytes == 0) return;
+        ConversationFile::save(pristine(), makeHistory(historyBytes));
+        bytes = std::filesystem::file_size(pristine());
+    }
+
+    std::filesystem::path data() const { return folder.path() / "data"; }
+    std::filesystem::path storage() const { return data() / "Brindlewood" / "Sagely"; }
+    std::filesystem::path pristine() const { return folder.path() / "history.json"; }
+
+    void restore() const {
+        const auto file = storage() / "cli-conversations.json";
+        std::filesystem::remove(file);
+        if (bytes)
+            std::filesystem::copy_file(pristine(), file,
+                                       std::filesystem::copy_options::overwrite_existing);
+    }
+
+    /// Runs one question; returns the wall seconds, or a negative number when it failed.
+    double ask() const {
+        restore();
+        std::vector<std::string> words = {SAGELY_BINARY, "ask", "--offline",
+                                          "How do I export a notebook?"};
+        std::vector<std::string> environment = {
+            "HOME=" + folder.path().string(), "XDG_DATA_HOME=" + data().string(),
+            "XDG_RUNTIME_DIR=" + folder.path().string(), "PATH=/usr/bin:/bin", "LANG=C.UTF-8"};
+        std::vector<char*> argv, envp;
+        for (auto& word : words) argv.push_back(word.data());
+        for (auto& entry : environment) envp.push_back(entry.data());
+        argv.push_back(nullptr);
+        envp.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        const auto start = Clock::now();
+        pid_t pid = -1;
+        const int failed = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
+        posix_spawn_file_actions_destroy(&actions);
+        if (failed) return -1;
+        int status = 0;
+        while (waitpid(pid, &status, 0) < 0) {
+        }
+        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? seconds : -1;
+    }
+
+    sagely::testing::TemporaryDirectory folder;
+    std::uintmax_t bytes = 0;
+};
+
+double median(std::vector<double> samples) {
+    std::sort(samples.begin(), samples.end());
+    return samples.empty() ? 0 : samples[samples.size() / 2];
+}
+
+void BM_AskOfflineEndToEnd(benchmark::State& state) {
+    const Home empty(0), oneMB(1'000'000), large(25'000'000);
+    std::vector<double> emptyRuns, oneMBRuns, largeRuns;
+    for (auto _ : state) {
+        const double seconds[] = {empty.ask(), oneMB.ask(), large.ask()};
+        if (*std::min_element(std::begin(seconds), std::end(seconds)) < 0) {
+            state.SkipWithError("sagely ask --offline failed");
+            return;
+        }
+        emptyRuns.push_back(seconds[0]);
+        oneMBRuns.push_back(seconds[1]);
+        largeRuns.push_back(seconds[2]);
+        state.SetIterationTime(seconds[2]);
+    }
+    state.counters["empty_ms"] = median(emptyRuns) * 1e3;
+    state.counters["1MB_ms"] = median(oneMBRuns) * 1e3;
+    state.counters["25MB_ms"] = median(largeRuns) * 1e3;
+    state.counters["1MB_ratio"] = median(oneMBRuns) / median(emptyRuns);
+    state.counters["25MB_ratio"] = median(largeRuns) / median(emptyRuns);
+    state.counters["25MB_file_MB"] = static_cast<double>(large.bytes) / 1e6;
+}
+BENCHMARK(BM_AskOfflineEndToEnd)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(7);
+
+}  // namespace
+
+BENCHMARK_MAIN();
