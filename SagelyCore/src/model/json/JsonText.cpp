@@ -25,6 +25,17 @@ constexpr const char* kIllFormedUtf8 = "The input is not valid UTF-8";
 constexpr const char* kEndedEarly =
     "JSON document ended early in the middle of an object or array.";
 
+// Whether the last run of letters in `token` (the text the lexer read up to a fault, perhaps
+// with what came before) begins like true, false or null.
+bool startsLikeALiteral(std::string_view token) {
+    auto isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+    std::size_t end = token.size();
+    while (end > 0 && !isLetter(token[end - 1])) --end;
+    std::size_t start = end;
+    while (start > 0 && isLetter(token[start - 1])) --start;
+    return start < end && (token[start] == 't' || token[start] == 'f' || token[start] == 'n');
+}
+
 // What a parse error says, in the words our files' errors have always used; `atRoot` is set
 // for faults that are not told by key path.
 std::string describeParseError(const nlohmann::detail::exception& error, const std::string& token,
@@ -41,10 +52,8 @@ std::string describeParseError(const nlohmann::detail::exception& error, const s
     if (says("must be followed by 4 hex digits")) return "malformed \\u escape in a string";
     if (says("surrogate")) return "unpaired surrogate in a string";
     if (says("invalid number") || says("number overflow")) return "Problem while parsing a number";
-    if (says("invalid literal") && !token.empty() &&
-        (token[0] == 't' || token[0] == 'f' || token[0] == 'n'))
-        return std::string("Problem while parsing an atom starting with the letter '") + token[0] +
-               "'";
+    if (says("invalid literal") && startsLikeALiteral(token))
+        return "The JSON element does not have the requested type.";
     if (says("unexpected end of input")) {
         atRoot = nothingRead;
         return nothingRead ? "Empty: no JSON found" : kEndedEarly;
@@ -287,7 +296,9 @@ std::string dumpJson(const Json& json) {
 }
 
 std::string wellFormedUtf8(const std::string& text) {
-    if (std::all_of(text.begin(), text.end(), [](char c) { return c >= 0; })) return text;
+    bool ascii = std::all_of(text.begin(), text.end(),
+                             [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    if (ascii) return text;
     return Json::parse(Json(text).dump(-1, ' ', false, kReplace)).get<std::string>();
 }
 
