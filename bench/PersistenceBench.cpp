@@ -1,9 +1,9 @@
-// Saving and loading a large history through ConversationFile: 100 conversations of 500
-// messages (about 25 MB). The coach saves after every message on the main thread, so the save
-// is a hot path. Besides the times, the load reports how much memory it needed on top of what
-// was in use before, as a multiple of the file size: the peak of resident memory (pages really
-// touched) and the peak of heap bytes allocated (an upper bound: parsers reserve buffers sized
-// for the worst case and touch only part of them).
+// Saving and loading a history through ConversationFile: conversations of 500 messages, 4 of
+// them (about 1 MB) and 100 (about 25 MB), the benchmarks' argument. The coach saves after every
+// message on the main thread, so the save is a hot path. Besides the times, the load reports how
+// much memory it needed on top of what was in use before, as a multiple of the file size: the peak
+// of resident memory (pages really touched) and the peak of heap bytes allocated (an upper bound:
+// parsers reserve buffers sized for the worst case and touch only part of them).
 #include <sagely/ConversationFile.h>
 
 #include "support/TemporaryDirectory.h"
@@ -133,7 +133,8 @@ namespace {
 using sagely::CoachConversation;
 using sagely::CoachMessage;
 
-constexpr int kConversations = 100;
+constexpr int kSmall = 4;
+constexpr int kLarge = 100;
 constexpr int kMessagesPerConversation = 500;
 
 // About 400 characters of ordinary reply text, varied per message, with the escapes a real
@@ -148,21 +149,24 @@ std::string messageText(int conversation, int message) {
     return text;
 }
 
-const std::vector<CoachConversation>& history() {
-    static const std::vector<CoachConversation> conversations = [] {
-        std::vector<CoachConversation> list;
-        list.reserve(kConversations);
-        for (int c = 0; c < kConversations; ++c) {
-            CoachConversation conversation("Conversation " + std::to_string(c));
-            for (int m = 0; m < kMessagesPerConversation; ++m)
-                conversation.append(
-                    CoachMessage(m % 2 ? CoachMessage::Role::assistant : CoachMessage::Role::user,
-                                 messageText(c, m)));
-            list.push_back(std::move(conversation));
-        }
-        return list;
-    }();
-    return conversations;
+std::vector<CoachConversation> makeHistory(int count) {
+    std::vector<CoachConversation> list;
+    list.reserve(count);
+    for (int c = 0; c < count; ++c) {
+        CoachConversation conversation("Conversation " + std::to_string(c));
+        for (int m = 0; m < kMessagesPerConversation; ++m)
+            conversation.append(
+                CoachMessage(m % 2 ? CoachMessage::Role::assistant : CoachMessage::Role::user,
+                             messageText(c, m)));
+        list.push_back(std::move(conversation));
+    }
+    return list;
+}
+
+const std::vector<CoachConversation>& history(int count) {
+    static const std::vector<CoachConversation> small = makeHistory(kSmall);
+    static const std::vector<CoachConversation> large = makeHistory(kLarge);
+    return count == kSmall ? small : large;
 }
 
 // Resident memory in bytes from /proc/self/status ("VmRSS" now, "VmHWM" its peak).
@@ -198,7 +202,7 @@ struct BenchFolder {
 };
 
 void BM_SaveHistory(benchmark::State& state) {
-    const auto& conversations = history();
+    const auto& conversations = history(static_cast<int>(state.range(0)));
     BenchFolder place;
     for (auto _ : state) {
         if (!sagely::ConversationFile::save(place.file, conversations))
@@ -210,8 +214,10 @@ void BM_SaveHistory(benchmark::State& state) {
 }
 
 void BM_LoadHistory(benchmark::State& state) {
+    const auto count = static_cast<std::size_t>(state.range(0));
     BenchFolder place;
-    if (!sagely::ConversationFile::save(place.file, history())) state.SkipWithError("no file");
+    if (!sagely::ConversationFile::save(place.file, history(static_cast<int>(count))))
+        state.SkipWithError("no file");
     double bytes = static_cast<double>(std::filesystem::file_size(place.file));
     double residentPeak = residentPeakOfOneLoad(place.file);
     double peakExtra = 0;
@@ -220,7 +226,7 @@ void BM_LoadHistory(benchmark::State& state) {
         g_peak.store(before);
         std::vector<CoachConversation> loaded = sagely::ConversationFile::load(place.file);
         peakExtra = std::max(peakExtra, static_cast<double>(g_peak.load() - before));
-        if (loaded.size() != kConversations) state.SkipWithError("load failed");
+        if (loaded.size() != count) state.SkipWithError("load failed");
         state.PauseTiming();
         loaded = {};  // freeing half a million messages is not part of the load
         state.ResumeTiming();
@@ -233,8 +239,8 @@ void BM_LoadHistory(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(bytes) * state.iterations());
 }
 
-BENCHMARK(BM_SaveHistory)->Unit(benchmark::kMillisecond)->MinTime(2.0);
-BENCHMARK(BM_LoadHistory)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_SaveHistory)->Arg(kSmall)->Arg(kLarge)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_LoadHistory)->Arg(kSmall)->Arg(kLarge)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
 }  // namespace
 

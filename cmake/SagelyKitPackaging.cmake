@@ -71,7 +71,7 @@ else()
   unset(CPACK_DEBIAN_DEMO_PACKAGE_DEPENDS)
   # The archives need the core's own dependencies at the host's link step.
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-      "nlohmann-json3-dev, libcurl4-openssl-dev | libcurl-dev, libicu-dev, libsimdjson-dev, libsecret-1-dev, pkg-config")
+      "nlohmann-json3-dev, libcurl4-openssl-dev | libcurl-dev, libicu-dev, libsecret-1-dev, pkg-config")
 endif()
 
 include(CPack)

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config git clang-format
-  libcurl4-openssl-dev libicu-dev nlohmann-json3-dev libsimdjson-dev
+  libcurl4-openssl-dev libicu-dev nlohmann-json3-dev
   libsecret-1-dev gnome-keyring dbus dbus-x11 libglib2.0-bin
   libgtest-dev libgmock-dev libbenchmark-dev
   qt6-base-dev qt6-svg-dev libgl-dev libxkbcommon-dev fonts-dejavu-core

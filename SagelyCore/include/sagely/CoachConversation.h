@@ -54,9 +54,8 @@ private:
 
 // The file form of a conversation list: a compact JSON array of conversation objects with the
 // keys "id", "title", "messages", "createdAt", "updatedAt" (all required), written in field
-// order. This is the persistence hot path, so it is a direct writer and a fast reader rather
-// than a detour through a DOM. Decoding failures throw DecodingError naming the key path
-// (for example "[2].messages[7].role"); no partial list is ever returned.
+// order. Decoding failures throw DecodingError naming the key path (for example
+// "[2].messages[7].role"); no partial list is ever returned.
 SAGELY_EXPORT std::string encodeConversations(const std::vector<CoachConversation>& conversations);
 SAGELY_EXPORT std::vector<CoachConversation> decodeConversations(std::string_view json);
 

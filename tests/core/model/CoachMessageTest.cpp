@@ -385,3 +385,28 @@ TEST(CoachMessage, CopiesKeepTheirCardAndLesson) {
     EXPECT_FALSE(lessonOnly.card());
     EXPECT_TRUE(lessonOnly.lesson());
 }
+
+TEST(CoachMessage, RepeatedKeysAreEachReadInTurn) {
+    auto withRoles = [](const std::string& first, const std::string& second) {
+        return std::string(R"({"id":")") + kId + R"(","role":")" + first + R"(","role":")" +
+               second + R"(","content":"x","timestamp":1})";
+    };
+    EXPECT_EQ(decodeMessage(withRoles("user", "assistant")).role(), Role::assistant);
+    EXPECT_EQ(decodingError([&] { decodeMessage(withRoles("bot", "user")); }),
+              "role: unknown role \"bot\"");
+}
+
+TEST(CoachMessage, ATimeWrittenAsMinusZeroKeepsItsSign) {
+    const std::string text =
+        std::string(R"({"id":")") + kId + R"(","role":"user","content":"x","timestamp":-0})";
+    CoachMessage message = decodeMessage(text);
+    EXPECT_TRUE(std::signbit(message.timestamp().secondsSinceReferenceDate()));
+    EXPECT_EQ(encodeJson(message), text);
+}
+
+TEST(CoachMessage, MalformedTextUnderAnUnknownKeyIsNamedByThatKey) {
+    EXPECT_EQ(decodingError([] { decodeMessage(messageJson(R"("x")", R"(,"extra":01)")); }),
+              "extra: invalid JSON: Problem while parsing a number");
+    EXPECT_EQ(decodingError([] { decodeMessage(messageJson(R"("x")", R"(,"extra":[1,tru])")); }),
+              "extra[1]: invalid JSON: The JSON element does not have the requested type.");
+}

@@ -1,5 +1,4 @@
-// Decoding of a conversation file without copying it: the file reader leaves the spare bytes
-// after the text that the parser reads ahead into, so a 25 MB history is not held twice.
+// Decoding of a conversation file as the file reader hands it over, a string it owns.
 #pragma once
 
 #include <sagely/CoachConversation.h>
@@ -9,8 +8,7 @@
 
 namespace sagely::detail {
 
-/// As decodeConversations(buffer); parses in place when the string's capacity leaves the
-/// parser's padding after its size, else copies it.
+/// As decodeConversations(buffer).
 std::vector<CoachConversation> decodeConversationsInPlace(const std::string& buffer);
 
 }  // namespace sagely::detail
