@@ -16,9 +16,6 @@
 namespace sagely::detail {
 namespace {
 
-// Room after the content for parsers that read a little past the end (simdjson's padding).
-constexpr std::size_t kReadPadding = 64;
-
 std::mutex& faultsMutex() {
     static std::mutex mutex;
     return mutex;
@@ -62,10 +59,9 @@ ssize_t readSome(int fd, char* into, std::size_t size) {
 }
 
 // Reads exactly the size the file had when opened, then checks for its end with a small read of
-// its own, so the buffer holds the content (and the parser's padding) and nothing more. A file
+// its own, so the buffer holds the content and nothing more. A file
 // that grew meanwhile is read on in pieces.
 int readAll(int fd, std::string& bytes, std::size_t expected) {
-    bytes.reserve(expected + kReadPadding);
     bytes.resize(expected);
     std::size_t filled = 0;
     while (filled < expected) {

@@ -32,7 +32,7 @@ struct FileStamp {
 /// The stamp of the file now; none when it cannot be looked at (no file).
 std::optional<FileStamp> stampOf(const std::filesystem::path& file);
 
-/// Reads the whole file into `bytes`, a buffer of the file's size (plus a parser's padding);
+/// Reads the whole file into `bytes`, a buffer of the file's size;
 /// 0 on success, else an errno value (ENOENT: no file). `stamp`, when given, receives the
 /// stamp of the file that was read.
 int readWholeFile(const std::filesystem::path& file, std::string& bytes,
