@@ -223,6 +223,9 @@ TEST_F(WorkspaceViewTest, WhileThinkingTheButtonIsDisabledButReturnStillSends) {
     ASSERT_TRUE(waitUntil([&] { return coach->isThinking().get(); }));
     ASSERT_NE(child("thinkingRow"), nullptr);
     EXPECT_TRUE(visibleTexts(child("thinkingRow")).contains(QStringLiteral("Thinking...")));
+    // The server answers in the order requests arrive: the first must have taken the silent
+    // answer before the second is sent.
+    ASSERT_TRUE(world.server.waitForRequests(1, 5s));
     type(QStringLiteral("Second question"));
     EXPECT_FALSE(sendButton()->isEnabled());
     QTest::keyClick(field(), Qt::Key_Return, Qt::ControlModifier);
