@@ -155,7 +155,11 @@ int32_t digitLength(const char16_t* text, int32_t i, int32_t length) {
     return u_isdigit(codePoint) ? next - i : 0;
 }
 
-// Every digit of a run of digits that ends in a full stop.
+// Where a numbered-list marker can start: the first digit of each run of digits that ends in a
+// full stop, and its second digit when a line feed precedes the first (the look-behind then
+// fails there but not one digit later). A later digit of the run cannot start a match where the
+// first could not: the greedy digits reach the same full stop either way. One or two tries per
+// run keep this step linear in the length of the run.
 std::vector<int32_t> possibleNumbers(const UnicodeString& u) {
     std::vector<int32_t> positions;
     const char16_t* text = u.getBuffer();
@@ -163,9 +167,12 @@ std::vector<int32_t> possibleNumbers(const UnicodeString& u) {
     for (int32_t i = 0; i < length;) {
         int32_t runStart = i;
         for (int32_t step = 0; i < length && (step = digitLength(text, i, length)) > 0;) i += step;
-        if (i > runStart && i < length && text[i] == u'.')
-            for (int32_t p = runStart; p < i; p += digitLength(text, p, length))
-                positions.push_back(p);
+        if (i > runStart && i < length && text[i] == u'.') {
+            positions.push_back(runStart);
+            int32_t second = runStart + digitLength(text, runStart, length);
+            if (runStart > 0 && text[runStart - 1] == u'\n' && second < i)
+                positions.push_back(second);
+        }
         if (i == runStart) ++i;
     }
     return positions;
@@ -277,6 +284,17 @@ UnicodeString normalizedText(std::string_view input) {
     return trimmedWhiteSpace(collapsingBlankRuns(droppingEmptyHeadings(u)));
 }
 
+// The pattern "\s*\**$" removed, without the pattern: tried at every position of a long run
+// of blanks, it reads the rest of the run each time. The text never ends in a line break here
+// (it was trimmed), so "$" is its very end and the match is the trailing stars with the blanks
+// before them; "\s" is White_Space, as in ICU.
+UnicodeString withoutTrailingStars(const UnicodeString& u) {
+    int32_t end = u.length();
+    while (end > 0 && u.charAt(end - 1) == u'*') --end;
+    while (end > 0 && isWhiteSpace(u.char32At(end - 1))) end -= U16_LENGTH(u.char32At(end - 1));
+    return end == u.length() ? u : UnicodeString(u, 0, end);
+}
+
 // --- Steps -----------------------------------------------------------------------------------
 
 CoachMessageFormatting::ProceduralStep stepFromBody(std::string_view body) {
@@ -304,7 +322,6 @@ std::string CoachMessageFormatting::normalize(std::string_view input) {
 
 std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
     static const IcuRegex leadingHeading(u"^\\**\\s*#+\\s*");
-    static const IcuRegex trailingStars(u"\\s*\\**$");
     static const IcuRegex wholeBold(u"^\\*\\*(.+?)\\*\\*$");
     static const IcuRegex leadingBullet(u"^[-*]\\s+");
     static const UnicodeString kNothing;
@@ -319,7 +336,7 @@ std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input)
     if (marked) {
         UnicodeString u = fromUtf8(text);
         if (u.startsWith(u"*") || u.startsWith(u"#")) u = leadingHeading.replaceAll(u, kNothing);
-        if (u.endsWith(u"*")) u = trailingStars.replaceAll(u, kNothing);
+        if (u.endsWith(u"*")) u = withoutTrailingStars(u);
         if (u.startsWith(u"**") && u.endsWith(u"**"))
             u = wholeBold.replaceAll(u, UnicodeString(u"$1"));
         if (u.startsWith(u"-") || u.startsWith(u"*")) u = leadingBullet.replaceAll(u, kNothing);

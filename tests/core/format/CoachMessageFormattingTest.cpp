@@ -5,8 +5,10 @@
 #include "format/IcuRegex.h"
 
 #include <gtest/gtest.h>
+#include <unicode/uchar.h>
 
 #include <array>
+#include <chrono>
 #include <random>
 #include <string>
 #include <thread>
@@ -387,4 +389,70 @@ TEST(FormattingShortcuts, GiveTheSameResultsOnManyThreadsAtOnce) {
         });
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(mismatches, (std::vector<int>{0, 0, 0, 0}));
+}
+
+// --- Long runs: the patterns that used to read a run once per position of it ----------------
+
+namespace {
+
+// Replies made of long runs of what "(?<!\n)(\d+\.\s)" and "\s*\**$" repeat over (digits of
+// several scripts, blanks of several kinds, stars), with the marks that end or break such runs.
+std::vector<std::string> repliesWithLongRuns(std::size_t count) {
+    static const std::array<std::string, 16> units = {
+        "7", "\u0663", "\U0001D7CE", " ", "\t", "\u00A0", "\u3000", "\u2028",
+        "*", "#",      "\n",         ".", ". ", ".\n",    "x",      "- "};
+    std::mt19937 random(1515);
+    std::uniform_int_distribution<std::size_t> unit(0, units.size() - 1), runs(1, 8);
+    std::uniform_int_distribution<int> repeat(1, 300);
+    std::vector<std::string> replies;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::string reply;
+        for (std::size_t n = runs(random); n > 0; --n) {
+            const std::string& piece = units[unit(random)];
+            // Short marks stay short; digits and blanks come in long runs.
+            int times = piece.size() > 1 || piece == "." || piece == "x" ? 1 : repeat(random);
+            for (int k = 0; k < times; ++k) reply += piece;
+        }
+        replies.push_back(reply);
+    }
+    return replies;
+}
+
+}  // namespace
+
+TEST(FormattingShortcuts, GiveTheSameResultsOnLongRunsAsThePatterns) {
+    std::vector<std::string> replies = repliesWithLongRuns(800);
+    for (std::string edge :
+         {std::string(3000, '1') + ".", std::string(3000, '1') + ". x",
+          "\n" + std::string(3000, '1') + ". x", std::string("x\n1. y"), std::string("x\n12. y"),
+          "x\n" + std::string(3000, '1') + ". y", "*" + std::string(3000, ' ') + "x*",
+          "x" + std::string(3000, ' ') + "*", "* " + std::string(3000, ' ') + " *",
+          std::string("*\u00A0\u3000**")})
+        replies.push_back(edge);
+    for (const std::string& reply : replies) {
+        ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
+        ASSERT_EQ(clean(reply), referenceClean(reply)) << "line: " << reply;
+    }
+}
+
+// Trailing stars are stripped with the White_Space set, which is what "\s" means to ICU.
+TEST(FormattingShortcuts, BlanksBeforeTrailingStarsAreWhatTheSPatternMatches) {
+    IcuRegex blank(u"^\\s$");
+    for (UChar32 c = 0; c < 0x10000; ++c) {
+        if (U_IS_SURROGATE(c)) continue;
+        ASSERT_EQ(blank.find(icu::UnicodeString(c)),
+                  static_cast<bool>(u_hasBinaryProperty(c, UCHAR_WHITE_SPACE)))
+            << "U+" << std::hex << c;
+    }
+}
+
+// A quadratic step takes minutes on these; a linear one a few milliseconds. The bound only
+// catches that difference, on a loaded machine.
+TEST(FormattingShortcuts, LongRunsTakeTimeInProportionToTheirLength) {
+    const std::string digits = std::string(256 * 1024, '7') + ".";
+    const std::string blanks = "*" + std::string(256 * 1024, ' ') + "x*";
+    auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(normalize(digits), digits);
+    EXPECT_EQ(clean(blanks), "x");
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
 }

@@ -1,0 +1,94 @@
+// GuideIndex — a guide prepared once per text for the excerpts of every question asked of it:
+// its sections with their lower-cased titles and bodies, and an index of the words in them.
+//
+// A question's terms are made of letters, marks and digits only, so a term occurs in a text
+// exactly when it occurs inside one of the text's words (its maximal runs of such characters).
+// The index lists the distinct words of the guide and the sections holding each, so finding the
+// sections that contain the terms reads the distinct words once (one pass of a matcher of all the
+// terms at once) instead of the whole guide once per term.
+//
+// Prepared guides are immutable and shared; PreparedGuide::of keeps the most recent few, keyed
+// by their text, so a changed guide is prepared anew. Thread-safe.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sagely::detail {
+
+/// A section of a guide as views into the guide's text.
+struct SectionView {
+    std::string_view title;
+    std::string_view body;
+    int order = 0;
+};
+
+/// The sections of the guide in guide order (see CoachPromptBudget::splitSections).
+std::vector<SectionView> sectionViews(std::string_view guide);
+
+/// The maximal runs of letters, marks and numbers of the text, in order.
+std::vector<std::string_view> wordsOf(std::string_view text);
+
+struct GuideSection {
+    SectionView view;  // into PreparedGuide::text()
+    std::string loweredTitle;
+    std::string loweredBody;
+};
+
+class PreparedGuide {
+public:
+    /// The prepared form of the guide text, shared with earlier calls for the same text.
+    static std::shared_ptr<const PreparedGuide> of(std::string_view guide);
+
+    explicit PreparedGuide(std::string_view guide);
+    PreparedGuide(const PreparedGuide&) = delete;
+    PreparedGuide& operator=(const PreparedGuide&) = delete;
+
+    std::string_view text() const { return m_text; }
+    const std::vector<GuideSection>& sections() const { return m_sections; }
+
+    /// For each section, how many of the (distinct, non-empty) terms its lower-cased title and
+    /// its lower-cased body contain.
+    struct TermCounts {
+        std::vector<int> inTitle;
+        std::vector<int> inBody;
+    };
+    TermCounts termCounts(const std::vector<std::string_view>& terms) const;
+
+    /// The characters of the section's block "### " + title + "\n\n" + body.
+    std::size_t blockCharacters(std::size_t section) const;
+
+    /// Whether the text has more than `count` characters.
+    bool hasMoreCharacters(std::size_t count) const;
+    /// The text's first `count` characters.
+    std::string leadingCharacters(std::size_t count) const;
+
+private:
+    // Distinct words of the lower-cased titles and bodies, and the sections holding each.
+    struct Postings {
+        std::vector<uint32_t> starts;  // word w's sections: sections[starts[w]] to [starts[w + 1])
+        std::vector<uint32_t> sections;
+    };
+    void indexWords();
+
+    std::string m_text;
+    std::vector<GuideSection> m_sections;
+    std::string m_words;               // the distinct words, one after another
+    std::vector<uint32_t> m_wordEnds;  // word w is m_words[m_wordEnds[w - 1], m_wordEnds[w])
+    Postings m_inTitles;
+    Postings m_inBodies;
+    // Worked out when first needed: block characters (-1 until then) and prefix counts.
+    std::unique_ptr<std::atomic<int64_t>[]> m_blockCharacters;
+    mutable std::mutex m_mutex;
+    mutable std::map<std::size_t, bool> m_hasMore;
+    mutable std::map<std::size_t, std::string> m_leading;
+};
+
+}  // namespace sagely::detail
