@@ -10,6 +10,7 @@
 #include <benchmark/benchmark.h>
 
 #include <array>
+#include <cstdio>
 #include <random>
 #include <string>
 
@@ -56,8 +57,8 @@ const std::string& guide(bool ascii) {
 
 constexpr const char* kQuery = "How do I set up speech input with my microphone?";
 
-// A question of about `terms` distinct terms: a short question followed by a pasted log whose
-// lines carry words of the guide and identifiers (fixed seed).
+// A question of about `terms` distinct terms: a short question followed by a pasted log, about
+// 11 bytes a term as in a real one: addresses, with words of the guide here and there.
 std::string questionOfTerms(std::size_t terms) {
     if (terms <= 10) return "Why does speech input stop after the network comes back online?";
     static const std::array<const char*, 12> words = {
@@ -65,10 +66,11 @@ std::string questionOfTerms(std::size_t terms) {
         "sync",    "speech",   "inspector", "history",  "selection", "microphone"};
     std::mt19937 random(15);
     std::string text = "Why does this fail? Here is the log:\n";
+    char address[16];
     for (std::size_t i = 0; i < terms; ++i) {
-        text += "ERROR ";
-        text += words[random() % words.size()];
-        text += "_handler" + std::to_string(i) + (i % 4 == 3 ? " failed\n" : " failed ");
+        std::snprintf(address, sizeof address, "0x%07x", static_cast<unsigned>(random() >> 4));
+        text += address;
+        text += i % 8 == 7 ? std::string(" ") + words[random() % words.size()] + "\n" : " ";
     }
     return text;
 }

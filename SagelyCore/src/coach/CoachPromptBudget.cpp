@@ -79,59 +79,69 @@ bool contains(std::string_view text, std::string_view part) {
 }
 
 bool isStopWord(std::string_view word) {
-    return std::find(kStopWords.begin(), kStopWords.end(), word) != kStopWords.end();
+    return word.size() <= 6 &&  // the longest stop word
+           std::find(kStopWords.begin(), kStopWords.end(), word) != kStopWords.end();
 }
 
-// The distinct terms of the lower-cased query, sorted, as views into it (or into literals).
-std::vector<std::string_view> termsOfLoweredQuery(std::string_view q) {
-    std::vector<std::string_view> terms;
-    for (std::string_view word : detail::wordsOf(q))
-        if (text::hasMoreCharactersThan(word, 2) && !isStopWord(word)) terms.push_back(word);
-    if (contains(q, "set up") || contains(q, "setup"))
-        terms.insert(terms.end(), {"setup", "speech"});
-    if (contains(q, "configure")) terms.push_back("configure");
-    if (contains(q, "speech")) terms.push_back("speech");
-    if (contains(q, "voice")) terms.push_back("voice");
-    std::sort(terms.begin(), terms.end());
-    terms.erase(std::unique(terms.begin(), terms.end()), terms.end());
-    return terms;
+// More than two characters; an ASCII word (letters and digits) has one per byte.
+bool isLongEnough(std::string_view word) {
+    if (word.size() <= 2) return false;
+    bool ascii = std::all_of(word.begin(), word.end(),
+                             [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    return ascii || text::hasMoreCharactersThan(word, 2);
 }
 
-bool loweredQueryHasSetupIntent(std::string_view q) {
-    static constexpr std::array<std::string_view, 7> kPhrases = {
-        "set up", "setup", "configure", "get started", "getting started", "how do i", "how to"};
-    return std::any_of(kPhrases.begin(), kPhrases.end(),
-                       [&](std::string_view p) { return contains(q, p); });
-}
-
-// Not copyable: the terms view the lower-cased text.
+// What the scoring asks of the query, worked out once: a pasted log makes a long query, and
+// every section is scored against it. Not copyable: the terms view the lower-cased text.
 struct Query {
     explicit Query(std::string_view query)
         : lowered(text::lowercased(query)),
-          terms(termsOfLoweredQuery(lowered)),
-          setupIntent(loweredQueryHasSetupIntent(lowered)) {}
+          speech(contains(lowered, "speech")),
+          voice(contains(lowered, "voice")),
+          teach(contains(lowered, "teach")),
+          coach(contains(lowered, "coach")),
+          shortcut(contains(lowered, "shortcut")),
+          permission(contains(lowered, "permission")),
+          setUp(contains(lowered, "set up") || contains(lowered, "setup")),
+          configure(contains(lowered, "configure")),
+          setupIntent(setUp || configure || contains(lowered, "get started") ||
+                      contains(lowered, "getting started") || contains(lowered, "how do i") ||
+                      contains(lowered, "how to")) {
+        // A term may be listed more than once: the few terms that can be in the guide are told
+        // apart later, so a long pasted log is not sorted or hashed as a whole.
+        detail::forEachWord(lowered, [&](std::string_view word) {
+            if (isLongEnough(word) && !isStopWord(word)) terms.push_back(word);
+        });
+        if (setUp) terms.insert(terms.end(), {"setup", "speech"});
+        if (configure) terms.push_back("configure");
+        if (speech) terms.push_back("speech");
+        if (voice) terms.push_back("voice");
+    }
     Query(const Query&) = delete;
     Query& operator=(const Query&) = delete;
 
     const std::string lowered;
-    const std::vector<std::string_view> terms;
+    // Whether the lower-cased query holds each of these words.
+    const bool speech, voice, teach, coach, shortcut, permission, setUp, configure;
     const bool setupIntent;
+    std::vector<std::string_view> terms;
 };
 
 int setupBonus(const Query& q, std::string_view title) {
     int bonus = contains(title, "setup guide") ? 12 : 0;
     if (!title.starts_with("set up ")) return bonus;
-    for (std::string_view topic : {"speech", "teach", "coach"})
-        if (contains(q.lowered, topic) && contains(title, topic)) bonus += 15;
+    if (q.speech && contains(title, "speech")) bonus += 15;
+    if (q.teach && contains(title, "teach")) bonus += 15;
+    if (q.coach && contains(title, "coach")) bonus += 15;
     return bonus;
 }
 
 int topicBonus(const Query& q, std::string_view title) {
     int bonus = 0;
-    bool asksSpeech = contains(q.lowered, "speech") || contains(q.lowered, "voice");
+    bool asksSpeech = q.speech || q.voice;
     if (asksSpeech && (contains(title, "speech") || contains(title, "voice control"))) bonus += 6;
-    if (contains(q.lowered, "shortcut") && contains(title, "shortcut")) bonus += 5;
-    if (contains(q.lowered, "permission") && contains(title, "permission")) bonus += 5;
+    if (q.shortcut && contains(title, "shortcut")) bonus += 5;
+    if (q.permission && contains(title, "permission")) bonus += 5;
     return bonus;
 }
 
@@ -224,7 +234,7 @@ std::set<std::string> CoachPromptBudget::queryTerms(std::string_view query) {
 }
 
 bool CoachPromptBudget::hasSetupIntent(std::string_view query) {
-    return loweredQueryHasSetupIntent(text::lowercased(query));
+    return Query(query).setupIntent;
 }
 
 std::vector<CoachPromptBudget::RankedSection> CoachPromptBudget::rankSections(

@@ -11,6 +11,7 @@
 #include <array>
 #include <deque>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace sagely::detail {
 namespace {
@@ -70,10 +71,6 @@ private:
     std::size_t m_bodyEnd = 0;
     bool m_collecting = false;
 };
-
-bool isAlphanumeric(UChar32 c) {
-    return (U_GET_GC_MASK(c) & (U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK)) != 0;
-}
 
 // --- Matching all the terms at once --------------------------------------------------------
 
@@ -178,6 +175,16 @@ private:
 
 constexpr std::size_t kRememberedCounts = 8;  // a coach asks with one or two limits
 
+// Three-byte runs hashed to one of 2^21 bits.
+constexpr unsigned kTrigramBits = 21;
+
+uint32_t trigramAt(std::string_view text, std::size_t i) {
+    uint32_t run = static_cast<unsigned char>(text[i]) << 16 |
+                   static_cast<unsigned char>(text[i + 1]) << 8 |
+                   static_cast<unsigned char>(text[i + 2]);
+    return (run * 0x9E3779B1u) >> (32 - kTrigramBits);
+}
+
 }  // namespace
 
 std::vector<SectionView> sectionViews(std::string_view guide) {
@@ -195,23 +202,8 @@ std::vector<SectionView> sectionViews(std::string_view guide) {
     return collector.finish();
 }
 
-std::vector<std::string_view> wordsOf(std::string_view text) {
-    std::vector<std::string_view> words;
-    const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
-    const auto length = static_cast<int32_t>(text.size());
-    int32_t start = 0;
-    for (int32_t i = 0; i < length;) {
-        int32_t begin = i;
-        UChar32 c = 0;
-        U8_NEXT(bytes, i, length, c);
-        if (c >= 0 && isAlphanumeric(c)) continue;
-        if (begin > start)
-            words.push_back(text.substr(static_cast<std::size_t>(start),
-                                        static_cast<std::size_t>(begin - start)));
-        start = i;
-    }
-    if (length > start) words.push_back(text.substr(static_cast<std::size_t>(start)));
-    return words;
+bool isWordCharacter(UChar32 c) {
+    return (U_GET_GC_MASK(c) & (U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK)) != 0;
 }
 
 std::shared_ptr<const PreparedGuide> PreparedGuide::of(std::string_view guide) {
@@ -249,7 +241,7 @@ void PreparedGuide::indexWords() {
     std::vector<std::vector<uint32_t>> titles, bodies;
     auto add = [&](std::string_view text, uint32_t section,
                    std::vector<std::vector<uint32_t>>& postings) {
-        for (std::string_view word : wordsOf(text)) {
+        forEachWord(text, [&](std::string_view word) {
             auto [entry, isNew] = ids.try_emplace(word, static_cast<uint32_t>(ids.size()));
             if (isNew) {
                 m_words.append(word);
@@ -259,7 +251,7 @@ void PreparedGuide::indexWords() {
             }
             std::vector<uint32_t>& sections = postings[entry->second];
             if (sections.empty() || sections.back() != section) sections.push_back(section);
-        }
+        });
     };
     for (std::size_t k = 0; k < m_sections.size(); ++k) {
         add(m_sections[k].loweredTitle, static_cast<uint32_t>(k), titles);
@@ -274,16 +266,37 @@ void PreparedGuide::indexWords() {
     };
     flatten(titles, m_inTitles);
     flatten(bodies, m_inBodies);
+    m_trigrams.assign((std::size_t{1} << kTrigramBits) / 64, 0);
+    for (uint32_t w = 0, start = 0; w < m_wordEnds.size(); start = m_wordEnds[w++])
+        for (std::size_t i = start; i + 3 <= m_wordEnds[w]; ++i) {
+            uint32_t bit = trigramAt(m_words, i);
+            m_trigrams[bit / 64] |= uint64_t{1} << (bit % 64);
+        }
+}
+
+// False when some three-byte run of the term is in no word, so that no word can hold it: most
+// terms of a pasted log are not in the guide at all, and are dismissed here at little cost.
+bool PreparedGuide::mayOccur(std::string_view term) const {
+    if (term.size() < 3) return true;
+    for (std::size_t i = 0; i + 3 <= term.size(); ++i) {
+        uint32_t bit = trigramAt(term, i);
+        if ((m_trigrams[bit / 64] >> (bit % 64) & 1) == 0) return false;
+    }
+    return true;
 }
 
 PreparedGuide::TermCounts PreparedGuide::termCounts(
     const std::vector<std::string_view>& terms) const {
     TermCounts counts{std::vector<int>(m_sections.size(), 0),
                       std::vector<int>(m_sections.size(), 0)};
-    if (terms.empty()) return counts;
+    std::vector<std::string_view> candidates;
+    std::unordered_set<std::string_view> seen;
+    for (std::string_view term : terms)
+        if (mayOccur(term) && seen.insert(term).second) candidates.push_back(term);
+    if (candidates.empty()) return counts;
     // The words holding each term.
-    std::vector<std::vector<uint32_t>> wordsWith(terms.size());
-    TermMatcher matcher(terms);
+    std::vector<std::vector<uint32_t>> wordsWith(candidates.size());
+    TermMatcher matcher(candidates);
     for (uint32_t w = 0, start = 0; w < m_wordEnds.size(); start = m_wordEnds[w++]) {
         std::string_view word(m_words.data() + start, m_wordEnds[w] - start);
         matcher.forEachTermIn(word, w, [&](std::size_t term) { wordsWith[term].push_back(w); });

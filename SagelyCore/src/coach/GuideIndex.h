@@ -11,6 +11,7 @@
 // by their text, so a changed guide is prepared anew. Thread-safe.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -20,6 +21,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <unicode/utf8.h>
 
 namespace sagely::detail {
 
@@ -33,8 +36,42 @@ struct SectionView {
 /// The sections of the guide in guide order (see CoachPromptBudget::splitSections).
 std::vector<SectionView> sectionViews(std::string_view guide);
 
-/// The maximal runs of letters, marks and numbers of the text, in order.
-std::vector<std::string_view> wordsOf(std::string_view text);
+/// Whether a code point is a letter, a mark or a number (general categories L, M and N).
+bool isWordCharacter(UChar32 c);
+
+// ASCII letters and digits are all the ASCII letters, marks and numbers.
+inline constexpr auto kAsciiWordCharacters = [] {
+    std::array<bool, 128> table{};
+    for (int c = 0; c < 128; ++c)
+        table[static_cast<std::size_t>(c)] =
+            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    return table;
+}();
+
+/// Calls visit(word) for each maximal run of letters, marks and numbers of the text, in order.
+/// Malformed UTF-8 separates words.
+template <typename Visit>
+void forEachWord(std::string_view text, Visit visit) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
+    const auto length = static_cast<int32_t>(text.size());
+    int32_t start = 0;
+    for (int32_t i = 0; i < length;) {
+        int32_t begin = i;
+        UChar32 c = bytes[i];
+        if (c < 0x80) {
+            ++i;
+            if (kAsciiWordCharacters[static_cast<std::size_t>(c)]) continue;
+        } else {
+            U8_NEXT(bytes, i, length, c);
+            if (c >= 0 && isWordCharacter(c)) continue;
+        }
+        if (begin > start)
+            visit(text.substr(static_cast<std::size_t>(start),
+                              static_cast<std::size_t>(begin - start)));
+        start = i;
+    }
+    if (length > start) visit(text.substr(static_cast<std::size_t>(start)));
+}
 
 struct GuideSection {
     SectionView view;  // into PreparedGuide::text()
@@ -54,8 +91,8 @@ public:
     std::string_view text() const { return m_text; }
     const std::vector<GuideSection>& sections() const { return m_sections; }
 
-    /// For each section, how many of the (distinct, non-empty) terms its lower-cased title and
-    /// its lower-cased body contain.
+    /// For each section, how many of the distinct terms its lower-cased title and its
+    /// lower-cased body contain (a term listed twice counts once).
     struct TermCounts {
         std::vector<int> inTitle;
         std::vector<int> inBody;
@@ -77,11 +114,13 @@ private:
         std::vector<uint32_t> sections;
     };
     void indexWords();
+    bool mayOccur(std::string_view term) const;
 
     std::string m_text;
     std::vector<GuideSection> m_sections;
     std::string m_words;               // the distinct words, one after another
     std::vector<uint32_t> m_wordEnds;  // word w is m_words[m_wordEnds[w - 1], m_wordEnds[w])
+    std::vector<uint64_t> m_trigrams;  // a hash set (as bits) of the words' three-byte runs
     Postings m_inTitles;
     Postings m_inBodies;
     // Worked out when first needed: block characters (-1 until then) and prefix counts.
