@@ -7,6 +7,7 @@
 
 #include <unicode/uchar.h>
 #include <unicode/utf16.h>
+#include <unicode/utf8.h>
 
 #include <array>
 #include <string_view>
@@ -284,15 +285,88 @@ UnicodeString normalizedText(std::string_view input) {
     return trimmedWhiteSpace(collapsingBlankRuns(droppingEmptyHeadings(u)));
 }
 
-// The pattern "\s*\**$" removed, without the pattern: tried at every position of a long run
-// of blanks, it reads the rest of the run each time. The text never ends in a line break here
-// (it was trimmed), so "$" is its very end and the match is the trailing stars with the blanks
-// before them; "\s" is White_Space, as in ICU.
-UnicodeString withoutTrailingStars(const UnicodeString& u) {
-    int32_t end = u.length();
-    while (end > 0 && u.charAt(end - 1) == u'*') --end;
-    while (end > 0 && isWhiteSpace(u.char32At(end - 1))) end -= U16_LENGTH(u.char32At(end - 1));
-    return end == u.length() ? u : UnicodeString(u, 0, end);
+// --- Cleaning a line ------------------------------------------------------------------------
+// The four patterns of the cleaning act at the ends of the text, and each is applied here by
+// reading the marks and blanks it would match: ICU tries "\s*\**$" at every position of a long
+// run of blanks and reads the rest of the run each time, and converting a long line to UTF-16
+// and back costs more than the cleaning itself. "\s" is White_Space, as in ICU.
+
+bool isWhiteSpaceAt(std::string_view s, std::size_t i, std::size_t& next) {
+    auto byte = static_cast<unsigned char>(s[i]);
+    if (byte < 0x80) {
+        next = i + 1;
+        return byte == ' ' || (byte >= '\t' && byte <= '\r');
+    }
+    const auto* bytes = reinterpret_cast<const uint8_t*>(s.data());
+    auto at = static_cast<int32_t>(i);
+    UChar32 c = 0;
+    U8_NEXT(bytes, at, static_cast<int32_t>(s.size()), c);
+    next = static_cast<std::size_t>(at);
+    return c >= 0 && isWhiteSpace(c);
+}
+
+// The end of the run of blanks that starts at i.
+std::size_t blanksFrom(std::string_view s, std::size_t i) {
+    for (std::size_t next = i; i < s.size() && isWhiteSpaceAt(s, i, next);) i = next;
+    return i;
+}
+
+// The start of the run of blanks that ends at `end`.
+std::size_t blanksBefore(std::string_view s, std::size_t end) {
+    while (end > 0) {
+        std::size_t start = end - 1;
+        while (start > 0 && (static_cast<unsigned char>(s[start]) & 0xC0) == 0x80) --start;
+        std::size_t next = start;
+        if (!isWhiteSpaceAt(s, start, next) || next != end) break;
+        end = start;
+    }
+    return end;
+}
+
+std::size_t marksFrom(std::string_view s, std::size_t i, char mark) {
+    while (i < s.size() && s[i] == mark) ++i;
+    return i;
+}
+
+// "^\**\s*#+\s*": stars, blanks, then at least one "#" and the blanks after them. Neither stars
+// nor blanks are "#", so giving some back never lets "#+" match where it did not.
+std::string_view withoutLeadingHeadingMark(std::string_view s) {
+    std::size_t hashes = blanksFrom(s, marksFrom(s, 0, '*'));
+    if (hashes == s.size() || s[hashes] != '#') return s;
+    return s.substr(blanksFrom(s, marksFrom(s, hashes, '#')));
+}
+
+// "\s*\**$": the text ends in a star here, so not in a line break, and "$" is its very end.
+std::string_view withoutTrailingStars(std::string_view s) {
+    std::size_t end = s.size();
+    while (end > 0 && s[end - 1] == '*') --end;
+    return s.substr(0, blanksBefore(s, end));
+}
+
+// Whether "." (any character but a line terminator) matches every character of the text.
+bool holdsNoLineTerminator(std::string_view s) {
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        auto byte = static_cast<unsigned char>(s[i]);
+        if (byte >= '\n' && byte <= '\r') return false;
+        if (s.substr(i).starts_with("\u0085") || s.substr(i).starts_with("\u2028") ||
+            s.substr(i).starts_with("\u2029"))
+            return false;
+    }
+    return true;
+}
+
+// "^\*\*(.+?)\*\*$" with "$1": the text starts and ends with "**"; "$" is its end (it ends in a
+// star), so the lazy group can only be everything between the two pairs.
+std::string_view withoutEnclosingBold(std::string_view s) {
+    if (s.size() < 5) return s;
+    std::string_view inner = s.substr(2, s.size() - 4);
+    return holdsNoLineTerminator(inner) ? inner : s;
+}
+
+// "^[-*]\s+": a dash or star and at least one blank.
+std::string_view withoutLeadingBullet(std::string_view s) {
+    std::size_t end = blanksFrom(s, 1);
+    return end > 1 ? s.substr(end) : s;
 }
 
 // --- Steps -----------------------------------------------------------------------------------
@@ -314,45 +388,14 @@ CoachMessageFormatting::ProceduralStep stepFromBody(std::string_view body) {
     return step;
 }
 
-}  // namespace
-
-std::string CoachMessageFormatting::normalize(std::string_view input) {
-    return toUtf8(normalizedText(input));
-}
-
-std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
-    static const IcuRegex leadingHeading(u"^\\**\\s*#+\\s*");
-    static const IcuRegex wholeBold(u"^\\*\\*(.+?)\\*\\*$");
-    static const IcuRegex leadingBullet(u"^[-*]\\s+");
-    static const UnicodeString kNothing;
-    std::string_view trimmedInput = trimmedView(input);
-    // The text is trimmed, so each pattern can only change it when it starts (or ends) with the
-    // mark the pattern begins (or ends) with; a line without such marks needs no matcher.
-    bool marked = trimmedInput.starts_with('*') || trimmedInput.starts_with('#') ||
-                  trimmedInput.starts_with('-') || trimmedInput.ends_with('*');
-    bool emphasised = text::contains(trimmedInput, "**") || text::contains(trimmedInput, "__");
-    if (!marked && !emphasised) return std::string(trimmedInput);
-    std::string text(trimmedInput);
-    if (marked) {
-        UnicodeString u = fromUtf8(text);
-        if (u.startsWith(u"*") || u.startsWith(u"#")) u = leadingHeading.replaceAll(u, kNothing);
-        if (u.endsWith(u"*")) u = withoutTrailingStars(u);
-        if (u.startsWith(u"**") && u.endsWith(u"**"))
-            u = wholeBold.replaceAll(u, UnicodeString(u"$1"));
-        if (u.startsWith(u"-") || u.startsWith(u"*")) u = leadingBullet.replaceAll(u, kNothing);
-        text = toUtf8(u);
-    }
-    return text::trimmed(replacingAll(replacingAll(text, "**", ""), "__", ""));
-}
-
-std::optional<CoachMessageFormatting::ProceduralContent>
-CoachMessageFormatting::parseProceduralContent(std::string_view input) {
+// The procedure of a normalised text.
+std::optional<CoachMessageFormatting::ProceduralContent> proceduralContentOf(
+    const UnicodeString& u) {
     static const IcuRegex marker(u"(?i)Step\\s+(\\d+)\\s*:\\s*");
     if (!marker.isValid()) return std::nullopt;
-    UnicodeString u = normalizedText(input);
     auto matches = marker.matchRangesAt(u, possibleStepWords(u));
     if (matches.size() < 2) return std::nullopt;
-    ProceduralContent content;
+    CoachMessageFormatting::ProceduralContent content;
     if (matches.front().first >= 1)
         content.intro = text::trimmed(toUtf8(u.tempSubString(0, matches.front().first)));
     for (std::size_t i = 0; i < matches.size(); ++i) {
@@ -366,8 +409,8 @@ CoachMessageFormatting::parseProceduralContent(std::string_view input) {
     return content;
 }
 
-std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) {
-    std::string text = normalize(input);
+// The paragraphs of a normalised text.
+std::vector<std::string> blocksOf(const std::string& text) {
     std::vector<std::string> paragraphs;
     if (text.empty()) return paragraphs;
     for (std::string_view piece : splitOn(text, "\n\n")) {
@@ -375,6 +418,48 @@ std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) 
         if (!paragraph.empty()) paragraphs.push_back(std::move(paragraph));
     }
     return paragraphs;
+}
+
+}  // namespace
+
+std::string CoachMessageFormatting::normalize(std::string_view input) {
+    return toUtf8(normalizedText(input));
+}
+
+std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
+    std::string_view trimmedInput = trimmedView(input);
+    bool marked = trimmedInput.starts_with('*') || trimmedInput.starts_with('#') ||
+                  trimmedInput.starts_with('-') || trimmedInput.ends_with('*');
+    bool emphasised = text::contains(trimmedInput, "**") || text::contains(trimmedInput, "__");
+    if (!marked && !emphasised) return std::string(trimmedInput);
+    std::string text(trimmedInput);
+    if (marked) {
+        // Malformed bytes become U+FFFD, as when the patterns read the text as UTF-16.
+        if (!text::isValidUtf8(text)) text = toUtf8(fromUtf8(text));
+        std::string_view s = text;
+        if (s.starts_with('*') || s.starts_with('#')) s = withoutLeadingHeadingMark(s);
+        if (s.ends_with('*')) s = withoutTrailingStars(s);
+        if (s.starts_with("**") && s.ends_with("**")) s = withoutEnclosingBold(s);
+        if (s.starts_with('-') || s.starts_with('*')) s = withoutLeadingBullet(s);
+        text = std::string(s);
+    }
+    return text::trimmed(replacingAll(replacingAll(text, "**", ""), "__", ""));
+}
+
+std::optional<CoachMessageFormatting::ProceduralContent>
+CoachMessageFormatting::parseProceduralContent(std::string_view input) {
+    return proceduralContentOf(normalizedText(input));
+}
+
+std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) {
+    return blocksOf(normalize(input));
+}
+
+CoachMessageFormatting::ReplyLayout CoachMessageFormatting::layout(std::string_view input) {
+    UnicodeString normalized = normalizedText(input);
+    ReplyLayout layout{proceduralContentOf(normalized), {}};
+    if (!layout.procedure) layout.blocks = blocksOf(toUtf8(normalized));
+    return layout;
 }
 
 }  // namespace sagely

@@ -398,9 +398,9 @@ namespace {
 // Replies made of long runs of what "(?<!\n)(\d+\.\s)" and "\s*\**$" repeat over (digits of
 // several scripts, blanks of several kinds, stars), with the marks that end or break such runs.
 std::vector<std::string> repliesWithLongRuns(std::size_t count) {
-    static const std::array<std::string, 16> units = {
-        "7", "\u0663", "\U0001D7CE", " ", "\t", "\u00A0", "\u3000", "\u2028",
-        "*", "#",      "\n",         ".", ". ", ".\n",    "x",      "- "};
+    static const std::array<std::string, 20> units = {
+        "7",  "\u0663", "\U0001D7CE", " ",   "\t", "\u00A0", "\u3000", "\u2028", "*",  "#",
+        "\n", ".",      ". ",         ".\n", "x",  "- ",     "**",     "\v",     "\f", "\u2029"};
     std::mt19937 random(1515);
     std::uniform_int_distribution<std::size_t> unit(0, units.size() - 1), runs(1, 8);
     std::uniform_int_distribution<int> repeat(1, 300);
@@ -410,7 +410,8 @@ std::vector<std::string> repliesWithLongRuns(std::size_t count) {
         for (std::size_t n = runs(random); n > 0; --n) {
             const std::string& piece = units[unit(random)];
             // Short marks stay short; digits and blanks come in long runs.
-            int times = piece.size() > 1 || piece == "." || piece == "x" ? 1 : repeat(random);
+            bool isRun = piece.size() == 1 && piece != "." && piece != "x";
+            int times = isRun ? repeat(random) : 1;
             for (int k = 0; k < times; ++k) reply += piece;
         }
         replies.push_back(reply);
@@ -429,6 +430,11 @@ TEST(FormattingShortcuts, GiveTheSameResultsOnLongRunsAsThePatterns) {
           "x" + std::string(3000, ' ') + "*", "* " + std::string(3000, ' ') + " *",
           std::string("*\u00A0\u3000**")})
         replies.push_back(edge);
+    // A fully bold line is only left when blanks stand between its closing stars and the last.
+    for (const char* edge : {"**- a\u2028b** *", "**- a\u0085b** *", "**- a\vb**\t*", "**- ab** *",
+                             "**ab** *", "** **  *", "**\n** *", "**\xff** *", "*****", "****",
+                             "-\u3000x", "*\xC3 #", "#\u3000\u2029##  x*"})
+        replies.emplace_back(edge);
     for (const std::string& reply : replies) {
         ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
         ASSERT_EQ(clean(reply), referenceClean(reply)) << "line: " << reply;
@@ -455,4 +461,24 @@ TEST(FormattingShortcuts, LongRunsTakeTimeInProportionToTheirLength) {
     EXPECT_EQ(normalize(digits), digits);
     EXPECT_EQ(clean(blanks), "x");
     EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+}
+
+// One normalisation for a view's layout gives what the two separate calls give.
+TEST(Layout, IsTheProcedureElseTheParagraphs) {
+    for (const std::string& reply : randomReplies(400)) {
+        auto layout = CoachMessageFormatting::layout(reply);
+        auto procedure = CoachMessageFormatting::parseProceduralContent(reply);
+        ASSERT_EQ(layout.procedure.has_value(), procedure.has_value()) << reply;
+        if (procedure) {
+            EXPECT_EQ(layout.procedure->intro, procedure->intro);
+            ASSERT_EQ(layout.procedure->steps.size(), procedure->steps.size());
+            for (std::size_t i = 0; i < procedure->steps.size(); ++i) {
+                EXPECT_EQ(layout.procedure->steps[i].title, procedure->steps[i].title);
+                EXPECT_EQ(layout.procedure->steps[i].details, procedure->steps[i].details);
+            }
+            EXPECT_TRUE(layout.blocks.empty());
+        } else {
+            EXPECT_EQ(layout.blocks, CoachMessageFormatting::blocks(reply)) << reply;
+        }
+    }
 }
