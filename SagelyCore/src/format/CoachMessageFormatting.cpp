@@ -195,67 +195,66 @@ bool isSetFollowingCharacter(char16_t c) {
            c == u'!' || c == u')';
 }
 
-// The character before each occurrence of the phrase, when it can begin a match.
-std::vector<int32_t> possiblePhraseStarts(const UnicodeString& u, const UnicodeString& phrase) {
-    std::vector<int32_t> positions;
-    for (int32_t i = u.indexOf(phrase); i >= 0; i = u.indexOf(phrase, i + 1))
-        if (i >= 1 && isSetFollowingCharacter(u.charAt(i - 1))) positions.push_back(i - 1);
-    return positions;
-}
-
 // --- Sentence starts -------------------------------------------------------------------------
+// Step 7 applies "([a-zA-Z0-9!)])(<phrase>)" with "$1\n$2" for each phrase in turn. Every
+// phrase starts with the only capital letter it holds, so no phrase starts inside another, and
+// a line break put before one phrase can only stop another from matching at that same place (it
+// puts a line feed after the letter); it never makes a match. So the passes are worked out on
+// the text as it is, keeping the places where earlier passes broke the line, and the breaks are
+// put in at the end: one copy of the text instead of one per phrase that matches.
 
-struct SentenceStart {
-    UnicodeString phrase;
-    IcuRegex pattern;
-};
-
-const std::vector<SentenceStart>& sentenceStarts() {
-    static const std::vector<SentenceStart> starts = [] {
-        static constexpr std::array<std::u16string_view, 22> kPhrases = {
-            u"Click",  u"Select", u"Open",  u"In the", u"Name your", u"Add a",
-            u"Add an", u"Press",  u"Type",  u"Toggle", u"Ensure",    u"Verify",
-            u"Switch", u"Return", u"Grant", u"Test",   u"Optional",  u"Would you",
-            u"After ", u"Now ",   u"Try ",  u"Restart"};
-        std::vector<SentenceStart> built;
-        for (std::u16string_view phrase : kPhrases) {
-            std::u16string pattern = u"([a-zA-Z0-9!)])(" + detail::escapedPattern(phrase) + u")";
-            built.push_back({UnicodeString(phrase.data(), static_cast<int32_t>(phrase.size())),
-                             IcuRegex(pattern)});
-        }
-        return built;
-    }();
-    return starts;
+const std::array<UnicodeString, 22>& sentenceStarts() {
+    static const std::array<UnicodeString, 22> phrases = {
+        u"Click",  u"Select", u"Open",  u"In the", u"Name your", u"Add a",
+        u"Add an", u"Press",  u"Type",  u"Toggle", u"Ensure",    u"Verify",
+        u"Switch", u"Return", u"Grant", u"Test",   u"Optional",  u"Would you",
+        u"After ", u"Now ",   u"Try ",  u"Restart"};
+    return phrases;
 }
 
 // Which phrases follow a letter, digit, "!" or ")" somewhere in the text, in one pass.
-std::vector<bool> phrasesAfterSetCharacters(const UnicodeString& u) {
-    const std::vector<SentenceStart>& starts = sentenceStarts();
-    std::vector<bool> present(starts.size(), false);
+std::array<bool, 22> phrasesAfterSetCharacters(const UnicodeString& u) {
+    const auto& phrases = sentenceStarts();
+    std::array<bool, 22> present{};
     const char16_t* text = u.getBuffer();
     for (int32_t i = 1; i < u.length(); ++i) {
         if (text[i] < u'A' || text[i] > u'Z' || !isSetFollowingCharacter(text[i - 1])) continue;
-        for (std::size_t k = 0; k < starts.size(); ++k) {
-            const UnicodeString& phrase = starts[k].phrase;
-            if (!present[k] && phrase.charAt(0) == text[i] &&
-                u.compare(i, phrase.length(), phrase) == 0)
+        for (std::size_t k = 0; k < phrases.size(); ++k)
+            if (!present[k] && phrases[k].charAt(0) == text[i] &&
+                u.compare(i, phrases[k].length(), phrases[k]) == 0)
                 present[k] = true;
-        }
     }
     return present;
 }
 
-// Breaking a line before one phrase never puts another phrase right after a letter, so the
-// phrases that can match at all are known from the text before any of them is applied.
-UnicodeString splittingSentenceStarts(UnicodeString u) {
-    const std::vector<SentenceStart>& starts = sentenceStarts();
-    std::vector<bool> present = phrasesAfterSetCharacters(u);
-    for (std::size_t k = 0; k < starts.size(); ++k) {
+UnicodeString splittingSentenceStarts(const UnicodeString& u) {
+    const auto& phrases = sentenceStarts();
+    const std::array<bool, 22> present = phrasesAfterSetCharacters(u);
+    std::vector<bool> breakBefore(static_cast<std::size_t>(u.length()), false);
+    bool broken = false;
+    for (std::size_t k = 0; k < phrases.size(); ++k) {
         if (!present[k]) continue;
-        std::vector<int32_t> candidates = possiblePhraseStarts(u, starts[k].phrase);
-        if (!candidates.empty()) u = starts[k].pattern.replaceAllAt(u, candidates, u"$1\n$2");
+        // A match takes the character before the phrase too, and the next match of this
+        // phrase starts after it, as successive finds do.
+        int32_t resumeAt = 0;
+        for (int32_t i = u.indexOf(phrases[k]); i >= 0; i = u.indexOf(phrases[k], i + 1)) {
+            auto at = static_cast<std::size_t>(i);
+            if (i < 1 || i - 1 < resumeAt || !isSetFollowingCharacter(u.charAt(i - 1)) ||
+                breakBefore[at])
+                continue;
+            breakBefore[at] = broken = true;
+            resumeAt = i + phrases[k].length();
+        }
     }
-    return u;
+    if (!broken) return u;
+    UnicodeString out;
+    int32_t copied = 0;
+    for (int32_t i = 1; i < u.length(); ++i) {
+        if (!breakBefore[static_cast<std::size_t>(i)]) continue;
+        out.append(u, copied, i - copied).append(u'\n');
+        copied = i;
+    }
+    return out.append(u, copied, u.length() - copied);
 }
 
 // --- The repair ------------------------------------------------------------------------------
@@ -270,7 +269,7 @@ UnicodeString separatingMarkers(UnicodeString u) {
     u = inlineMarker.replaceAllAt(u, possibleStepWords(u), u"\n\n$1\n");
     u = inlineNumber.replaceAllAt(u, possibleNumbers(u), u"\n\n$1");
     u = markerAfterSentence.replaceAllAt(u, possibleSentenceEnds(u), u"$1\n\n$2");
-    return splittingSentenceStarts(std::move(u));
+    return splittingSentenceStarts(u);
 }
 
 UnicodeString collapsingBlankRuns(const UnicodeString& u) {

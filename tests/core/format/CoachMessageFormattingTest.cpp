@@ -482,3 +482,22 @@ TEST(Layout, IsTheProcedureElseTheParagraphs) {
         }
     }
 }
+
+// Sentence starts are split in one pass over the text; phrases that meet, repeat or share a
+// start must split as the phrase patterns, applied one after another, split them.
+TEST(FormattingShortcuts, SplitSentenceStartsAsThePhrasePatternsDo) {
+    static const std::array<std::string, 16> pieces = {
+        "Click", "Open", "Add a", "Add an", "Add", "Test", "Restart", "Try ",
+        "Now ",  "x",    "1",     "!",      ")",   " ",    "\n",      "In the"};
+    std::mt19937 random(2026);
+    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1), length(1, 14);
+    std::vector<std::string> replies = {"xClickClick", "xAdd anAdd a", "aOpenClick", "TestTestTest",
+                                        "1Restart!Try Now Try x"};
+    for (int i = 0; i < 1500; ++i) {
+        std::string reply;
+        for (std::size_t n = length(random); n > 0; --n) reply += pieces[piece(random)];
+        replies.push_back(reply);
+    }
+    for (const std::string& reply : replies)
+        ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
+}
