@@ -90,19 +90,25 @@ bool isEmptyHeading(const UnicodeString& u, int32_t start, int32_t end) {
     return headingLine.find(UnicodeString(u, start, end - start));
 }
 
+// The text itself when no line goes, so that most replies are not copied.
 UnicodeString droppingEmptyHeadings(const UnicodeString& u) {
-    UnicodeString out;
-    bool first = true;
+    std::vector<std::pair<int32_t, int32_t>> keptLines;
+    bool dropped = false;
     for (int32_t start = 0;;) {
         int32_t end = u.indexOf(u'\n', start);
         if (end < 0) end = u.length();
-        if (!isEmptyHeading(u, start, end)) {
-            if (!first) out.append(u'\n');
-            out.append(u, start, end - start);
-            first = false;
-        }
+        if (isEmptyHeading(u, start, end))
+            dropped = true;
+        else
+            keptLines.emplace_back(start, end);
         if (end == u.length()) break;
         start = end + 1;
+    }
+    if (!dropped) return u;
+    UnicodeString out(u.length(), 0, 0);  // room for the whole text, empty
+    for (std::size_t i = 0; i < keptLines.size(); ++i) {
+        if (i > 0) out.append(u'\n');
+        out.append(u, keptLines[i].first, keptLines[i].second - keptLines[i].first);
     }
     return out;
 }
@@ -247,7 +253,7 @@ UnicodeString splittingSentenceStarts(const UnicodeString& u) {
         }
     }
     if (!broken) return u;
-    UnicodeString out;
+    UnicodeString out(u.length() + u.length() / 8, 0, 0);  // room for the text and some breaks
     int32_t copied = 0;
     for (int32_t i = 1; i < u.length(); ++i) {
         if (!breakBefore[static_cast<std::size_t>(i)]) continue;

@@ -153,7 +153,8 @@ std::vector<TextRange> IcuRegex::matchRangesAt(const icu::UnicodeString& text,
 icu::UnicodeString IcuRegex::replaceAllAt(const icu::UnicodeString& text,
                                           const std::vector<int32_t>& candidates,
                                           std::u16string_view replacement) const {
-    icu::UnicodeString out;
+    // Room for the text and some growth, so that appending rarely moves what is there.
+    icu::UnicodeString out(text.length() + text.length() / 8, 0, 0);
     int32_t copied = 0;
     bool replaced = false;
     bool ok = forEachMatchAt(
