@@ -171,15 +171,4 @@ icu::UnicodeString IcuRegex::replaceAllAt(const icu::UnicodeString& text,
     return out;
 }
 
-std::u16string escapedPattern(std::u16string_view literal) {
-    static constexpr std::u16string_view kMeta = u"\\^$.|?*+()[]{}/-#&~";
-    std::u16string out;
-    out.reserve(literal.size() * 2);
-    for (char16_t c : literal) {
-        if (kMeta.find(c) != std::u16string_view::npos) out.push_back(u'\\');
-        out.push_back(c);
-    }
-    return out;
-}
-
 }  // namespace sagely::detail

@@ -285,13 +285,13 @@ std::string referenceNormalize(std::string text) {
     text = applied(text, u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE, u"\n\n$1\n");
     text = applied(text, u"(?<!\n)(\\d+\\.\\s)", 0, u"\n\n$1");
     text = applied(text, u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE, u"$1\n\n$2");
+    // The phrases hold letters and blanks only, so each one is its own literal pattern.
     for (std::u16string_view phrase :
          {u"Click",  u"Select", u"Open",  u"In the", u"Name your", u"Add a",
           u"Add an", u"Press",  u"Type",  u"Toggle", u"Ensure",    u"Verify",
           u"Switch", u"Return", u"Grant", u"Test",   u"Optional",  u"Would you",
           u"After ", u"Now ",   u"Try ",  u"Restart"})
-        text = applied(text, u"([a-zA-Z0-9!)])(" + sagely::detail::escapedPattern(phrase) + u")", 0,
-                       u"$1\n$2");
+        text = applied(text, u"([a-zA-Z0-9!)])(" + std::u16string(phrase) + u")", 0, u"$1\n$2");
     text = referenceDropEmptyHeadings(text);
     return sagely::text::trimmed(applied(text, u"\n{3,}", 0, u"\n\n"));
 }
