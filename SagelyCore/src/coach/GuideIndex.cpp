@@ -207,23 +207,36 @@ bool isWordCharacter(UChar32 c) {
 }
 
 std::shared_ptr<const PreparedGuide> PreparedGuide::of(std::string_view guide) {
+    // A coach asks with one guide, a host rarely with more than two; a prepared guide takes
+    // about three times its text.
     static constexpr std::size_t kKept = 4;
+    static constexpr std::size_t kKeptBytes = 64 * 1024 * 1024;
     static std::mutex mutex;
     static std::vector<std::shared_ptr<const PreparedGuide>> recent;  // most recent first
-    {
-        std::lock_guard lock(mutex);
+    auto cached = [&]() -> std::shared_ptr<const PreparedGuide> {
         auto found = std::find_if(recent.begin(), recent.end(),
                                   [&](const auto& prepared) { return prepared->text() == guide; });
-        if (found != recent.end()) {
-            std::rotate(recent.begin(), found, found + 1);
-            return recent.front();
-        }
+        if (found == recent.end()) return nullptr;
+        std::rotate(recent.begin(), found, found + 1);
+        return recent.front();
+    };
+    {
+        std::lock_guard lock(mutex);
+        if (auto prepared = cached()) return prepared;
     }
     // Prepared outside the lock, so that other guides are served meanwhile.
     auto prepared = std::make_shared<const PreparedGuide>(guide);
     std::lock_guard lock(mutex);
+    if (auto other = cached()) return other;  // prepared meanwhile by another thread
     recent.insert(recent.begin(), prepared);
-    if (recent.size() > kKept) recent.pop_back();
+    std::size_t bytes = 0;
+    for (std::size_t i = 0; i < recent.size(); ++i) {
+        bytes += recent[i]->text().size();
+        if (i > 0 && (i >= kKept || bytes > kKeptBytes)) {
+            recent.resize(i);
+            break;
+        }
+    }
     return prepared;
 }
 
