@@ -1,9 +1,12 @@
 // Reply formatting on a 4 KB model reply: the repair and the step parsing each run once per
-// reply and render, so each should stay well under a frame (goal: 200 µs each).
+// reply and render, so each should stay well under a frame (goal: 200 µs each). And on inputs
+// made to be slow: 32k digits before a full stop (goal: under 10 ms), 32k spaces between "*",
+// and 1 MB of adversarial or random text, which should cost at most 2× 1 MB of plain prose.
 #include <sagely/CoachMessageFormatting.h>
 
 #include <benchmark/benchmark.h>
 
+#include <random>
 #include <string>
 
 namespace {
@@ -48,6 +51,76 @@ void cleanDisplayMarkdownOfATitle(benchmark::State& state) {
             sagely::CoachMessageFormatting::cleanDisplayMarkdown("## **Open the File menu**"));
 }
 BENCHMARK(cleanDisplayMarkdownOfATitle)->Unit(benchmark::kMicrosecond);
+
+std::string repeatedTo(std::size_t bytes, const std::string& piece) {
+    std::string text;
+    while (text.size() < bytes) text += piece;
+    return text;
+}
+
+constexpr std::size_t kMegabyte = 1 << 20;
+
+// The inputs of the normalising and cleaning benchmarks, by argument.
+enum Input { prose, digitsThenStop, spacesBetweenStars, adversarial, random };
+
+std::string input(Input kind, std::size_t bytes) {
+    switch (kind) {
+        case prose:
+            return repeatedTo(bytes,
+                              "Open the Library panel and choose the collection you want to work "
+                              "with. Shortcuts can be changed in Settings under Keyboard.\n");
+        case digitsThenStop:
+            return std::string(bytes, '7') + ".";
+        case spacesBetweenStars:
+            return "*" + std::string(bytes, ' ') + "x*";
+        case adversarial:  // long runs of each thing the patterns repeat over, one after another
+            return repeatedTo(bytes, std::string(4096, '9') + "." + "*" + std::string(4096, ' ') +
+                                         "*" + std::string(512, '#') + "Step " +
+                                         std::string(2048, ' ') + "12" + std::string(1024, '\n'));
+        case random: {
+            static constexpr std::string_view kAlphabet = "Step 1:.*#\n -x9!)ClickOpen\t";
+            std::mt19937 generator(15);
+            std::string text(bytes, ' ');
+            for (char& c : text) c = kAlphabet[generator() % kAlphabet.size()];
+            return text;
+        }
+    }
+    return {};
+}
+
+// Arguments: the input (see Input) and its size in bytes.
+void normalizeInput(benchmark::State& state) {
+    const std::string text =
+        input(static_cast<Input>(state.range(0)), static_cast<std::size_t>(state.range(1)));
+    for (auto _ : state) benchmark::DoNotOptimize(sagely::CoachMessageFormatting::normalize(text));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+}
+BENCHMARK(normalizeInput)
+    ->ArgNames({"input", "bytes"})
+    ->Args({digitsThenStop, 32 * 1024})
+    ->Args({prose, kMegabyte})
+    ->Args({digitsThenStop, kMegabyte})
+    ->Args({spacesBetweenStars, kMegabyte})
+    ->Args({adversarial, kMegabyte})
+    ->Args({random, kMegabyte})
+    ->Unit(benchmark::kMillisecond);
+
+void cleanDisplayMarkdownOfInput(benchmark::State& state) {
+    const std::string text =
+        input(static_cast<Input>(state.range(0)), static_cast<std::size_t>(state.range(1)));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(sagely::CoachMessageFormatting::cleanDisplayMarkdown(text));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+}
+BENCHMARK(cleanDisplayMarkdownOfInput)
+    ->ArgNames({"input", "bytes"})
+    ->Args({spacesBetweenStars, 32 * 1024})
+    ->Args({prose, kMegabyte})
+    ->Args({digitsThenStop, kMegabyte})
+    ->Args({spacesBetweenStars, kMegabyte})
+    ->Args({adversarial, kMegabyte})
+    ->Args({random, kMegabyte})
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

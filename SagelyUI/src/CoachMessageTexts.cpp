@@ -4,8 +4,7 @@
 
 #include "InlineMarkdown.h"
 #include "Primitives.h"
-
-#include <sagely/CoachMessageFormatting.h>
+#include "ReplyLayouts.h"
 
 #include <QVBoxLayout>
 
@@ -28,32 +27,39 @@ CoachUserMessageText::CoachUserMessageText(const std::string& content, QWidget* 
 }
 
 CoachAssistantMessageText::CoachAssistantMessageText(const std::string& content, QWidget* parent)
-    : QWidget(parent), m_content(content) {
+    : CoachAssistantMessageText(content, CoachMessageFormatting::layout(content), parent) {}
+
+CoachAssistantMessageText::CoachAssistantMessageText(const CoachMessage& message, QWidget* parent)
+    : CoachAssistantMessageText(message.content(), *replyLayout(message), parent) {}
+
+CoachAssistantMessageText::CoachAssistantMessageText(
+    std::string content, const CoachMessageFormatting::ReplyLayout& layout, QWidget* parent)
+    : QWidget(parent), m_content(std::move(content)) {
     setObjectName(QStringLiteral("assistantMessageText"));
     setMaximumWidth(kMaximumWidth);
     vstack(this, 12);
-    if (CoachMessageFormatting::parseProceduralContent(content))
-        buildProcedure();
+    if (layout.procedure)
+        buildProcedure(*layout.procedure);
     else
-        buildParagraphs();
+        buildParagraphs(layout.blocks);
 }
 
-void CoachAssistantMessageText::buildProcedure() {
-    const auto procedure = CoachMessageFormatting::parseProceduralContent(m_content);
+void CoachAssistantMessageText::buildProcedure(
+    const CoachMessageFormatting::ProceduralContent& procedure) {
     auto* column = static_cast<QVBoxLayout*>(layout());
-    if (!procedure->intro.empty()) {
-        const StyledText intro = styledReplyText(procedure->intro);
+    if (!procedure.intro.empty()) {
+        const StyledText intro = styledReplyText(procedure.intro);
         auto* label = textLabel(intro.text, intro.format, TextStyle::body);
         label->setObjectName(QStringLiteral("procedureIntro"));
         column->addWidget(label);
     }
-    m_procedure = new CoachProceduralStepsView(procedure->steps);
+    m_procedure = new CoachProceduralStepsView(procedure.steps);
     column->addWidget(m_procedure);
 }
 
-void CoachAssistantMessageText::buildParagraphs() {
+void CoachAssistantMessageText::buildParagraphs(const std::vector<std::string>& blocks) {
     auto* column = static_cast<QVBoxLayout*>(layout());
-    for (const std::string& block : CoachMessageFormatting::blocks(m_content)) {
+    for (const std::string& block : blocks) {
         const StyledText text = styledReplyText(block);
         auto* label = textLabel(text.text, text.format, TextStyle::body);
         label->setObjectName(QStringLiteral("replyBlock"));

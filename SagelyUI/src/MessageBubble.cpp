@@ -83,7 +83,7 @@ QWidget* MessageBubble::textBubble() const {
     if (isUser)
         layout->addWidget(new CoachUserMessageText(m_message.content()));
     else
-        layout->addWidget(new CoachAssistantMessageText(m_message.content()));
+        layout->addWidget(new CoachAssistantMessageText(m_message));
     return bubble;
 }
 

@@ -1,6 +1,7 @@
 #include "SpokenText.h"
 
 #include "InlineMarkdown.h"
+#include "ReplyLayouts.h"
 #include "Style.h"
 
 #include <sagely/CoachMessageFormatting.h>
@@ -54,8 +55,8 @@ QString spokenStep(long long number, std::string_view title,
     return localized("Step %1: %2").arg(number).arg(parts.join(u' '));
 }
 
-QString spokenReply(std::string_view content) {
-    if (const auto procedure = CoachMessageFormatting::parseProceduralContent(content)) {
+QString spokenReply(const CoachMessageFormatting::ReplyLayout& layout) {
+    if (const auto& procedure = layout.procedure) {
         QStringList parts;
         if (!procedure->intro.empty()) parts << plainReply(procedure->intro);
         long long number = 0;
@@ -64,8 +65,7 @@ QString spokenReply(std::string_view content) {
         return parts.join(u'\n');
     }
     QStringList blocks;
-    for (const std::string& block : CoachMessageFormatting::blocks(content))
-        blocks << plainReply(block);
+    for (const std::string& block : layout.blocks) blocks << plainReply(block);
     return blocks.join(u'\n');
 }
 
@@ -107,7 +107,7 @@ QString spokenLesson(const CoachLesson& lesson) {
 QString spokenMessage(const CoachMessage& message) {
     if (message.role() == CoachMessage::Role::user)
         return localized("You: %1").arg(qs(message.content()));
-    return localized("Coach: %1").arg(spokenReply(message.content()));
+    return localized("Coach: %1").arg(spokenReply(*replyLayout(message)));
 }
 
 namespace {

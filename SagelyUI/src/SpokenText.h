@@ -5,6 +5,7 @@
 #include <sagely/CoachCard.h>
 #include <sagely/CoachLesson.h>
 #include <sagely/CoachMessage.h>
+#include <sagely/CoachMessageFormatting.h>
 
 #include <QString>
 
@@ -19,7 +20,7 @@ class QWidget;
 namespace sagely::ui::detail {
 
 /// A reply's text without its Markdown, a procedure as "Step 1: …" lines.
-QString spokenReply(std::string_view content);
+QString spokenReply(const CoachMessageFormatting::ReplyLayout& layout);
 /// One step of a procedure as "Step 1: title. detail."
 QString spokenStep(long long number, std::string_view title,
                    const std::vector<std::string>& details);

@@ -12,8 +12,10 @@
 #include "InlineMarkdown.h"
 #include "Primitives.h"
 #include "RelativeDate.h"
+#include "ReplyLayouts.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <QHBoxLayout>
 #include <QPushButton>
@@ -107,6 +109,41 @@ TEST(InlineMarkdownTest, ReplyTextIsRepairedAndCleanedBeforeParsing) {
     const StyledText text = uid::styledReplyText("## **Save often**");
     EXPECT_EQ(text.format, Qt::RichText);
     EXPECT_EQ(text.text, QStringLiteral("<span style=\"white-space:pre-wrap\">Save often</span>"));
+}
+
+// A reply is laid out (normalised) once per message: its bubble, its spoken text and every
+// later render share that layout, until the message's content changes (a streamed reply).
+TEST(ReplyLayoutsTest, AMessageIsLaidOutOncePerContent) {
+    const CoachMessage message(CoachMessage::Role::assistant,
+                               "Do this.Step 1: Open Settings.Step 2:Click Save");
+    const auto first = uid::replyLayout(message);
+    ASSERT_TRUE(first->procedure.has_value());
+    EXPECT_EQ(first->procedure->steps.size(), 2u);
+    EXPECT_EQ(uid::replyLayout(message), first);
+    MessageBubble bubble(message, {}, {});
+    EXPECT_EQ(uid::replyLayout(message), first);
+
+    nlohmann::json grown = message;
+    grown["content"] = "First paragraph.\n\nSecond.";
+    const CoachMessage streamed = grown.get<CoachMessage>();
+    ASSERT_EQ(streamed.id(), message.id());
+    const auto second = uid::replyLayout(streamed);
+    EXPECT_NE(second, first);
+    EXPECT_FALSE(second->procedure.has_value());
+    EXPECT_EQ(second->blocks, (std::vector<std::string>{"First paragraph.", "Second."}));
+    EXPECT_EQ(uid::replyLayout(streamed), second);
+}
+
+TEST(ReplyLayoutsTest, AViewOfAMessageShowsWhatAViewOfItsTextShows) {
+    for (const char* content : {"First paragraph.\n\n\n\nSecond *one*.",
+                                "Do this.Step 3: Open Settings.\n- Choose General\nStep 4: Quit"}) {
+        CoachAssistantMessageText ofText(content);
+        CoachAssistantMessageText ofMessage(CoachMessage(CoachMessage::Role::assistant, content));
+        EXPECT_EQ(ofMessage.content(), ofText.content());
+        EXPECT_EQ(ofMessage.procedure() != nullptr, ofText.procedure() != nullptr);
+        EXPECT_EQ(labelTexts(&ofMessage, "replyBlock"), labelTexts(&ofText, "replyBlock"));
+        EXPECT_EQ(labelTexts(&ofMessage, "procedureIntro"), labelTexts(&ofText, "procedureIntro"));
+    }
 }
 
 TEST(AssistantMessageTextTest, ParagraphsBecomeOneLabelEach) {

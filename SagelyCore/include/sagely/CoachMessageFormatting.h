@@ -34,6 +34,14 @@ struct SAGELY_EXPORT CoachMessageFormatting {
     static std::optional<ProceduralContent> parseProceduralContent(std::string_view text);
     /// The normalised text cut into its non-empty paragraphs.
     static std::vector<std::string> blocks(std::string_view text);
+
+    /// How a view shows a reply: its procedure when it reads as one, else its paragraphs.
+    struct ReplyLayout {
+        std::optional<ProceduralContent> procedure;  // parseProceduralContent(text)
+        std::vector<std::string> blocks;             // blocks(text), only when no procedure
+    };
+    /// parseProceduralContent and, when it finds none, blocks, from one normalisation.
+    static ReplyLayout layout(std::string_view text);
 };
 
 }  // namespace sagely

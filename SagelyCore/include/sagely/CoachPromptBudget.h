@@ -2,7 +2,8 @@
 // sections relevant to a question, and the cut of a message list to the on-device budget.
 //
 // All budgets count user-perceived characters (grapheme clusters), never tokens. Pure functions,
-// thread-safe.
+// thread-safe. A guide is prepared (split, lower-cased and indexed) once per text and kept for
+// the next questions, so an excerpt costs about the same whatever the question's length.
 #pragma once
 
 #include <sagely/CoachConfig.h>

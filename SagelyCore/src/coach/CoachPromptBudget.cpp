@@ -2,10 +2,8 @@
 
 #include <sagely/Text.h>
 
+#include "coach/GuideIndex.h"
 #include "support/TextViews.h"
-
-#include <unicode/uchar.h>
-#include <unicode/utf8.h>
 
 #include <algorithm>
 #include <array>
@@ -72,278 +70,107 @@ void dropOldestExchanges(std::vector<LLMMessage>& messages) {
     }
 }
 
-// --- Guide sections ------------------------------------------------------------------------
-// Sections are found as views into the guide: a body is the run of lines under its heading,
-// which is a stretch of the guide itself, so nothing is copied until a section is chosen.
-
-struct SectionView {
-    std::string_view title;
-    std::string_view body;
-    int order = 0;
-};
-
-bool isHeading(std::string_view line) {
-    return line.starts_with("## ") || line.starts_with("### ") || line.starts_with("#### ");
-}
-
-std::string_view headingTitle(std::string_view line) {
-    auto isMark = [](char c) { return c == '#' || c == ' '; };
-    while (!line.empty() && isMark(line.front())) line.remove_prefix(1);
-    while (!line.empty() && isMark(line.back())) line.remove_suffix(1);
-    return detail::trimmedSpacesAndTabsView(line);
-}
-
-class SectionCollector {
-public:
-    explicit SectionCollector(std::string_view guide) : m_guide(guide) {}
-
-    void heading(std::string_view line) {
-        closeIfCollected();
-        m_title = headingTitle(line);
-    }
-    void bodyLine(std::string_view line) {
-        if (!m_collecting) m_bodyStart = offsetOf(line);
-        m_bodyEnd = offsetOf(line) + line.size();
-        m_collecting = true;
-    }
-    std::vector<SectionView> finish() {
-        closeIfCollected();
-        std::erase_if(m_sections, [](const SectionView& s) {
-            return s.title == "Introduction" && s.body.empty();
-        });
-        return std::move(m_sections);
-    }
-
-private:
-    std::size_t offsetOf(std::string_view part) const {
-        return static_cast<std::size_t>(part.data() - m_guide.data());
-    }
-    void closeIfCollected() {
-        if (!m_collecting) return;
-        std::string_view lines = m_guide.substr(m_bodyStart, m_bodyEnd - m_bodyStart);
-        int order = static_cast<int>(m_sections.size());
-        m_sections.push_back({m_title, detail::trimmedView(lines), order});
-        m_collecting = false;
-    }
-
-    std::string_view m_guide;
-    std::vector<SectionView> m_sections;
-    std::string_view m_title = "Introduction";
-    std::size_t m_bodyStart = 0;
-    std::size_t m_bodyEnd = 0;
-    bool m_collecting = false;
-};
-
-std::vector<SectionView> sectionViews(std::string_view guide) {
-    SectionCollector collector(guide);
-    for (std::size_t start = 0; start <= guide.size();) {
-        std::size_t end = guide.find('\n', start);
-        if (end == std::string_view::npos) end = guide.size();
-        std::string_view line = guide.substr(start, end - start);
-        if (isHeading(line))
-            collector.heading(line);
-        else
-            collector.bodyLine(line);
-        start = end + 1;
-    }
-    return collector.finish();
-}
-
 // --- Query terms and scoring ---------------------------------------------------------------
+
+using detail::PreparedGuide;
 
 bool contains(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;
 }
 
-bool isAlphanumeric(UChar32 c) {
-    return (U_GET_GC_MASK(c) & (U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK)) != 0;
-}
-
-// The lower-cased query cut at every character that is not a letter, mark or number.
-std::vector<std::string_view> words(std::string_view lowered) {
-    std::vector<std::string_view> pieces;
-    std::size_t start = 0;
-    int32_t i = 0;
-    const auto length = static_cast<int32_t>(lowered.size());
-    while (i < length) {
-        int32_t begin = i;
-        UChar32 c = 0;
-        U8_NEXT(reinterpret_cast<const uint8_t*>(lowered.data()), i, length, c);
-        if (c >= 0 && isAlphanumeric(c)) continue;
-        pieces.push_back(lowered.substr(start, static_cast<std::size_t>(begin) - start));
-        start = static_cast<std::size_t>(i);
-    }
-    pieces.push_back(lowered.substr(start));
-    return pieces;
-}
-
 bool isStopWord(std::string_view word) {
-    return std::find(kStopWords.begin(), kStopWords.end(), word) != kStopWords.end();
+    return word.size() <= 6 &&  // the longest stop word
+           std::find(kStopWords.begin(), kStopWords.end(), word) != kStopWords.end();
 }
 
-std::set<std::string> termsOfLoweredQuery(std::string_view q) {
-    std::set<std::string> terms;
-    for (std::string_view word : words(q))
-        if (text::hasMoreCharactersThan(word, 2) && !isStopWord(word)) terms.emplace(word);
-    if (contains(q, "set up") || contains(q, "setup")) terms.insert({"setup", "speech"});
-    if (contains(q, "configure")) terms.insert("configure");
-    if (contains(q, "speech")) terms.insert("speech");
-    if (contains(q, "voice")) terms.insert("voice");
-    return terms;
+// More than two characters; an ASCII word (letters and digits) has one per byte.
+bool isLongEnough(std::string_view word) {
+    if (word.size() <= 2) return false;
+    bool ascii = std::all_of(word.begin(), word.end(),
+                             [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    return ascii || text::hasMoreCharactersThan(word, 2);
 }
 
-bool loweredQueryHasSetupIntent(std::string_view q) {
-    static constexpr std::array<std::string_view, 7> kPhrases = {
-        "set up", "setup", "configure", "get started", "getting started", "how do i", "how to"};
-    return std::any_of(kPhrases.begin(), kPhrases.end(),
-                       [&](std::string_view p) { return contains(q, p); });
-}
-
+// What the scoring asks of the query, worked out once: a pasted log makes a long query, and
+// every section is scored against it. Not copyable: the terms view the lower-cased text.
 struct Query {
-    std::string lowered;
-    std::set<std::string> terms;
-    bool setupIntent = false;
-};
+    explicit Query(std::string_view query)
+        : lowered(text::lowercased(query)),
+          speech(contains(lowered, "speech")),
+          voice(contains(lowered, "voice")),
+          teach(contains(lowered, "teach")),
+          coach(contains(lowered, "coach")),
+          shortcut(contains(lowered, "shortcut")),
+          permission(contains(lowered, "permission")),
+          setUp(contains(lowered, "set up") || contains(lowered, "setup")),
+          configure(contains(lowered, "configure")),
+          setupIntent(setUp || configure || contains(lowered, "get started") ||
+                      contains(lowered, "getting started") || contains(lowered, "how do i") ||
+                      contains(lowered, "how to")) {
+        // A term may be listed more than once: the few terms that can be in the guide are told
+        // apart later, so a long pasted log is not sorted or hashed as a whole.
+        detail::forEachWord(lowered, [&](std::string_view word) {
+            if (isLongEnough(word) && !isStopWord(word)) terms.push_back(word);
+        });
+        if (setUp) terms.insert(terms.end(), {"setup", "speech"});
+        if (configure) terms.push_back("configure");
+        if (speech) terms.push_back("speech");
+        if (voice) terms.push_back("voice");
+    }
+    Query(const Query&) = delete;
+    Query& operator=(const Query&) = delete;
 
-Query analysed(std::string_view query) {
-    Query q{text::lowercased(query), {}, false};
-    q.terms = termsOfLoweredQuery(q.lowered);
-    q.setupIntent = loweredQueryHasSetupIntent(q.lowered);
-    return q;
-}
+    const std::string lowered;
+    // Whether the lower-cased query holds each of these words.
+    const bool speech, voice, teach, coach, shortcut, permission, setUp, configure;
+    const bool setupIntent;
+    std::vector<std::string_view> terms;
+};
 
 int setupBonus(const Query& q, std::string_view title) {
     int bonus = contains(title, "setup guide") ? 12 : 0;
     if (!title.starts_with("set up ")) return bonus;
-    for (std::string_view topic : {"speech", "teach", "coach"})
-        if (contains(q.lowered, topic) && contains(title, topic)) bonus += 15;
+    if (q.speech && contains(title, "speech")) bonus += 15;
+    if (q.teach && contains(title, "teach")) bonus += 15;
+    if (q.coach && contains(title, "coach")) bonus += 15;
     return bonus;
 }
 
 int topicBonus(const Query& q, std::string_view title) {
     int bonus = 0;
-    bool asksSpeech = contains(q.lowered, "speech") || contains(q.lowered, "voice");
+    bool asksSpeech = q.speech || q.voice;
     if (asksSpeech && (contains(title, "speech") || contains(title, "voice control"))) bonus += 6;
-    if (contains(q.lowered, "shortcut") && contains(title, "shortcut")) bonus += 5;
-    if (contains(q.lowered, "permission") && contains(title, "permission")) bonus += 5;
+    if (q.shortcut && contains(title, "shortcut")) bonus += 5;
+    if (q.permission && contains(title, "permission")) bonus += 5;
     return bonus;
 }
 
-// Everything a section earns from its (lower-cased) title.
-int titleScore(const Query& q, std::string_view title) {
-    int total = 0;
-    for (const std::string& term : q.terms)
-        if (contains(title, term)) total += 4;
-    if (q.setupIntent) total += setupBonus(q, title);
-    return total + topicBonus(q, title);
-}
-
-int bodyScore(const Query& q, std::string_view body) {
-    int total = 0;
-    for (const std::string& term : q.terms)
-        if (detail::findBytes(body, term) != std::string_view::npos) total += 1;
-    return total;
-}
-
-std::size_t offsetIn(std::string_view text, std::string_view part) {
-    return static_cast<std::size_t>(part.data() - text.data());
-}
-
-// Adds 1 for the term to every section of the run whose body contains it, with one scan of
-// the run's lower-cased text: a hit inside a body settles that body, so the scan resumes after.
-void addBodyHits(std::string_view lowered, std::size_t runStart,
-                 const std::vector<SectionView>& sections, std::size_t first, std::size_t last,
-                 std::string_view guide, std::string_view term, std::vector<int>& scores) {
-    std::size_t k = first;
-    for (std::size_t position = 0; position < lowered.size();) {
-        std::size_t hit = detail::findBytes(lowered.substr(position), term);
-        if (hit == std::string_view::npos) return;
-        std::size_t offset = runStart + position + hit;
-        while (k < last && offsetIn(guide, sections[k].body) + sections[k].body.size() <= offset)
-            ++k;
-        if (k == last) return;
-        std::size_t bodyStart = offsetIn(guide, sections[k].body);
-        std::size_t bodyEnd = bodyStart + sections[k].body.size();
-        if (offset < bodyStart) {  // in a heading line, or in blank lines around a body
-            position = offset + 1 - runStart;
-            continue;
-        }
-        if (offset + term.size() <= bodyEnd) scores[k] += 1;
-        position = bodyEnd - runStart;  // any later hit in this body would run past its end too
-    }
-}
-
-// The sections [first, last) whose bodies span about 64 KB of the guide (at least one).
-std::size_t endOfRun(std::string_view guide, const std::vector<SectionView>& sections,
-                     std::size_t first) {
-    constexpr std::size_t kRunBytes = 64 * 1024;
-    std::size_t runStart = offsetIn(guide, sections[first].body);
-    std::size_t last = first + 1;
-    while (last < sections.size() &&
-           offsetIn(guide, sections[last - 1].body) + sections[last - 1].body.size() - runStart <
-               kRunBytes)
-        ++last;
-    return last;
-}
-
-// Scores the sections of an ASCII guide run by run: each run of whole sections is lower-cased
-// into one reused buffer (a part of an ASCII text lower-cases to the same stretch of the copy)
-// and every term is looked for while the run is in the cache.
-std::vector<int> asciiScores(const Query& q, std::string_view guide,
-                             const std::vector<SectionView>& sections) {
-    std::vector<int> scores(sections.size(), 0);
-    std::string lowered;
-    for (std::size_t first = 0, last = 0; first < sections.size(); first = last) {
-        last = endOfRun(guide, sections, first);
-        std::size_t runStart = offsetIn(guide, sections[first].body);
-        std::size_t runEnd =
-            offsetIn(guide, sections[last - 1].body) + sections[last - 1].body.size();
-        detail::lowercaseAsciiInto(guide.substr(runStart, runEnd - runStart), lowered);
-        for (const std::string& term : q.terms)
-            addBodyHits(lowered, runStart, sections, first, last, guide, term, scores);
-    }
-    for (std::size_t k = 0; k < sections.size(); ++k)
-        scores[k] += titleScore(q, text::lowercased(sections[k].title));
-    return scores;
-}
-
-// Scores of the sections of any other guide, each title and body lower-cased on its own (full
-// Unicode lower-casing depends on the surrounding text, so a part is not a slice of the whole).
-std::vector<int> unicodeScores(const Query& q, const std::vector<SectionView>& sections) {
-    std::vector<int> scores;
-    scores.reserve(sections.size());
-    for (const SectionView& section : sections)
-        scores.push_back(titleScore(q, text::lowercased(section.title)) +
-                         bodyScore(q, text::lowercased(section.body)));
-    return scores;
-}
-
-struct RankedView {
-    const SectionView* section;
+struct Ranked {
+    std::size_t section;
     int score;
 };
 
-std::vector<RankedView> ranked(const Query& q, std::string_view guide,
-                               const std::vector<SectionView>& sections) {
-    std::vector<int> scores =
-        detail::isAscii(guide) ? asciiScores(q, guide, sections) : unicodeScores(q, sections);
-    std::vector<RankedView> result;
-    result.reserve(sections.size());
-    for (std::size_t k = 0; k < sections.size(); ++k) result.push_back({&sections[k], scores[k]});
+// Every section scored (4 per term in the title, 1 per term in the body, and the title's
+// bonuses) and sorted, higher scores first and equal scores in guide order.
+std::vector<Ranked> ranked(const Query& q, const PreparedGuide& guide) {
+    PreparedGuide::TermCounts counts = guide.termCounts(q.terms);
+    std::vector<Ranked> result;
+    result.reserve(guide.sections().size());
+    for (std::size_t k = 0; k < guide.sections().size(); ++k) {
+        std::string_view title = guide.sections()[k].loweredTitle;
+        int score = 4 * counts.inTitle[k] + counts.inBody[k] + topicBonus(q, title) +
+                    (q.setupIntent ? setupBonus(q, title) : 0);
+        result.push_back({k, score});
+    }
     std::stable_sort(result.begin(), result.end(),
-                     [](const RankedView& a, const RankedView& b) { return a.score > b.score; });
+                     [](const Ranked& a, const Ranked& b) { return a.score > b.score; });
     return result;
-}
-
-CoachPromptBudget::ManualSection owned(const SectionView& view) {
-    return {std::string(view.title), std::string(view.body), view.order};
 }
 
 // --- Excerpt -------------------------------------------------------------------------------
 
-std::string startOfGuide(std::string_view guide, std::size_t maxChars) {
-    return detail::leadingCharacters(guide, maxChars > 0 ? maxChars - 1 : 0) +
-           std::string(kEllipsis);
+std::string startOfGuide(const PreparedGuide& guide, std::size_t maxChars) {
+    return guide.leadingCharacters(maxChars > 0 ? maxChars - 1 : 0) + std::string(kEllipsis);
 }
 
 struct Excerpt {
@@ -353,23 +180,28 @@ struct Excerpt {
 
 // The ranked sections joined while they fit. The result never ends in a carriage return and
 // each join starts with a line feed, so the character count of a join is the sum of its parts.
-Excerpt joinedSections(const std::vector<RankedView>& ranking, std::size_t maxChars) {
+Excerpt joinedSections(const std::vector<Ranked>& ranking, const PreparedGuide& guide,
+                       std::size_t maxChars) {
     Excerpt result;
     const std::size_t twoThirds = 2 * maxChars / 3;
-    for (const RankedView& entry : ranking) {
+    for (const Ranked& entry : ranking) {
         // The ranking is sorted, so once one unscored section is skipped all the rest would be.
         if (entry.score < 1 && !result.text.empty()) break;
-        std::string block =
-            "### " + std::string(entry.section->title) + "\n\n" + std::string(entry.section->body);
+        const detail::SectionView& section = guide.sections()[entry.section].view;
         std::size_t separator = result.text.empty() ? 0 : 2;
         std::size_t used = result.characters + separator;
-        if (used > maxChars || detail::hasMoreCharacters(block, maxChars - used)) break;
-        result.characters = used + text::characterCount(block);
+        std::size_t block = guide.blockCharacters(entry.section);
+        if (used > maxChars || block > maxChars - used) break;
+        result.characters = used + block;
         if (separator) result.text.append("\n\n");
-        result.text.append(block);
+        result.text.append("### ").append(section.title).append("\n\n").append(section.body);
         if (result.characters >= twoThirds && entry.score >= 1) break;
     }
     return result;
+}
+
+CoachPromptBudget::ManualSection owned(const detail::SectionView& view) {
+    return {std::string(view.title), std::string(view.body), view.order};
 }
 
 }  // namespace
@@ -391,39 +223,40 @@ std::vector<LLMMessage> CoachPromptBudget::budgetMessages(std::vector<LLMMessage
 std::vector<CoachPromptBudget::ManualSection> CoachPromptBudget::splitSections(
     std::string_view manual) {
     std::vector<ManualSection> sections;
-    for (const SectionView& view : sectionViews(manual)) sections.push_back(owned(view));
+    for (const detail::SectionView& view : detail::sectionViews(manual))
+        sections.push_back(owned(view));
     return sections;
 }
 
 std::set<std::string> CoachPromptBudget::queryTerms(std::string_view query) {
-    return termsOfLoweredQuery(text::lowercased(query));
+    Query q(query);
+    return {q.terms.begin(), q.terms.end()};
 }
 
 bool CoachPromptBudget::hasSetupIntent(std::string_view query) {
-    return loweredQueryHasSetupIntent(text::lowercased(query));
+    return Query(query).setupIntent;
 }
 
 std::vector<CoachPromptBudget::RankedSection> CoachPromptBudget::rankSections(
     std::string_view manual, std::string_view query) {
-    std::string_view guide = detail::trimmedView(manual);
-    std::vector<SectionView> sections = sectionViews(guide);
+    auto guide = PreparedGuide::of(detail::trimmedView(manual));
     std::vector<RankedSection> result;
-    for (const RankedView& entry : ranked(analysed(query), guide, sections))
-        result.push_back({owned(*entry.section), entry.score});
+    for (const Ranked& entry : ranked(Query(query), *guide))
+        result.push_back({owned(guide->sections()[entry.section].view), entry.score});
     return result;
 }
 
 std::string CoachPromptBudget::relevantManualExcerpt(std::string_view manual,
                                                      std::string_view query, std::size_t maxChars) {
-    std::string_view guide = detail::trimmedView(manual);
-    if (guide.empty()) return {};
-    if (!detail::hasMoreCharacters(guide, maxChars)) return std::string(guide);
-    Query q = analysed(query);
-    std::vector<SectionView> sections = sectionViews(guide);
-    if (sections.empty()) return startOfGuide(guide, maxChars);
-    Excerpt excerpt = joinedSections(ranked(q, guide, sections), maxChars);
-    std::string result =
-        excerpt.characters < maxChars / 4 ? startOfGuide(guide, maxChars) : std::move(excerpt.text);
+    std::string_view trimmed = detail::trimmedView(manual);
+    if (trimmed.empty()) return {};
+    auto guide = PreparedGuide::of(trimmed);
+    if (!guide->hasMoreCharacters(maxChars)) return std::string(trimmed);
+    Query q(query);
+    if (guide->sections().empty()) return startOfGuide(*guide, maxChars);
+    Excerpt excerpt = joinedSections(ranked(q, *guide), *guide, maxChars);
+    std::string result = excerpt.characters < maxChars / 4 ? startOfGuide(*guide, maxChars)
+                                                           : std::move(excerpt.text);
     bool prefersSetup =
         (q.setupIntent && contains(result, "Setup Guides")) || contains(result, "Set Up Speech");
     return prefersSetup ? std::string(kSetupPreface) + result : result;

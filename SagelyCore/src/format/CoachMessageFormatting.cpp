@@ -7,6 +7,7 @@
 
 #include <unicode/uchar.h>
 #include <unicode/utf16.h>
+#include <unicode/utf8.h>
 
 #include <array>
 #include <string_view>
@@ -89,19 +90,25 @@ bool isEmptyHeading(const UnicodeString& u, int32_t start, int32_t end) {
     return headingLine.find(UnicodeString(u, start, end - start));
 }
 
+// The text itself when no line goes, so that most replies are not copied.
 UnicodeString droppingEmptyHeadings(const UnicodeString& u) {
-    UnicodeString out;
-    bool first = true;
+    std::vector<std::pair<int32_t, int32_t>> keptLines;
+    bool dropped = false;
     for (int32_t start = 0;;) {
         int32_t end = u.indexOf(u'\n', start);
         if (end < 0) end = u.length();
-        if (!isEmptyHeading(u, start, end)) {
-            if (!first) out.append(u'\n');
-            out.append(u, start, end - start);
-            first = false;
-        }
+        if (isEmptyHeading(u, start, end))
+            dropped = true;
+        else
+            keptLines.emplace_back(start, end);
         if (end == u.length()) break;
         start = end + 1;
+    }
+    if (!dropped) return u;
+    UnicodeString out(u.length(), 0, 0);  // room for the whole text, empty
+    for (std::size_t i = 0; i < keptLines.size(); ++i) {
+        if (i > 0) out.append(u'\n');
+        out.append(u, keptLines[i].first, keptLines[i].second - keptLines[i].first);
     }
     return out;
 }
@@ -155,7 +162,11 @@ int32_t digitLength(const char16_t* text, int32_t i, int32_t length) {
     return u_isdigit(codePoint) ? next - i : 0;
 }
 
-// Every digit of a run of digits that ends in a full stop.
+// Where a numbered-list marker can start: the first digit of each run of digits that ends in a
+// full stop, and its second digit when a line feed precedes the first (the look-behind then
+// fails there but not one digit later). A later digit of the run cannot start a match where the
+// first could not: the greedy digits reach the same full stop either way. One or two tries per
+// run keep this step linear in the length of the run.
 std::vector<int32_t> possibleNumbers(const UnicodeString& u) {
     std::vector<int32_t> positions;
     const char16_t* text = u.getBuffer();
@@ -163,9 +174,12 @@ std::vector<int32_t> possibleNumbers(const UnicodeString& u) {
     for (int32_t i = 0; i < length;) {
         int32_t runStart = i;
         for (int32_t step = 0; i < length && (step = digitLength(text, i, length)) > 0;) i += step;
-        if (i > runStart && i < length && text[i] == u'.')
-            for (int32_t p = runStart; p < i; p += digitLength(text, p, length))
-                positions.push_back(p);
+        if (i > runStart && i < length && text[i] == u'.') {
+            positions.push_back(runStart);
+            int32_t second = runStart + digitLength(text, runStart, length);
+            if (runStart > 0 && text[runStart - 1] == u'\n' && second < i)
+                positions.push_back(second);
+        }
         if (i == runStart) ++i;
     }
     return positions;
@@ -187,67 +201,66 @@ bool isSetFollowingCharacter(char16_t c) {
            c == u'!' || c == u')';
 }
 
-// The character before each occurrence of the phrase, when it can begin a match.
-std::vector<int32_t> possiblePhraseStarts(const UnicodeString& u, const UnicodeString& phrase) {
-    std::vector<int32_t> positions;
-    for (int32_t i = u.indexOf(phrase); i >= 0; i = u.indexOf(phrase, i + 1))
-        if (i >= 1 && isSetFollowingCharacter(u.charAt(i - 1))) positions.push_back(i - 1);
-    return positions;
-}
-
 // --- Sentence starts -------------------------------------------------------------------------
+// Step 7 applies "([a-zA-Z0-9!)])(<phrase>)" with "$1\n$2" for each phrase in turn. Every
+// phrase starts with the only capital letter it holds, so no phrase starts inside another, and
+// a line break put before one phrase can only stop another from matching at that same place (it
+// puts a line feed after the letter); it never makes a match. So the passes are worked out on
+// the text as it is, keeping the places where earlier passes broke the line, and the breaks are
+// put in at the end: one copy of the text instead of one per phrase that matches.
 
-struct SentenceStart {
-    UnicodeString phrase;
-    IcuRegex pattern;
-};
-
-const std::vector<SentenceStart>& sentenceStarts() {
-    static const std::vector<SentenceStart> starts = [] {
-        static constexpr std::array<std::u16string_view, 22> kPhrases = {
-            u"Click",  u"Select", u"Open",  u"In the", u"Name your", u"Add a",
-            u"Add an", u"Press",  u"Type",  u"Toggle", u"Ensure",    u"Verify",
-            u"Switch", u"Return", u"Grant", u"Test",   u"Optional",  u"Would you",
-            u"After ", u"Now ",   u"Try ",  u"Restart"};
-        std::vector<SentenceStart> built;
-        for (std::u16string_view phrase : kPhrases) {
-            std::u16string pattern = u"([a-zA-Z0-9!)])(" + detail::escapedPattern(phrase) + u")";
-            built.push_back({UnicodeString(phrase.data(), static_cast<int32_t>(phrase.size())),
-                             IcuRegex(pattern)});
-        }
-        return built;
-    }();
-    return starts;
+const std::array<UnicodeString, 22>& sentenceStarts() {
+    static const std::array<UnicodeString, 22> phrases = {
+        u"Click",  u"Select", u"Open",  u"In the", u"Name your", u"Add a",
+        u"Add an", u"Press",  u"Type",  u"Toggle", u"Ensure",    u"Verify",
+        u"Switch", u"Return", u"Grant", u"Test",   u"Optional",  u"Would you",
+        u"After ", u"Now ",   u"Try ",  u"Restart"};
+    return phrases;
 }
 
 // Which phrases follow a letter, digit, "!" or ")" somewhere in the text, in one pass.
-std::vector<bool> phrasesAfterSetCharacters(const UnicodeString& u) {
-    const std::vector<SentenceStart>& starts = sentenceStarts();
-    std::vector<bool> present(starts.size(), false);
+std::array<bool, 22> phrasesAfterSetCharacters(const UnicodeString& u) {
+    const auto& phrases = sentenceStarts();
+    std::array<bool, 22> present{};
     const char16_t* text = u.getBuffer();
     for (int32_t i = 1; i < u.length(); ++i) {
         if (text[i] < u'A' || text[i] > u'Z' || !isSetFollowingCharacter(text[i - 1])) continue;
-        for (std::size_t k = 0; k < starts.size(); ++k) {
-            const UnicodeString& phrase = starts[k].phrase;
-            if (!present[k] && phrase.charAt(0) == text[i] &&
-                u.compare(i, phrase.length(), phrase) == 0)
+        for (std::size_t k = 0; k < phrases.size(); ++k)
+            if (!present[k] && phrases[k].charAt(0) == text[i] &&
+                u.compare(i, phrases[k].length(), phrases[k]) == 0)
                 present[k] = true;
-        }
     }
     return present;
 }
 
-// Breaking a line before one phrase never puts another phrase right after a letter, so the
-// phrases that can match at all are known from the text before any of them is applied.
-UnicodeString splittingSentenceStarts(UnicodeString u) {
-    const std::vector<SentenceStart>& starts = sentenceStarts();
-    std::vector<bool> present = phrasesAfterSetCharacters(u);
-    for (std::size_t k = 0; k < starts.size(); ++k) {
+UnicodeString splittingSentenceStarts(const UnicodeString& u) {
+    const auto& phrases = sentenceStarts();
+    const std::array<bool, 22> present = phrasesAfterSetCharacters(u);
+    std::vector<bool> breakBefore(static_cast<std::size_t>(u.length()), false);
+    bool broken = false;
+    for (std::size_t k = 0; k < phrases.size(); ++k) {
         if (!present[k]) continue;
-        std::vector<int32_t> candidates = possiblePhraseStarts(u, starts[k].phrase);
-        if (!candidates.empty()) u = starts[k].pattern.replaceAllAt(u, candidates, u"$1\n$2");
+        // A match takes the character before the phrase too, and the next match of this
+        // phrase starts after it, as successive finds do.
+        int32_t resumeAt = 0;
+        for (int32_t i = u.indexOf(phrases[k]); i >= 0; i = u.indexOf(phrases[k], i + 1)) {
+            auto at = static_cast<std::size_t>(i);
+            if (i < 1 || i - 1 < resumeAt || !isSetFollowingCharacter(u.charAt(i - 1)) ||
+                breakBefore[at])
+                continue;
+            breakBefore[at] = broken = true;
+            resumeAt = i + phrases[k].length();
+        }
     }
-    return u;
+    if (!broken) return u;
+    UnicodeString out(u.length() + u.length() / 8, 0, 0);  // room for the text and some breaks
+    int32_t copied = 0;
+    for (int32_t i = 1; i < u.length(); ++i) {
+        if (!breakBefore[static_cast<std::size_t>(i)]) continue;
+        out.append(u, copied, i - copied).append(u'\n');
+        copied = i;
+    }
+    return out.append(u, copied, u.length() - copied);
 }
 
 // --- The repair ------------------------------------------------------------------------------
@@ -262,7 +275,7 @@ UnicodeString separatingMarkers(UnicodeString u) {
     u = inlineMarker.replaceAllAt(u, possibleStepWords(u), u"\n\n$1\n");
     u = inlineNumber.replaceAllAt(u, possibleNumbers(u), u"\n\n$1");
     u = markerAfterSentence.replaceAllAt(u, possibleSentenceEnds(u), u"$1\n\n$2");
-    return splittingSentenceStarts(std::move(u));
+    return splittingSentenceStarts(u);
 }
 
 UnicodeString collapsingBlankRuns(const UnicodeString& u) {
@@ -275,6 +288,90 @@ UnicodeString normalizedText(std::string_view input) {
     UnicodeString u = fromUtf8(text::trimmed(replacingAll(input, "\r\n", "\n")));
     u = separatingMarkers(droppingEmptyHeadings(u));
     return trimmedWhiteSpace(collapsingBlankRuns(droppingEmptyHeadings(u)));
+}
+
+// --- Cleaning a line ------------------------------------------------------------------------
+// The four patterns of the cleaning act at the ends of the text, and each is applied here by
+// reading the marks and blanks it would match: ICU tries "\s*\**$" at every position of a long
+// run of blanks and reads the rest of the run each time, and converting a long line to UTF-16
+// and back costs more than the cleaning itself. "\s" is White_Space, as in ICU.
+
+bool isWhiteSpaceAt(std::string_view s, std::size_t i, std::size_t& next) {
+    auto byte = static_cast<unsigned char>(s[i]);
+    if (byte < 0x80) {
+        next = i + 1;
+        return byte == ' ' || (byte >= '\t' && byte <= '\r');
+    }
+    const auto* bytes = reinterpret_cast<const uint8_t*>(s.data());
+    auto at = static_cast<int32_t>(i);
+    UChar32 c = 0;
+    U8_NEXT(bytes, at, static_cast<int32_t>(s.size()), c);
+    next = static_cast<std::size_t>(at);
+    return c >= 0 && isWhiteSpace(c);
+}
+
+// The end of the run of blanks that starts at i.
+std::size_t blanksFrom(std::string_view s, std::size_t i) {
+    for (std::size_t next = i; i < s.size() && isWhiteSpaceAt(s, i, next);) i = next;
+    return i;
+}
+
+// The start of the run of blanks that ends at `end`.
+std::size_t blanksBefore(std::string_view s, std::size_t end) {
+    while (end > 0) {
+        std::size_t start = end - 1;
+        while (start > 0 && (static_cast<unsigned char>(s[start]) & 0xC0) == 0x80) --start;
+        std::size_t next = start;
+        if (!isWhiteSpaceAt(s, start, next) || next != end) break;
+        end = start;
+    }
+    return end;
+}
+
+std::size_t marksFrom(std::string_view s, std::size_t i, char mark) {
+    while (i < s.size() && s[i] == mark) ++i;
+    return i;
+}
+
+// "^\**\s*#+\s*": stars, blanks, then at least one "#" and the blanks after them. Neither stars
+// nor blanks are "#", so giving some back never lets "#+" match where it did not.
+std::string_view withoutLeadingHeadingMark(std::string_view s) {
+    std::size_t hashes = blanksFrom(s, marksFrom(s, 0, '*'));
+    if (hashes == s.size() || s[hashes] != '#') return s;
+    return s.substr(blanksFrom(s, marksFrom(s, hashes, '#')));
+}
+
+// "\s*\**$": the text ends in a star here, so not in a line break, and "$" is its very end.
+std::string_view withoutTrailingStars(std::string_view s) {
+    std::size_t end = s.size();
+    while (end > 0 && s[end - 1] == '*') --end;
+    return s.substr(0, blanksBefore(s, end));
+}
+
+// Whether "." (any character but a line terminator) matches every character of the text.
+bool holdsNoLineTerminator(std::string_view s) {
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        auto byte = static_cast<unsigned char>(s[i]);
+        if (byte >= '\n' && byte <= '\r') return false;
+        if (s.substr(i).starts_with("\u0085") || s.substr(i).starts_with("\u2028") ||
+            s.substr(i).starts_with("\u2029"))
+            return false;
+    }
+    return true;
+}
+
+// "^\*\*(.+?)\*\*$" with "$1": the text starts and ends with "**"; "$" is its end (it ends in a
+// star), so the lazy group can only be everything between the two pairs.
+std::string_view withoutEnclosingBold(std::string_view s) {
+    if (s.size() < 5) return s;
+    std::string_view inner = s.substr(2, s.size() - 4);
+    return holdsNoLineTerminator(inner) ? inner : s;
+}
+
+// "^[-*]\s+": a dash or star and at least one blank.
+std::string_view withoutLeadingBullet(std::string_view s) {
+    std::size_t end = blanksFrom(s, 1);
+    return end > 1 ? s.substr(end) : s;
 }
 
 // --- Steps -----------------------------------------------------------------------------------
@@ -296,46 +393,14 @@ CoachMessageFormatting::ProceduralStep stepFromBody(std::string_view body) {
     return step;
 }
 
-}  // namespace
-
-std::string CoachMessageFormatting::normalize(std::string_view input) {
-    return toUtf8(normalizedText(input));
-}
-
-std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
-    static const IcuRegex leadingHeading(u"^\\**\\s*#+\\s*");
-    static const IcuRegex trailingStars(u"\\s*\\**$");
-    static const IcuRegex wholeBold(u"^\\*\\*(.+?)\\*\\*$");
-    static const IcuRegex leadingBullet(u"^[-*]\\s+");
-    static const UnicodeString kNothing;
-    std::string_view trimmedInput = trimmedView(input);
-    // The text is trimmed, so each pattern can only change it when it starts (or ends) with the
-    // mark the pattern begins (or ends) with; a line without such marks needs no matcher.
-    bool marked = trimmedInput.starts_with('*') || trimmedInput.starts_with('#') ||
-                  trimmedInput.starts_with('-') || trimmedInput.ends_with('*');
-    bool emphasised = text::contains(trimmedInput, "**") || text::contains(trimmedInput, "__");
-    if (!marked && !emphasised) return std::string(trimmedInput);
-    std::string text(trimmedInput);
-    if (marked) {
-        UnicodeString u = fromUtf8(text);
-        if (u.startsWith(u"*") || u.startsWith(u"#")) u = leadingHeading.replaceAll(u, kNothing);
-        if (u.endsWith(u"*")) u = trailingStars.replaceAll(u, kNothing);
-        if (u.startsWith(u"**") && u.endsWith(u"**"))
-            u = wholeBold.replaceAll(u, UnicodeString(u"$1"));
-        if (u.startsWith(u"-") || u.startsWith(u"*")) u = leadingBullet.replaceAll(u, kNothing);
-        text = toUtf8(u);
-    }
-    return text::trimmed(replacingAll(replacingAll(text, "**", ""), "__", ""));
-}
-
-std::optional<CoachMessageFormatting::ProceduralContent>
-CoachMessageFormatting::parseProceduralContent(std::string_view input) {
+// The procedure of a normalised text.
+std::optional<CoachMessageFormatting::ProceduralContent> proceduralContentOf(
+    const UnicodeString& u) {
     static const IcuRegex marker(u"(?i)Step\\s+(\\d+)\\s*:\\s*");
     if (!marker.isValid()) return std::nullopt;
-    UnicodeString u = normalizedText(input);
     auto matches = marker.matchRangesAt(u, possibleStepWords(u));
     if (matches.size() < 2) return std::nullopt;
-    ProceduralContent content;
+    CoachMessageFormatting::ProceduralContent content;
     if (matches.front().first >= 1)
         content.intro = text::trimmed(toUtf8(u.tempSubString(0, matches.front().first)));
     for (std::size_t i = 0; i < matches.size(); ++i) {
@@ -349,8 +414,8 @@ CoachMessageFormatting::parseProceduralContent(std::string_view input) {
     return content;
 }
 
-std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) {
-    std::string text = normalize(input);
+// The paragraphs of a normalised text.
+std::vector<std::string> blocksOf(const std::string& text) {
     std::vector<std::string> paragraphs;
     if (text.empty()) return paragraphs;
     for (std::string_view piece : splitOn(text, "\n\n")) {
@@ -358,6 +423,48 @@ std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) 
         if (!paragraph.empty()) paragraphs.push_back(std::move(paragraph));
     }
     return paragraphs;
+}
+
+}  // namespace
+
+std::string CoachMessageFormatting::normalize(std::string_view input) {
+    return toUtf8(normalizedText(input));
+}
+
+std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
+    std::string_view trimmedInput = trimmedView(input);
+    bool marked = trimmedInput.starts_with('*') || trimmedInput.starts_with('#') ||
+                  trimmedInput.starts_with('-') || trimmedInput.ends_with('*');
+    bool emphasised = text::contains(trimmedInput, "**") || text::contains(trimmedInput, "__");
+    if (!marked && !emphasised) return std::string(trimmedInput);
+    std::string text(trimmedInput);
+    if (marked) {
+        // Malformed bytes become U+FFFD, as when the patterns read the text as UTF-16.
+        if (!text::isValidUtf8(text)) text = toUtf8(fromUtf8(text));
+        std::string_view s = text;
+        if (s.starts_with('*') || s.starts_with('#')) s = withoutLeadingHeadingMark(s);
+        if (s.ends_with('*')) s = withoutTrailingStars(s);
+        if (s.starts_with("**") && s.ends_with("**")) s = withoutEnclosingBold(s);
+        if (s.starts_with('-') || s.starts_with('*')) s = withoutLeadingBullet(s);
+        text = std::string(s);
+    }
+    return text::trimmed(replacingAll(replacingAll(text, "**", ""), "__", ""));
+}
+
+std::optional<CoachMessageFormatting::ProceduralContent>
+CoachMessageFormatting::parseProceduralContent(std::string_view input) {
+    return proceduralContentOf(normalizedText(input));
+}
+
+std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) {
+    return blocksOf(normalize(input));
+}
+
+CoachMessageFormatting::ReplyLayout CoachMessageFormatting::layout(std::string_view input) {
+    UnicodeString normalized = normalizedText(input);
+    ReplyLayout layout{proceduralContentOf(normalized), {}};
+    if (!layout.procedure) layout.blocks = blocksOf(toUtf8(normalized));
+    return layout;
 }
 
 }  // namespace sagely

@@ -153,7 +153,8 @@ std::vector<TextRange> IcuRegex::matchRangesAt(const icu::UnicodeString& text,
 icu::UnicodeString IcuRegex::replaceAllAt(const icu::UnicodeString& text,
                                           const std::vector<int32_t>& candidates,
                                           std::u16string_view replacement) const {
-    icu::UnicodeString out;
+    // Room for the text and some growth, so that appending rarely moves what is there.
+    icu::UnicodeString out(text.length() + text.length() / 8, 0, 0);
     int32_t copied = 0;
     bool replaced = false;
     bool ok = forEachMatchAt(
@@ -167,17 +168,6 @@ icu::UnicodeString IcuRegex::replaceAllAt(const icu::UnicodeString& text,
         });
     if (!ok || !replaced) return text;
     out.append(text, copied, text.length() - copied);
-    return out;
-}
-
-std::u16string escapedPattern(std::u16string_view literal) {
-    static constexpr std::u16string_view kMeta = u"\\^$.|?*+()[]{}/-#&~";
-    std::u16string out;
-    out.reserve(literal.size() * 2);
-    for (char16_t c : literal) {
-        if (kMeta.find(c) != std::u16string_view::npos) out.push_back(u'\\');
-        out.push_back(c);
-    }
     return out;
 }
 

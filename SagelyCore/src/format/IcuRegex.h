@@ -71,9 +71,6 @@ private:
     uint64_t m_id = 0;  // names this pattern's matchers in the thread-local cache
 };
 
-/// The text with every regular-expression metacharacter escaped, so that it matches literally.
-std::u16string escapedPattern(std::u16string_view literal);
-
 /// The positions of the code points of the text for which the predicate holds, ascending.
 template <typename Predicate>
 std::vector<int32_t> codePointPositions(const icu::UnicodeString& text, Predicate predicate) {

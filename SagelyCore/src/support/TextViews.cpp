@@ -84,48 +84,4 @@ std::string leadingCharacters(std::string_view s, std::size_t count) {
         s, count, [&](std::string_view prefix) { return text::prefixCharacters(prefix, count); });
 }
 
-std::size_t findBytes(std::string_view haystack, std::string_view needle) {
-    const std::size_t m = needle.size();
-    const std::size_t n = haystack.size();
-    if (m < 2 || m > n) return haystack.find(needle);  // memchr is the fastest for one byte
-    using Block = unsigned char __attribute__((vector_size(16)));
-    const Block first = Block{} + static_cast<unsigned char>(needle.front());
-    const Block last = Block{} + static_cast<unsigned char>(needle.back());
-    const char* text = haystack.data();
-    std::size_t i = 0;
-    for (; i + (m - 1) + sizeof(Block) <= n; i += sizeof(Block)) {
-        Block starts, ends;
-        std::memcpy(&starts, text + i, sizeof(Block));
-        std::memcpy(&ends, text + i + m - 1, sizeof(Block));
-        auto candidates = (starts == first) & (ends == last);
-        std::uint64_t halves[2];
-        std::memcpy(halves, &candidates, sizeof(halves));
-        if ((halves[0] | halves[1]) == 0) continue;
-        for (std::size_t j = 0; j < sizeof(Block); ++j)
-            if (candidates[j] && std::memcmp(text + i + j + 1, needle.data() + 1, m - 2) == 0)
-                return i + j;
-    }
-    std::size_t rest = haystack.substr(i).find(needle);
-    return rest == std::string_view::npos ? rest : i + rest;
-}
-
-// Both loops are branch-free, so the compiler vectorises them.
-bool isAscii(std::string_view s) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(s.data());
-    unsigned char seen = 0;
-    for (std::size_t i = 0; i < s.size(); ++i) seen |= bytes[i];
-    return (seen & 0x80) == 0;
-}
-
-void lowercaseAsciiInto(std::string_view s, std::string& out) {
-    out.resize(s.size());
-    const auto* in = reinterpret_cast<const unsigned char*>(s.data());
-    auto* lowered = reinterpret_cast<unsigned char*>(out.data());
-    for (std::size_t i = 0; i < s.size(); ++i) {
-        unsigned char c = in[i];
-        lowered[i] =
-            static_cast<unsigned char>(c + (static_cast<unsigned char>(c - 'A') < 26 ? 32 : 0));
-    }
-}
-
 }  // namespace sagely::detail

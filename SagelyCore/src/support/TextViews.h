@@ -23,17 +23,4 @@ bool hasMoreCharacters(std::string_view s, std::size_t count);
 /// text::prefixCharacters, reading only as much of `s` as the answer needs.
 std::string leadingCharacters(std::string_view s, std::size_t count);
 
-/// The offset of the first occurrence of `needle` in `haystack` (std::string_view::npos when
-/// there is none): std::string_view::find, but it tests 16 positions at a time on the needle's
-/// first and last byte, which is several times faster on long texts.
-std::size_t findBytes(std::string_view haystack, std::string_view needle);
-
-/// Whether every byte is ASCII.
-bool isAscii(std::string_view s);
-
-/// Lower-cases ASCII text into `out` (replacing its content, reusing its capacity). For ASCII
-/// text this equals text::lowercased and maps every byte to one byte, so a part of the text
-/// lower-cases to the same stretch of the result.
-void lowercaseAsciiInto(std::string_view s, std::string& out);
-
 }  // namespace sagely::detail

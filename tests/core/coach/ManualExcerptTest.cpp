@@ -2,13 +2,11 @@
 
 #include <sagely/Text.h>
 
-#include "support/TextViews.h"
 
 #include <gtest/gtest.h>
 
 #include "support/SampleGuides.h"
 
-#include <random>
 #include <set>
 #include <string>
 #include <vector>
@@ -349,27 +347,4 @@ TEST(ManualExcerpt, StaysWithinTheOnDeviceLimitExceptForThePreface) {
         EXPECT_LE(sagely::text::characterCount(result), 1500u) << query;
         EXPECT_FALSE(result.empty()) << query;
     }
-}
-
-// --- The search behind the scoring -----------------------------------------------------------
-
-TEST(GuideSearch, FindsWhatAPlainSearchFinds) {
-    std::mt19937 random(7);
-    std::uniform_int_distribution<int> letter(0, 3), length(0, 80), needleLength(0, 6);
-    auto text = [&](int size) {
-        std::string s;
-        for (int i = 0; i < size; ++i) s.push_back("abc\n"[letter(random)]);
-        return s;
-    };
-    for (int round = 0; round < 20000; ++round) {
-        std::string haystack = text(length(random));
-        std::string needle = text(needleLength(random));
-        ASSERT_EQ(sagely::detail::findBytes(haystack, needle),
-                  std::string_view(haystack).find(needle))
-            << haystack << " / " << needle;
-    }
-    std::string big(100000, 'x');
-    big.replace(99990, 6, "speech");
-    EXPECT_EQ(sagely::detail::findBytes(big, "speech"), 99990u);
-    EXPECT_EQ(sagely::detail::findBytes(big, "speeches"), std::string_view::npos);
 }

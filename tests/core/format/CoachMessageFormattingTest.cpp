@@ -5,8 +5,10 @@
 #include "format/IcuRegex.h"
 
 #include <gtest/gtest.h>
+#include <unicode/uchar.h>
 
 #include <array>
+#include <chrono>
 #include <random>
 #include <string>
 #include <thread>
@@ -283,13 +285,13 @@ std::string referenceNormalize(std::string text) {
     text = applied(text, u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE, u"\n\n$1\n");
     text = applied(text, u"(?<!\n)(\\d+\\.\\s)", 0, u"\n\n$1");
     text = applied(text, u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE, u"$1\n\n$2");
+    // The phrases hold letters and blanks only, so each one is its own literal pattern.
     for (std::u16string_view phrase :
          {u"Click",  u"Select", u"Open",  u"In the", u"Name your", u"Add a",
           u"Add an", u"Press",  u"Type",  u"Toggle", u"Ensure",    u"Verify",
           u"Switch", u"Return", u"Grant", u"Test",   u"Optional",  u"Would you",
           u"After ", u"Now ",   u"Try ",  u"Restart"})
-        text = applied(text, u"([a-zA-Z0-9!)])(" + sagely::detail::escapedPattern(phrase) + u")", 0,
-                       u"$1\n$2");
+        text = applied(text, u"([a-zA-Z0-9!)])(" + std::u16string(phrase) + u")", 0, u"$1\n$2");
     text = referenceDropEmptyHeadings(text);
     return sagely::text::trimmed(applied(text, u"\n{3,}", 0, u"\n\n"));
 }
@@ -387,4 +389,115 @@ TEST(FormattingShortcuts, GiveTheSameResultsOnManyThreadsAtOnce) {
         });
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(mismatches, (std::vector<int>{0, 0, 0, 0}));
+}
+
+// --- Long runs: the patterns that used to read a run once per position of it ----------------
+
+namespace {
+
+// Replies made of long runs of what "(?<!\n)(\d+\.\s)" and "\s*\**$" repeat over (digits of
+// several scripts, blanks of several kinds, stars), with the marks that end or break such runs.
+std::vector<std::string> repliesWithLongRuns(std::size_t count) {
+    static const std::array<std::string, 20> units = {
+        "7",  "\u0663", "\U0001D7CE", " ",   "\t", "\u00A0", "\u3000", "\u2028", "*",  "#",
+        "\n", ".",      ". ",         ".\n", "x",  "- ",     "**",     "\v",     "\f", "\u2029"};
+    std::mt19937 random(1515);
+    std::uniform_int_distribution<std::size_t> unit(0, units.size() - 1), runs(1, 8);
+    std::uniform_int_distribution<int> repeat(1, 300);
+    std::vector<std::string> replies;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::string reply;
+        for (std::size_t n = runs(random); n > 0; --n) {
+            const std::string& piece = units[unit(random)];
+            // Short marks stay short; digits and blanks come in long runs.
+            bool isRun = piece.size() == 1 && piece != "." && piece != "x";
+            int times = isRun ? repeat(random) : 1;
+            for (int k = 0; k < times; ++k) reply += piece;
+        }
+        replies.push_back(reply);
+    }
+    return replies;
+}
+
+}  // namespace
+
+TEST(FormattingShortcuts, GiveTheSameResultsOnLongRunsAsThePatterns) {
+    std::vector<std::string> replies = repliesWithLongRuns(800);
+    for (std::string edge :
+         {std::string(3000, '1') + ".", std::string(3000, '1') + ". x",
+          "\n" + std::string(3000, '1') + ". x", std::string("x\n1. y"), std::string("x\n12. y"),
+          "x\n" + std::string(3000, '1') + ". y", "*" + std::string(3000, ' ') + "x*",
+          "x" + std::string(3000, ' ') + "*", "* " + std::string(3000, ' ') + " *",
+          std::string("*\u00A0\u3000**")})
+        replies.push_back(edge);
+    // A fully bold line is only left when blanks stand between its closing stars and the last.
+    for (const char* edge : {"**- a\u2028b** *", "**- a\u0085b** *", "**- a\vb**\t*", "**- ab** *",
+                             "**ab** *", "** **  *", "**\n** *", "**\xff** *", "*****", "****",
+                             "-\u3000x", "*\xC3 #", "#\u3000\u2029##  x*"})
+        replies.emplace_back(edge);
+    for (const std::string& reply : replies) {
+        ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
+        ASSERT_EQ(clean(reply), referenceClean(reply)) << "line: " << reply;
+    }
+}
+
+// Trailing stars are stripped with the White_Space set, which is what "\s" means to ICU.
+TEST(FormattingShortcuts, BlanksBeforeTrailingStarsAreWhatTheSPatternMatches) {
+    IcuRegex blank(u"^\\s$");
+    for (UChar32 c = 0; c < 0x10000; ++c) {
+        if (U_IS_SURROGATE(c)) continue;
+        ASSERT_EQ(blank.find(icu::UnicodeString(c)),
+                  static_cast<bool>(u_hasBinaryProperty(c, UCHAR_WHITE_SPACE)))
+            << "U+" << std::hex << c;
+    }
+}
+
+// A quadratic step takes minutes on these; a linear one a few milliseconds. The bound only
+// catches that difference, on a loaded machine.
+TEST(FormattingShortcuts, LongRunsTakeTimeInProportionToTheirLength) {
+    const std::string digits = std::string(256 * 1024, '7') + ".";
+    const std::string blanks = "*" + std::string(256 * 1024, ' ') + "x*";
+    auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(normalize(digits), digits);
+    EXPECT_EQ(clean(blanks), "x");
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+}
+
+// One normalisation for a view's layout gives what the two separate calls give.
+TEST(Layout, IsTheProcedureElseTheParagraphs) {
+    for (const std::string& reply : randomReplies(400)) {
+        auto layout = CoachMessageFormatting::layout(reply);
+        auto procedure = CoachMessageFormatting::parseProceduralContent(reply);
+        ASSERT_EQ(layout.procedure.has_value(), procedure.has_value()) << reply;
+        if (procedure) {
+            EXPECT_EQ(layout.procedure->intro, procedure->intro);
+            ASSERT_EQ(layout.procedure->steps.size(), procedure->steps.size());
+            for (std::size_t i = 0; i < procedure->steps.size(); ++i) {
+                EXPECT_EQ(layout.procedure->steps[i].title, procedure->steps[i].title);
+                EXPECT_EQ(layout.procedure->steps[i].details, procedure->steps[i].details);
+            }
+            EXPECT_TRUE(layout.blocks.empty());
+        } else {
+            EXPECT_EQ(layout.blocks, CoachMessageFormatting::blocks(reply)) << reply;
+        }
+    }
+}
+
+// Sentence starts are split in one pass over the text; phrases that meet, repeat or share a
+// start must split as the phrase patterns, applied one after another, split them.
+TEST(FormattingShortcuts, SplitSentenceStartsAsThePhrasePatternsDo) {
+    static const std::array<std::string, 16> pieces = {
+        "Click", "Open", "Add a", "Add an", "Add", "Test", "Restart", "Try ",
+        "Now ",  "x",    "1",     "!",      ")",   " ",    "\n",      "In the"};
+    std::mt19937 random(2026);
+    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1), length(1, 14);
+    std::vector<std::string> replies = {"xClickClick", "xAdd anAdd a", "aOpenClick", "TestTestTest",
+                                        "1Restart!Try Now Try x"};
+    for (int i = 0; i < 1500; ++i) {
+        std::string reply;
+        for (std::size_t n = length(random); n > 0; --n) reply += pieces[piece(random)];
+        replies.push_back(reply);
+    }
+    for (const std::string& reply : replies)
+        ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
 }

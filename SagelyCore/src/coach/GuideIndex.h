@@ -1,0 +1,133 @@
+// GuideIndex — a guide prepared once per text for the excerpts of every question asked of it:
+// its sections with their lower-cased titles and bodies, and an index of the words in them.
+//
+// A question's terms are made of letters, marks and digits only, so a term occurs in a text
+// exactly when it occurs inside one of the text's words (its maximal runs of such characters).
+// The index lists the distinct words of the guide and the sections holding each, so finding the
+// sections that contain the terms reads the distinct words once (one pass of a matcher of all the
+// terms at once) instead of the whole guide once per term.
+//
+// Prepared guides are immutable and shared; PreparedGuide::of keeps the most recent few, keyed
+// by their text, so a changed guide is prepared anew. Thread-safe.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <unicode/utf8.h>
+
+namespace sagely::detail {
+
+/// A section of a guide as views into the guide's text.
+struct SectionView {
+    std::string_view title;
+    std::string_view body;
+    int order = 0;
+};
+
+/// The sections of the guide in guide order (see CoachPromptBudget::splitSections).
+std::vector<SectionView> sectionViews(std::string_view guide);
+
+/// Whether a code point is a letter, a mark or a number (general categories L, M and N).
+bool isWordCharacter(UChar32 c);
+
+// ASCII letters and digits are all the ASCII letters, marks and numbers.
+inline constexpr auto kAsciiWordCharacters = [] {
+    std::array<bool, 128> table{};
+    for (int c = 0; c < 128; ++c)
+        table[static_cast<std::size_t>(c)] =
+            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    return table;
+}();
+
+/// Calls visit(word) for each maximal run of letters, marks and numbers of the text, in order.
+/// Malformed UTF-8 separates words.
+template <typename Visit>
+void forEachWord(std::string_view text, Visit visit) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
+    const auto length = static_cast<int32_t>(text.size());
+    int32_t start = 0;
+    for (int32_t i = 0; i < length;) {
+        int32_t begin = i;
+        UChar32 c = bytes[i];
+        if (c < 0x80) {
+            ++i;
+            if (kAsciiWordCharacters[static_cast<std::size_t>(c)]) continue;
+        } else {
+            U8_NEXT(bytes, i, length, c);
+            if (c >= 0 && isWordCharacter(c)) continue;
+        }
+        if (begin > start)
+            visit(text.substr(static_cast<std::size_t>(start),
+                              static_cast<std::size_t>(begin - start)));
+        start = i;
+    }
+    if (length > start) visit(text.substr(static_cast<std::size_t>(start)));
+}
+
+struct GuideSection {
+    SectionView view;  // into PreparedGuide::text()
+    std::string loweredTitle;
+    std::string loweredBody;
+};
+
+class PreparedGuide {
+public:
+    /// The prepared form of the guide text, shared with earlier calls for the same text.
+    static std::shared_ptr<const PreparedGuide> of(std::string_view guide);
+
+    explicit PreparedGuide(std::string_view guide);
+    PreparedGuide(const PreparedGuide&) = delete;
+    PreparedGuide& operator=(const PreparedGuide&) = delete;
+
+    std::string_view text() const { return m_text; }
+    const std::vector<GuideSection>& sections() const { return m_sections; }
+
+    /// For each section, how many of the distinct terms its lower-cased title and its
+    /// lower-cased body contain (a term listed twice counts once).
+    struct TermCounts {
+        std::vector<int> inTitle;
+        std::vector<int> inBody;
+    };
+    TermCounts termCounts(const std::vector<std::string_view>& terms) const;
+
+    /// The characters of the section's block "### " + title + "\n\n" + body.
+    std::size_t blockCharacters(std::size_t section) const;
+
+    /// Whether the text has more than `count` characters.
+    bool hasMoreCharacters(std::size_t count) const;
+    /// The text's first `count` characters.
+    std::string leadingCharacters(std::size_t count) const;
+
+private:
+    // Distinct words of the lower-cased titles and bodies, and the sections holding each.
+    struct Postings {
+        std::vector<uint32_t> starts;  // word w's sections: sections[starts[w]] to [starts[w + 1])
+        std::vector<uint32_t> sections;
+    };
+    void indexWords();
+    bool mayOccur(std::string_view term) const;
+
+    std::string m_text;
+    std::vector<GuideSection> m_sections;
+    std::string m_words;               // the distinct words, one after another
+    std::vector<uint32_t> m_wordEnds;  // word w is m_words[m_wordEnds[w - 1], m_wordEnds[w])
+    std::vector<uint64_t> m_trigrams;  // a hash set (as bits) of the words' three-byte runs
+    Postings m_inTitles;
+    Postings m_inBodies;
+    // Worked out when first needed: block characters (-1 until then) and prefix counts.
+    std::unique_ptr<std::atomic<int64_t>[]> m_blockCharacters;
+    mutable std::mutex m_mutex;
+    mutable std::map<std::size_t, bool> m_hasMore;
+    mutable std::map<std::size_t, std::string> m_leading;
+};
+
+}  // namespace sagely::detail
