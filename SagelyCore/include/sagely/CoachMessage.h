@@ -1,5 +1,5 @@
-// CoachMessage — one turn of a chat: who speaks, the text, an optional card or lesson, and
-// when it was made.
+// CoachMessage — one turn of a chat: who speaks, the text, an optional card or lesson, what a
+// reply cost in tokens (when the provider said), and when it was made.
 //
 // A message is never edited after it is made. It gets a fresh identity and the current time when
 // constructed; an id or a timestamp of its own comes only from decoding. Messages are told apart
@@ -13,6 +13,7 @@
 #include <sagely/CoachLesson.h>
 #include <sagely/Export.h>
 #include <sagely/Timestamp.h>
+#include <sagely/TokenUsage.h>
 #include <sagely/Uuid.h>
 
 #include <nlohmann/json_fwd.hpp>
@@ -33,13 +34,16 @@ public:
     enum class Role { user, assistant, system };
 
     CoachMessage(Role role, std::string content, std::optional<CoachCard> card = std::nullopt,
-                 std::optional<CoachLesson> lesson = std::nullopt);
+                 std::optional<CoachLesson> lesson = std::nullopt,
+                 std::optional<TokenUsage> usage = std::nullopt);
 
     const Uuid& id() const { return m_id; }
     Role role() const { return m_role; }
     const std::string& content() const { return m_content; }
     const std::optional<CoachCard>& card() const;
     const std::optional<CoachLesson>& lesson() const;
+    /// The tokens a model reply cost; none for other messages and providers that do not say.
+    const std::optional<TokenUsage>& usage() const;
     Timestamp timestamp() const { return m_timestamp; }
 
 private:
@@ -50,12 +54,13 @@ private:
 
     CoachMessage() = default;
     CoachMessage(Uuid id, Role role, std::string content, std::optional<CoachCard> card,
-                 std::optional<CoachLesson> lesson, Timestamp timestamp);
+                 std::optional<CoachLesson> lesson, std::optional<TokenUsage> usage,
+                 Timestamp timestamp);
 
     Uuid m_id = Uuid::random();
     Role m_role = Role::user;
     std::string m_content;
-    std::shared_ptr<const Attachments> m_attachments;  // null when there is neither
+    std::shared_ptr<const Attachments> m_attachments;  // null when there is none
     Timestamp m_timestamp;
 };
 
@@ -67,8 +72,9 @@ SAGELY_EXPORT std::optional<CoachMessage::Role> roleFromRawValue(std::string_vie
 
 namespace nlohmann {
 // JSON: "id", "role", "content", "card" (left out when none), "lesson" (left out when none),
-// "timestamp" (seconds since 2001-01-01 UTC). Failures throw DecodingError naming the key path.
-// CoachMessage has no public default constructor, so nlohmann builds it through this adapter.
+// "usage" ({"inputTokens", "outputTokens"}, left out when none), "timestamp" (seconds since
+// 2001-01-01 UTC). Failures throw DecodingError naming the key path. CoachMessage has no public
+// default constructor, so nlohmann builds it through this adapter.
 template <>
 struct SAGELY_EXPORT adl_serializer<sagely::CoachMessage> {
     static sagely::CoachMessage from_json(const json& j);

@@ -17,6 +17,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -137,6 +138,13 @@ struct Writer {
         return json;
     }
 
+    static Json of(const TokenUsage& usage) {
+        Json json = Json::object();
+        json["inputTokens"] = usage.inputTokens;
+        json["outputTokens"] = usage.outputTokens;
+        return json;
+    }
+
     static Json of(const CoachMessage& message) {
         Json json = Json::object();
         json["id"] = message.id().toString();
@@ -144,6 +152,7 @@ struct Writer {
         json["content"] = of(message.content());
         optional(json, "card", message.card());
         optional(json, "lesson", message.lesson());
+        optional(json, "usage", message.usage());
         json["timestamp"] = time(message.timestamp(), "timestamp");
         return json;
     }
@@ -274,6 +283,27 @@ struct Reader {
         section.title = required(title, "title");
         section.items = required(items, "items");
         return section;
+    }
+
+    static std::int64_t count(Json& json) {
+        if (!json.is_number_integer() ||
+            (json.is_number_unsigned() &&
+             json.template get<std::uint64_t>() > std::uint64_t(INT64_MAX)))
+            fail("expected a whole number");
+        return json.template get<std::int64_t>();
+    }
+
+    static TokenUsage tokenUsage(Json& json) {
+        std::optional<std::int64_t> input, output;
+        fields(json, [&](const std::string& key, Json& value) {
+            if (key == "inputTokens")
+                input = count(value);
+            else if (key == "outputTokens")
+                output = count(value);
+            else
+                unknown(value);
+        });
+        return {required(input, "inputTokens"), required(output, "outputTokens")};
     }
 
     static CoachCard card(Json& json) {
@@ -443,6 +473,7 @@ struct Reader {
         std::optional<std::string> content;
         std::optional<CoachCard> attachedCard;
         std::optional<CoachLesson> attachedLesson;
+        std::optional<TokenUsage> usage;
         std::optional<Timestamp> timestamp;
         fields(json, [&](const std::string& key, Json& value) {
             if (key == "id")
@@ -455,6 +486,8 @@ struct Reader {
                 attachedCard = optional(value, card);
             else if (key == "lesson")
                 attachedLesson = optional(value, lesson);
+            else if (key == "usage")
+                usage = optional(value, tokenUsage);
             else if (key == "timestamp")
                 timestamp = time(value);
             else
@@ -466,7 +499,7 @@ struct Reader {
         Timestamp messageTimestamp = required(timestamp, "timestamp");
         return detail::DataModelAccess::message(messageId, messageRole, std::move(messageContent),
                                                 std::move(attachedCard), std::move(attachedLesson),
-                                                messageTimestamp);
+                                                usage, messageTimestamp);
     }
 
     static CoachConversation conversation(Json& json) {

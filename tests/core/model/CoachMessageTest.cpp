@@ -410,3 +410,52 @@ TEST(CoachMessage, MalformedTextUnderAnUnknownKeyIsNamedByThatKey) {
     EXPECT_EQ(decodingError([] { decodeMessage(messageJson(R"("x")", R"(,"extra":[1,tru])")); }),
               "extra[1]: invalid JSON: The JSON element does not have the requested type.");
 }
+
+namespace {
+
+using sagely::TokenUsage;
+
+TEST(CoachMessageUsage, AReplysUsageIsWrittenBeforeTheTimeAndReadBack) {
+    const CoachMessage message(Role::assistant, "Hi", std::nullopt, std::nullopt,
+                               TokenUsage{1234, 56});
+    const std::string json = encodeJson(message);
+    EXPECT_NE(json.find(R"("content":"Hi","usage":{"inputTokens":1234,"outputTokens":56},)"
+                        R"("timestamp":)"),
+              std::string::npos)
+        << json;
+    const CoachMessage back = decodeMessage(json);
+    EXPECT_EQ(back.usage(), (TokenUsage{1234, 56}));
+    EXPECT_EQ(nlohmann::json(message).get<CoachMessage>().usage(), (TokenUsage{1234, 56}));
+}
+
+TEST(CoachMessageUsage, AMessageWithoutUsageHasNoUsageKey) {
+    const CoachMessage message(Role::assistant, "Hi");
+    EXPECT_EQ(message.usage(), std::nullopt);
+    EXPECT_EQ(encodeJson(message).find("usage"), std::string::npos);
+    EXPECT_EQ(decodeMessage(messageJson(R"("Hi")", R"(,"usage":null)")).usage(), std::nullopt);
+}
+
+TEST(CoachMessageUsage, AMalformedUsageFailsNamingItsKey) {
+    EXPECT_EQ(decodingError(
+                  [] { decodeMessage(messageJson(R"("Hi")", R"(,"usage":{"inputTokens":1})")); }),
+              "usage.outputTokens: missing key");
+    EXPECT_EQ(decodingError([] {
+                  decodeMessage(
+                      messageJson(R"("Hi")", R"(,"usage":{"inputTokens":1.5,"outputTokens":2})"));
+              }),
+              "usage.inputTokens: expected a whole number");
+    EXPECT_EQ(
+        decodingError([] {
+            decodeMessage(messageJson(
+                R"("Hi")", R"(,"usage":{"inputTokens":1,"outputTokens":18446744073709551615})"));
+        }),
+        "usage.outputTokens: expected a whole number");
+}
+
+TEST(CoachMessageUsage, CopiesShareTheUsage) {
+    const CoachMessage message(Role::assistant, "Hi", std::nullopt, std::nullopt, TokenUsage{3, 4});
+    const CoachMessage copy = message;
+    EXPECT_EQ(copy.usage()->totalTokens(), 7);
+}
+
+}  // namespace

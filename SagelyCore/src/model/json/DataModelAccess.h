@@ -14,8 +14,8 @@ namespace sagely::detail {
 struct DataModelAccess {
     static CoachMessage message(Uuid id, CoachMessage::Role role, std::string content,
                                 std::optional<CoachCard> card, std::optional<CoachLesson> lesson,
-                                Timestamp timestamp) {
-        return CoachMessage(id, role, std::move(content), std::move(card), std::move(lesson),
+                                std::optional<TokenUsage> usage, Timestamp timestamp) {
+        return CoachMessage(id, role, std::move(content), std::move(card), std::move(lesson), usage,
                             timestamp);
     }
 
