@@ -1,5 +1,6 @@
 // LLMClient — turns a list of chat messages and a CoachConfig into one reply text, by one
-// non-streaming request to the configured provider.
+// request to the configured provider: complete() waits for the whole reply; stream() also hands
+// its text on as it arrives (unless the configuration turns streaming off).
 //
 // complete() blocks: call it on a worker thread. It is thread-safe and may run concurrently with
 // itself; all requests share one process-wide connection pool (keep-alive, TLS verified), so a
@@ -17,14 +18,24 @@
 #include <sagely/Export.h>
 #include <sagely/LLMMessage.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sagely {
 
 class OnDeviceModel;
+
+/// A reply as a stream ended. Its text is what complete() returns for the same answer.
+struct LLMReply {
+    std::string text;
+};
+
+/// Receives each new piece of a reply's visible text, on the thread that asked, as it arrives.
+using LLMDeltaHandler = std::function<void(std::string_view delta)>;
 
 /// The seam through which the engine asks for a reply; tests substitute a fake.
 class SAGELY_EXPORT LLMService {
@@ -33,6 +44,11 @@ public:
     virtual std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                                  const std::optional<std::string>& modelOverride,
                                  const CancellationToken& cancellation) = 0;
+    /// Asks as complete() does and hands the text on as it arrives; stopping the token ends it
+    /// with CancelledError. By default the whole reply of complete() is the one piece.
+    virtual LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                            const std::optional<std::string>& modelOverride,
+                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta);
 };
 
 class SAGELY_EXPORT LLMClient final : public LLMService {
@@ -45,6 +61,12 @@ public:
     std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                          const std::optional<std::string>& modelOverride,
                          const CancellationToken& cancellation) override;
+    /// Streams unless `config.streamsReplies` is off (then it is complete(), in one piece). A
+    /// stream cut short after some text keeps that text; one with no text fails as complete()
+    /// fails on a reply without text. An error the provider reports mid-stream is a serverError.
+    LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                    const std::optional<std::string>& modelOverride,
+                    const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) override;
 
     /// The request URL for the configuration: the trimmed custom endpoint when there is one,
     /// else the provider's default; none for `apple` and `custom` without an endpoint, and for a

@@ -218,6 +218,9 @@ const Property<std::optional<CoachConversation>>& AICoach::currentConversation()
 const Property<bool>& AICoach::isThinking() const {
     return m_impl->isThinking;
 }
+const Property<std::string>& AICoach::partialReply() const {
+    return m_impl->partialReply;
+}
 const Property<bool>& AICoach::isLoadingManual() const {
     return m_impl->isLoadingManual;
 }
@@ -265,6 +268,11 @@ void AICoach::sendAndReturnReply(const std::string& question, ReplyCompletion co
 
 void AICoach::send(const std::string& question) {
     sendAndReturnReply(question, {});
+}
+
+void AICoach::stop() {
+    auto impl = m_impl;  // the completion may destroy this coach
+    impl->stop();
 }
 
 void AICoach::setConversationPersistenceAllowed(std::function<bool()> allowed) {
