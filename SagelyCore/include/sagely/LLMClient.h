@@ -45,7 +45,8 @@ public:
                                  const std::optional<std::string>& modelOverride,
                                  const CancellationToken& cancellation) = 0;
     /// Asks as complete() does and hands the text on as it arrives; stopping the token ends it
-    /// with CancelledError. By default the whole reply of complete() is the one piece.
+    /// with CancelledError. A reply that does not stream (the default: complete()) hands
+    /// nothing on.
     virtual LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                             const std::optional<std::string>& modelOverride,
                             const CancellationToken& cancellation, const LLMDeltaHandler& onDelta);
@@ -61,7 +62,7 @@ public:
     std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                          const std::optional<std::string>& modelOverride,
                          const CancellationToken& cancellation) override;
-    /// Streams unless `config.streamsReplies` is off (then it is complete(), in one piece). A
+    /// Streams unless `config.streamsReplies` is off (then it is complete()). A
     /// stream cut short after some text keeps that text; one with no text fails as complete()
     /// fails on a reply without text. An error the provider reports mid-stream is a serverError.
     LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,

@@ -87,7 +87,6 @@ std::string StreamedReplyReader::finish() {
         if (auto message = reportedError(answer)) throw CoachLLMError::serverError(*message);
         if (!*m_whole && answer.is_discarded()) throw CoachLLMError::invalidResponse();
         std::string reply = wholeReplyText(m_dialect, m_body);
-        if (m_onDelta && !reply.empty()) m_onDelta(reply);
         m_state.text = reply;
         m_state.finished = true;
         return reply;

@@ -1,7 +1,7 @@
 // Reads a streamed reply of one wire format as its bytes arrive: frames them, hands each piece
 // of visible text on, and at the end gives the whole text the non-streaming reader would have
 // kept. A server that answers with a whole JSON reply instead (it ignored the stream switch) is
-// read as one.
+// read as one, and hands no piece on.
 #pragma once
 
 #include "llm/Dialect.h"

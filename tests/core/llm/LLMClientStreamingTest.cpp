@@ -367,7 +367,7 @@ TEST_F(LLMClientStreamingTest, ACustomEndpointThatAnswersWithAWholeReplyIsReadAs
         200, json{{"choices", {{{"message", {{"content", kReply}}}}}}}.dump()));
     std::vector<std::string> deltas;
     EXPECT_EQ(stream(configFor(Provider::custom, "/v1/chat/completions"), &deltas).text, kReply);
-    EXPECT_EQ(deltas, std::vector<std::string>{kReply});
+    EXPECT_TRUE(deltas.empty());
 }
 
 TEST_F(LLMClientStreamingTest, DeltasArriveBeforeTheStreamEnds) {
