@@ -301,9 +301,9 @@ ScriptedResponse slowStream(std::vector<std::string> chunks, std::chrono::millis
 }
 
 TEST_F(SagelyBinary, APipeSeesTheFirstLineOfAStreamedReplyBeforeTheRestArrives) {
-    server.enqueue(slowStream({sseChunk("First **words** here.\nStill "), sseChunk("the rest."),
-                               "data: [DONE]\n\n"},
-                              3s));
+    server.enqueue(slowStream(
+        {sseChunk("First **words** here.\nStill "), sseChunk("the rest."), "data: [DONE]\n\n"},
+        3s));
     SagelyProcess process(atServer({"ask", "Stream it"}), environment);
     const auto start = std::chrono::steady_clock::now();
     const std::string early = process.waitForOutput("First words here.\n", 30s);
