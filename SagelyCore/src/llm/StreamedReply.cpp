@@ -27,10 +27,9 @@ std::optional<std::string> reportedError(const nlohmann::json& object) {
     return stringValue(member(error, "message")).value_or("An error occurred during streaming");
 }
 
-bool isJsonContentType(std::string_view contentType) {
-    const std::string mime = text::lowercased(text::trimmed(
+std::string mimeType(std::string_view contentType) {
+    return text::lowercased(text::trimmed(
         std::string(contentType.substr(0, std::min(contentType.find(';'), contentType.size())))));
-    return mime == "application/json";
 }
 
 }  // namespace
@@ -55,7 +54,11 @@ StreamedReplyReader::StreamedReplyReader(const Dialect& dialect, DeltaHandler on
 }
 
 void StreamedReplyReader::feed(std::string_view contentType, std::string_view bytes) {
-    if (!m_whole) m_whole = isJsonContentType(contentType);
+    if (!m_whole) {
+        const std::string mime = mimeType(contentType);
+        m_whole = mime == "application/json";
+        m_declaredStream = mime == "text/event-stream" || mime == "application/x-ndjson";
+    }
     if (*m_whole || !m_sawEvent) m_body.append(bytes);
     if (*m_whole) return;
     std::visit([bytes](auto& framing) { framing.feed(bytes); }, m_framing);
@@ -85,7 +88,9 @@ std::string StreamedReplyReader::finish() {
         // No stream came: a whole reply, perhaps a whole error object.
         const nlohmann::json answer = nlohmann::json::parse(m_body, nullptr, false);
         if (auto message = reportedError(answer)) throw CoachLLMError::serverError(*message);
-        if (!*m_whole && answer.is_discarded()) throw CoachLLMError::invalidResponse();
+        // A declared stream cut before its first event had no text; anything else is read as
+        // the whole reply it claims to be (and fails as one when it is not JSON).
+        if (m_declaredStream && answer.is_discarded()) throw CoachLLMError::invalidResponse();
         std::string reply = wholeReplyText(m_dialect, m_body);
         m_state.text = reply;
         m_state.finished = true;

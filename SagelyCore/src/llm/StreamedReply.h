@@ -41,8 +41,9 @@ private:
     const Dialect& m_dialect;
     DeltaHandler m_onDelta;
     StreamState m_state;
-    std::optional<bool> m_whole;  // decided by the first bytes' Content-Type
-    std::string m_body;           // kept until the first event: it may be a whole reply
+    std::optional<bool> m_whole;    // decided by the first bytes' Content-Type
+    bool m_declaredStream = false;  // text/event-stream or application/x-ndjson
+    std::string m_body;             // kept until the first event: it may be a whole reply
     bool m_sawEvent = false;
     std::variant<SseParser, NdjsonSplitter> m_framing;
 };
