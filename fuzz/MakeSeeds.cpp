@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
     settings.temperature = 0.7;
     settings.maxTokens = 2048;
     settings.profiles = std::map<std::string, CoachSettingsStore::ProviderProfile>{
-        {"local", {"llama3.2", ""}}, {"openai", {"gpt-4o-mini", ""}}};
+        {"local", {"llama3.2", "", true}}, {"openai", {"gpt-4o-mini", "", false}}};
     settings.userChoseProvider = true;
     write(out / "fuzz-settings", "profiles.json", encodeJson(settings));
 
@@ -93,6 +93,14 @@ int main(int argc, char** argv) {
 
     using nlohmann::json;
     const std::string text = kReplies[0];
+    // A stream of each framing; the first byte picks the read sizes.
+    write(out / "fuzz-stream-framing", "openai.sse",
+          "\x05: keep-alive\r\ndata: " +
+              json{{"choices", {{{"delta", {{"content", text}}}}}}}.dump() +
+              "\r\n\r\nevent: ping\ndata: {}\n\ndata: [DONE]\n\n");
+    write(out / "fuzz-stream-framing", "ollama.ndjson",
+          "\x0b" + json{{"message", {{"content", text}}}, {"done", false}}.dump() +
+              "\n{\"done\":true}\n");
     write(out / "fuzz-reply-openai", "reply.json",
           json{{"choices", {{{"message", {{"role", "assistant"}, {"content", text}}}}}}}.dump());
     write(out / "fuzz-reply-openai", "refusal.json",

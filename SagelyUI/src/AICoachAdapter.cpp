@@ -17,6 +17,8 @@ AICoachAdapter::AICoachAdapter(AICoach& coach, QObject* parent) : QObject(parent
         [this](const auto&) { Q_EMIT currentConversationChanged(); }));
     m_subscriptions.push_back(
         coach.isThinking().onDidChange([this](bool value) { Q_EMIT thinkingChanged(value); }));
+    m_subscriptions.push_back(
+        coach.partialReply().onDidChange([this](const auto&) { Q_EMIT partialReplyChanged(); }));
     m_subscriptions.push_back(coach.isLoadingManual().onDidChange(
         [this](bool value) { Q_EMIT loadingManualChanged(value); }));
     m_subscriptions.push_back(
@@ -29,6 +31,12 @@ AICoachAdapter::~AICoachAdapter() = default;
 
 bool AICoachAdapter::isThinking() const {
     return m_coach.isThinking().get();
+}
+QString AICoachAdapter::partialReply() const {
+    return QString::fromStdString(m_coach.partialReply().get());
+}
+bool AICoachAdapter::isResponding() const {
+    return m_coach.isThinking().get() || !m_coach.partialReply().get().empty();
 }
 bool AICoachAdapter::isLoadingManual() const {
     return m_coach.isLoadingManual().get();
@@ -109,6 +117,10 @@ void AICoachAdapter::deleteConversation(const QString& id) {
         const CoachConversation doomed = *found;
         m_coach.deleteConversation(doomed);
     }
+}
+
+void AICoachAdapter::stop() {
+    m_coach.stop();
 }
 
 void AICoachAdapter::send(const QString& question) {

@@ -144,6 +144,7 @@ QWidget* CoachWorkspaceView::conversationPage() {
     m_input = new MessageInputBar(QString::fromStdString(m_branding.inputPlaceholder),
                                   {m_actions.onOpenGuide, m_actions.onOpenSettings});
     connect(m_input, &MessageInputBar::sendRequested, this, &CoachWorkspaceView::send);
+    connect(m_input, &MessageInputBar::stopRequested, m_adapter, &AICoachAdapter::stop);
     column->addWidget(m_input);
     return page;
 }
@@ -155,6 +156,10 @@ void CoachWorkspaceView::connectCoach() {
             &CoachWorkspaceView::onCurrentConversationChanged);
     connect(m_adapter, &AICoachAdapter::thinkingChanged, this,
             &CoachWorkspaceView::onThinkingChanged);
+    connect(m_adapter, &AICoachAdapter::partialReplyChanged, this, [this] {
+        m_pane->setPartialReply(m_adapter->coach().partialReply().get());
+        m_input->setResponding(m_adapter->isResponding());
+    });
     connect(m_adapter, &AICoachAdapter::loadingManualChanged, this,
             &CoachWorkspaceView::onLoadingManualChanged);
     connect(m_adapter, &AICoachAdapter::errorChanged, this,
@@ -173,6 +178,7 @@ void CoachWorkspaceView::onThinkingChanged() {
     const bool thinking = m_adapter->isThinking();
     m_pane->setThinking(thinking);
     m_input->setThinking(thinking);
+    m_input->setResponding(m_adapter->isResponding());
 }
 
 void CoachWorkspaceView::onLoadingManualChanged() {
@@ -283,6 +289,12 @@ void CoachWorkspaceView::keyPressEvent(QKeyEvent* event) {
     // Escape reaches here from any child that has no use for it: it dismisses the banner.
     if (event->key() == Qt::Key_Escape && m_adapter->hasError()) {
         m_adapter->clearError();
+        event->accept();
+        return;
+    }
+    // Otherwise it stops a reply in flight, as the stop button does.
+    if (event->key() == Qt::Key_Escape && m_adapter->isResponding()) {
+        m_adapter->stop();
         event->accept();
         return;
     }

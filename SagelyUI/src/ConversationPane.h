@@ -8,8 +8,9 @@
 // at stays put. Slots are kept by message id and updated incrementally: appended messages get
 // new slots, dropped ones lose theirs. Whenever the number of messages changes the view scrolls
 // to the last message; when thinking starts it scrolls to the thinking row. Once there, the view
-// stays pinned to the bottom while bubbles grow to their real size or the viewport shrinks,
-// until the user scrolls up.
+// stays pinned to the bottom while bubbles (the reply arriving among them) grow or the
+// viewport shrinks, until the user scrolls up. Procedure steps and cards appear with the
+// complete reply's bubble.
 #pragma once
 
 #include <sagely/CoachConversation.h>
@@ -20,6 +21,7 @@
 
 #include <functional>
 #include <optional>
+#include <string>
 #include <vector>
 
 class QPropertyAnimation;
@@ -55,6 +57,10 @@ public:
     /// Shows the conversation, reusing the slots of messages already shown.
     void showConversation(const CoachConversation& conversation);
     void setThinking(bool thinking);
+    /// The reply in flight, as plain text in a bubble under the messages; it only grows (the
+    /// new tail is laid out, not the whole text) until it is emptied, which hides the bubble.
+    void setPartialReply(const std::string& text);
+    QWidget* partialReplyView() const;
 
     QScrollArea* scrollArea() const { return m_scroll; }
     /// The bubbles built so far, in display order.
@@ -95,6 +101,7 @@ private:
     QVBoxLayout* m_list;
     QWidget* m_suggestions;
     QWidget* m_thinking;
+    class StreamingText* m_streaming;
     QPropertyAnimation* m_animation;
     std::optional<Uuid> m_conversationId;
     std::vector<MessageSlot*> m_slots;

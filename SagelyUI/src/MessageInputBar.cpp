@@ -102,6 +102,14 @@ MessageInputBar::MessageInputBar(const QString& placeholder, Footer footer, QWid
     m_send->setAccessibleName(localized("Send"));
     m_send->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return));
     row->addWidget(m_send, 0, Qt::AlignVCenter);
+    m_stop = new SymbolButton(QStringLiteral("stop.circle.fill"), Tint::blue,
+                              symbolSize(TextStyle::title2));
+    m_stop->setObjectName(QStringLiteral("stopButton"));
+    m_stop->setAccessibleName(localized("Stop"));
+    m_stop->setAccessibleDescription(localized("Stops the reply; the text so far is kept."));
+    m_stop->hide();
+    row->addWidget(m_stop, 0, Qt::AlignVCenter);
+    connect(m_stop, &QPushButton::clicked, this, &MessageInputBar::stopRequested);
     if (footer.onOpenGuide || footer.onOpenSettings) column->addWidget(footerRow(footer));
     connect(m_field, &MessageInputField::submitted, this, &MessageInputBar::sendRequested);
     connect(m_field, &MessageInputField::commandSubmitted, m_send, [this] {
@@ -142,6 +150,14 @@ std::vector<QWidget*> MessageInputBar::focusChain() const {
 
 QPushButton* MessageInputBar::sendButton() const {
     return m_send;
+}
+
+QPushButton* MessageInputBar::stopButton() const {
+    return m_stop;
+}
+
+void MessageInputBar::setResponding(bool responding) {
+    m_stop->setVisible(responding);
 }
 
 QString MessageInputBar::draft() const {

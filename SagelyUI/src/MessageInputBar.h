@@ -51,15 +51,20 @@ public:
 
     MessageInputField* field() const { return m_field; }
     QPushButton* sendButton() const;
+    /// Shown while a request runs; Escape in the workspace does the same.
+    QPushButton* stopButton() const;
     /// The bar's stops for Tab: the field, the send button, the footer buttons.
     std::vector<QWidget*> focusChain() const;
     QString draft() const;
     void setDraft(const QString& draft);
     void setThinking(bool thinking);
+    /// A request runs (thinking or streaming): the stop button shows.
+    void setResponding(bool responding);
 
 Q_SIGNALS:
     /// Return in the field, the send button, or its shortcut.
     void sendRequested();
+    void stopRequested();
 
 private:
     void refreshSendButton();
@@ -67,6 +72,7 @@ private:
 
     MessageInputField* m_field;
     SymbolButton* m_send;
+    SymbolButton* m_stop;
     std::vector<QWidget*> m_footerButtons;
     bool m_thinking = false;
 };

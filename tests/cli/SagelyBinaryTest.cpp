@@ -287,6 +287,68 @@ TEST_F(SagelyBinary, CtrlCDuringASlowReplyExits130AndKeepsTheQuestion) {
     EXPECT_EQ(saved[0].messages()[0].content(), "A slow question");
 }
 
+std::string sseChunk(const std::string& piece) {
+    return "data: " + nlohmann::json{{"choices", {{{"delta", {{"content", piece}}}}}}}.dump() +
+           "\n\n";
+}
+
+ScriptedResponse slowStream(std::vector<std::string> chunks, std::chrono::milliseconds pause) {
+    ScriptedResponse response;
+    response.headers = {{"Content-Type", "text/event-stream"}};
+    response.bodyChunks = std::move(chunks);
+    response.delayBetweenChunks = pause;
+    return response;
+}
+
+TEST_F(SagelyBinary, APipeSeesTheFirstLineOfAStreamedReplyBeforeTheRestArrives) {
+    server.enqueue(slowStream(
+        {sseChunk("First **words** here.\nStill "), sseChunk("the rest."), "data: [DONE]\n\n"},
+        3s));
+    SagelyProcess process(atServer({"ask", "Stream it"}), environment);
+    const auto start = std::chrono::steady_clock::now();
+    const std::string early = process.waitForOutput("First words here.\n", 30s);
+    const auto seen = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(early, "First words here.\n");  // styled as a whole line, nothing of the rest
+    const auto outcome = process.wait(30s);
+    const auto ended = std::chrono::steady_clock::now() - start;
+    ASSERT_TRUE(outcome.exited);
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, "First words here.\nStill the rest.\n");
+    // The first line came a whole pause before the end.
+    EXPECT_LT(seen + 2s, ended);
+    EXPECT_EQ(conversations().at(0).messages().at(1).content(),
+              "First **words** here.\nStill the rest.");
+}
+
+TEST_F(SagelyBinary, JsonAndNoStreamPrintOnlyTheFinalReply) {
+    server.enqueue(slowStream({sseChunk("One\n"), sseChunk("two"), "data: [DONE]\n\n"}, 0ms));
+    const auto json = sagely(atServer({"ask", "--json", "Q"}));
+    EXPECT_EQ(json.exitCode, 0) << json.err;
+    EXPECT_EQ(nlohmann::json::parse(json.out)["content"], "One\ntwo");
+    server.enqueue(ScriptedResponse::json(200, openAIReply("Whole.")));
+    const auto whole = sagely(atServer({"ask", "--no-stream", "Q"}));
+    EXPECT_EQ(whole.out, "Whole.\n");
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(nlohmann::json::parse(requests[0].body)["stream"], true);
+    EXPECT_FALSE(nlohmann::json::parse(requests[1].body).contains("stream"));
+}
+
+TEST_F(SagelyBinary, CtrlCDuringAStreamKeepsTheTextSoFarAndExits130) {
+    server.enqueue(slowStream({sseChunk("Kept line.\nand a half"), "data: [DONE]\n\n"}, 60s));
+    SagelyProcess process(atServer({"ask", "Stream then stop"}), environment);
+    ASSERT_EQ(process.waitForOutput("Kept line.\n", 30s), "Kept line.\n");
+    process.interrupt();
+    const auto outcome = process.wait(5s);
+    ASSERT_TRUE(outcome.exited) << "signal " << outcome.signal;
+    EXPECT_EQ(outcome.exitCode, 130);
+    EXPECT_EQ(outcome.out, "Kept line.\nand a half\n");
+    const auto saved = conversations();
+    ASSERT_EQ(saved.size(), 1u);
+    ASSERT_EQ(saved[0].messages().size(), 2u);
+    EXPECT_EQ(saved[0].messages()[1].content(), "Kept line.\nand a half");
+}
+
 // SIGTERM and SIGHUP end a run as Ctrl-C does (the question kept), then the process dies of
 // the signal so its parent sees why.
 TEST_F(SagelyBinary, TermAndHangUpEndARunAsCleanlyAsCtrlC) {

@@ -24,6 +24,8 @@ void CoachHarness::useProvider(CoachConfig::Provider provider, const std::string
     settings->selectProvider(provider);
     settings->apiKey.set(apiKey);
     settings->customEndpoint.set(endpoint);
+    // The engine's tests read whole replies; the streamed path has tests of its own.
+    settings->streamsReplies.set(false);
 }
 
 std::unique_ptr<AICoach> CoachHarness::makeCoach(CoachOptions options) {

@@ -33,7 +33,8 @@ class CoachHarness {
 public:
     CoachHarness();
 
-    /// Makes the provider current with the given key and endpoint (empty: none).
+    /// Makes the provider current with the given key and endpoint (empty: none); its replies
+    /// are not streamed.
     void useProvider(CoachConfig::Provider provider, const std::string& apiKey = {},
                      const std::string& endpoint = {});
 

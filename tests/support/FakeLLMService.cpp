@@ -2,6 +2,8 @@
 
 #include <sagely/CoachLLMError.h>
 
+#include <thread>
+
 namespace sagely::testing {
 
 void FakeLLMService::enqueueReply(std::string reply) {
@@ -12,6 +14,32 @@ void FakeLLMService::enqueueReply(std::string reply) {
 void FakeLLMService::enqueueError(std::exception_ptr error) {
     std::lock_guard lock(m_mutex);
     m_script.emplace_back(std::move(error));
+}
+
+void FakeLLMService::enqueuePieces(std::vector<std::string> pieces,
+                                   std::chrono::milliseconds interval) {
+    std::lock_guard lock(m_mutex);
+    m_pieces.emplace_back(std::move(pieces), interval);
+}
+
+LLMReply FakeLLMService::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                                const std::optional<std::string>& modelOverride,
+                                const CancellationToken& cancellation,
+                                const LLMDeltaHandler& onDelta) {
+    std::pair<std::vector<std::string>, std::chrono::milliseconds> pieces;
+    {
+        std::lock_guard lock(m_mutex);
+        if (!m_pieces.empty()) {
+            pieces = std::move(m_pieces.front());
+            m_pieces.pop_front();
+        }
+    }
+    for (const auto& piece : pieces.first) {
+        if (cancellation.stopRequested()) break;
+        if (pieces.second.count() > 0) std::this_thread::sleep_for(pieces.second);
+        if (onDelta) onDelta(piece);
+    }
+    return {complete(messages, config, modelOverride, cancellation)};
 }
 
 void FakeLLMService::hold() {

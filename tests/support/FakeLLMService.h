@@ -15,6 +15,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -37,6 +38,11 @@ public:
     void enqueueError(E error) {
         enqueueError(std::make_exception_ptr(std::move(error)));
     }
+
+    /// The next call of stream() hands these pieces on, `interval` apart, before it records its
+    /// call and answers as complete() does (waiting while held).
+    void enqueuePieces(std::vector<std::string> pieces,
+                       std::chrono::milliseconds interval = std::chrono::milliseconds(0));
 
     /// While held, complete() records its call and then waits for release() or a stop.
     void hold();
@@ -63,6 +69,9 @@ public:
     std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                          const std::optional<std::string>& modelOverride,
                          const CancellationToken& cancellation) override;
+    LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                    const std::optional<std::string>& modelOverride,
+                    const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) override;
 
 private:
     using Answer = std::variant<std::string, std::exception_ptr>;
@@ -73,6 +82,7 @@ private:
     mutable std::mutex m_mutex;
     mutable std::condition_variable m_changed;
     std::deque<Answer> m_script;
+    std::deque<std::pair<std::vector<std::string>, std::chrono::milliseconds>> m_pieces;
     std::vector<Call> m_calls;
     bool m_held = false;
     bool m_honoursCancellation = true;

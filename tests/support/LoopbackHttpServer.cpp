@@ -437,6 +437,7 @@ bool LoopbackHttpServer::writeResponse(Connection& connection, const ScriptedRes
         if (i > 0 && !sleepUnlessStopped(response.delayBetweenChunks)) return false;
         if (i + 1 == pieces.size()) beforeLastWrite();
         if (!connection.send(pieces[i])) return false;
+        if (response.chunkSent) response.chunkSent(i);
     }
     return true;
 }

@@ -73,6 +73,9 @@ struct ScriptedResponse {
     Ending ending = Ending::complete;
     /// False: "Connection: close" and the connection ends after this response.
     bool keepAlive = true;
+    /// Called on the server's thread right after each body chunk was handed to the socket, with
+    /// its index (for measuring how long the client takes to see it).
+    std::function<void(std::size_t)> chunkSent;
     /// When set, these bytes are the whole response as written (status line included) and the
     /// fields above other than the delays and the ending are ignored.
     std::optional<std::string> raw;

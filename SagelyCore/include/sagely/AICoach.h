@@ -10,7 +10,8 @@
 //
 // Guarantees of a model request:
 // - At most one runs per coach: a new question cancels the one in flight. A cancelled request
-//   never appends its reply and never overwrites `error`.
+//   never appends its reply and never overwrites `error`; a stopped one keeps what arrived.
+// - Its text streams into partialReply as it arrives (when the provider profile streams).
 // - Its completion runs exactly once, on the main thread, with the appended assistant message
 //   or none. A question answered at once (empty, answered locally, refused by a check) calls
 //   its completion before sendAndReturnReply returns; a model request calls it later, from a
@@ -109,7 +110,11 @@ public:
     // Published state.
     const Property<std::vector<CoachConversation>>& conversations() const;
     const Property<std::optional<CoachConversation>>& currentConversation() const;
+    /// True from a question's request until its first text arrives (or it ends).
     const Property<bool>& isThinking() const;
+    /// The text of the reply in flight as it arrives, updated on the main thread at most about
+    /// every 30 ms; empty when no request runs or none of its text has arrived.
+    const Property<std::string>& partialReply() const;
     const Property<bool>& isLoadingManual() const;
     const Property<bool>& manualReady() const;
     /// The last failure's text, or "LOCAL_ONLY" / "NO_API_KEY". Views may clear it.
@@ -141,6 +146,10 @@ public:
     void sendAndReturnReply(const std::string& question, ReplyCompletion completion);
     /// Asks the question and ignores the reply.
     void send(const std::string& question);
+    /// Ends the request in flight at once: the text received so far is appended as the
+    /// assistant message (and reaches the completion) and the conversation is saved; with no
+    /// text yet, nothing is appended. Nothing happens when no request runs.
+    void stop();
 
     /// Blocks until every save asked for so far is on disk (or has failed), then publishes its
     /// outcome in lastSaveFailure. For a host that reads the file itself, shuts down in

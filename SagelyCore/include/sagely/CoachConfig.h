@@ -35,6 +35,9 @@ struct SAGELY_EXPORT CoachConfig {
     std::string customEndpoint;
     double temperature = 0.3;
     std::int64_t maxTokens = 4096;
+    /// Replies are shown as they arrive; off, each reply comes in one piece, by a request
+    /// without the stream switch.
+    bool streamsReplies = true;
 
     friend bool operator==(const CoachConfig&, const CoachConfig&) = default;
 
@@ -78,7 +81,8 @@ SAGELY_EXPORT std::optional<CoachConfig::Provider> providerFromRawValue(std::str
 SAGELY_EXPORT std::optional<CoachConfig::Provider> providerFromStorageID(std::string_view id);
 
 // JSON: the six keys "provider", "apiKey", "model", "customEndpoint", "temperature",
-// "maxTokens", all written and all required. Decoding failures throw DecodingError.
+// "maxTokens", all written and all required; "streamsReplies" only when false, and optional.
+// Decoding failures throw DecodingError.
 SAGELY_EXPORT void to_json(nlohmann::json& json, const CoachConfig& config);
 SAGELY_EXPORT void from_json(const nlohmann::json& json, CoachConfig& config);
 SAGELY_EXPORT void to_json(nlohmann::json& json, CoachConfig::Provider provider);

@@ -2,7 +2,8 @@
 // model, custom endpoint, temperature, token limit and the API key.
 //
 // Settings (not keys) persist in "settings.json" in the storage directory; each provider's key
-// lives in its own secret-store item; a model and endpoint are remembered per provider, so
+// lives in its own secret-store item; a model, endpoint and streaming choice are remembered
+// per provider, so
 // switching back and forth restores them. Each published property announces a change before the
 // new value is stored (will-change) and after (did-change); the store's own handlers persist the
 // value as it is after the change. No operation throws or shows an error: failed reads fall back
@@ -41,10 +42,12 @@ namespace sagely {
 
 class SAGELY_EXPORT CoachSettingsStore {
 public:
-    /// The model and endpoint remembered for one provider.
+    /// The model, endpoint and streaming choice remembered for one provider.
     struct ProviderProfile {
         std::string model;
         std::string customEndpoint;
+        /// Persisted ("streamsReplies": false) only when off, so older files load unchanged.
+        bool streamsReplies = true;
         friend bool operator==(const ProviderProfile&, const ProviderProfile&) = default;
     };
 
@@ -86,6 +89,8 @@ public:
     Property<double> temperature;
     Property<std::int64_t> maxTokens;
     Property<std::string> apiKey;
+    /// Whether the current provider's replies stream in (remembered per provider; default on).
+    Property<bool> streamsReplies;
     /// Why the last save of settings.json did not reach the disk; none when it did.
     Property<std::optional<std::string>> lastSaveFailure;
 

@@ -1,6 +1,7 @@
 // LLMClient — turns a list of chat messages and a CoachConfig into one reply text, by one
-// non-streaming request to the configured provider; also lists the models a provider offers and
-// checks that a configuration works.
+// request to the configured provider: complete() waits for the whole reply; stream() also hands
+// its text on as it arrives (unless the configuration turns streaming off). It also lists the
+// models a provider offers and checks that a configuration works.
 //
 // complete() blocks: call it on a worker thread. It is thread-safe and may run concurrently with
 // itself; all requests share one process-wide connection pool (keep-alive, TLS verified), so a
@@ -21,6 +22,7 @@
 #include <sagely/ProviderModel.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,6 +33,14 @@ namespace sagely {
 
 class OnDeviceModel;
 
+/// A reply as a stream ended. Its text is what complete() returns for the same answer.
+struct LLMReply {
+    std::string text;
+};
+
+/// Receives each new piece of a reply's visible text, on the thread that asked, as it arrives.
+using LLMDeltaHandler = std::function<void(std::string_view delta)>;
+
 /// The seam through which the engine asks for a reply; tests substitute a fake.
 class SAGELY_EXPORT LLMService {
 public:
@@ -38,6 +48,12 @@ public:
     virtual std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                                  const std::optional<std::string>& modelOverride,
                                  const CancellationToken& cancellation) = 0;
+    /// Asks as complete() does and hands the text on as it arrives; stopping the token ends it
+    /// with CancelledError. A reply that does not stream (the default: complete()) hands
+    /// nothing on.
+    virtual LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                            const std::optional<std::string>& modelOverride,
+                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta);
 };
 
 class SAGELY_EXPORT LLMClient final : public LLMService {
@@ -50,6 +66,12 @@ public:
     std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                          const std::optional<std::string>& modelOverride,
                          const CancellationToken& cancellation) override;
+    /// Streams unless `config.streamsReplies` is off (then it is complete()). A
+    /// stream cut short after some text keeps that text; one with no text fails as complete()
+    /// fails on a reply without text. An error the provider reports mid-stream is a serverError.
+    LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                    const std::optional<std::string>& modelOverride,
+                    const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) override;
 
     /// The request URL for the configuration: the trimmed custom endpoint when there is one,
     /// else the provider's default; none for `apple` and `custom` without an endpoint, and for a

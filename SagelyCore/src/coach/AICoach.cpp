@@ -264,6 +264,9 @@ const Property<std::optional<CoachConversation>>& AICoach::currentConversation()
 const Property<bool>& AICoach::isThinking() const {
     return m_impl->isThinking;
 }
+const Property<std::string>& AICoach::partialReply() const {
+    return m_impl->partialReply;
+}
 const Property<bool>& AICoach::isLoadingManual() const {
     return m_impl->isLoadingManual;
 }
@@ -315,6 +318,11 @@ void AICoach::send(const std::string& question) {
 
 void AICoach::waitForPendingSaves() {
     m_impl->waitForPendingSaves();
+}
+
+void AICoach::stop() {
+    auto impl = m_impl;  // the completion may destroy this coach
+    impl->stop();
 }
 
 void AICoach::setConversationPersistenceAllowed(std::function<bool()> allowed) {

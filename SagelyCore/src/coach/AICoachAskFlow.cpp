@@ -43,10 +43,13 @@ void capMessages(CoachConversation& conversation) {
 
 // Runs on the worker thread: only the values given, never the coach.
 detail::ModelOutcome askModel(LLMService& llm, const std::vector<LLMMessage>& messages,
-                              const CoachConfig& config, const CancellationToken& cancellation) {
+                              const CoachConfig& config, const CancellationToken& cancellation,
+                              detail::PartialReply& partial) {
     detail::ModelOutcome outcome;
     try {
-        outcome.reply = llm.complete(messages, config, std::nullopt, cancellation);
+        outcome.reply = llm.stream(messages, config, std::nullopt, cancellation,
+                                   [&partial](std::string_view piece) { partial.add(piece); })
+                            .text;
     } catch (const CancelledError&) {
         outcome.cancelled = true;
     } catch (const Error& error) {
@@ -193,10 +196,11 @@ void AICoach::Impl::failBeforeRequest(const std::string& failure, ReplyCompletio
 void AICoach::Impl::startRequest(CoachConversation conversation, const CoachConfig& config,
                                  ReplyCompletion completion) {
     cancelRunningRequest();
-    auto request = std::make_shared<detail::CoachRequest>(
-        detail::CoachRequest{++latestGeneration, std::move(conversation), config,
-                             CancellationToken(), std::move(completion), std::nullopt, nullptr});
+    auto request = std::make_shared<detail::CoachRequest>(detail::CoachRequest{
+        ++latestGeneration, std::move(conversation), config, CancellationToken(),
+        std::move(completion), std::nullopt, nullptr, nullptr});
     requests.emplace(request->generation, request);
+    if (!partialReply.get().empty()) partialReply.set({});
     isThinking.set(true);
     error.set(std::nullopt);
     if (owner && owner->replyEnrichmentProvider) return askForEnrichment(request);
@@ -279,17 +283,24 @@ void AICoach::Impl::startWorker(const std::shared_ptr<detail::CoachRequest>& req
                                 std::vector<LLMMessage> messages) {
     auto done = std::make_shared<detail::WorkerDone>();
     request->worker = done;
+    request->partial = std::make_shared<detail::PartialReply>(
+        executor, [coach = weak_from_this(), generation = request->generation] {
+            auto impl = coach.lock();
+            if (impl && impl->owner) impl->partialArrived(generation);
+        });
     try {
         std::thread([llm = llm, executor = executor, coach = weak_from_this(),
                      generation = request->generation, config = request->config,
                      cancellation = request->cancellation, messages = std::move(messages),
-                     done]() mutable {
-            auto outcome = askModel(*llm, messages, config, cancellation);
+                     partial = request->partial, done]() mutable {
+            auto outcome = askModel(*llm, messages, config, cancellation, *partial);
+            partial->close();
             postOutcome(*executor, std::move(coach), generation, std::move(outcome));
             // Let go of shared services here, so a coach that waits for this worker finds
             // nothing of it left running.
             llm.reset();
             executor.reset();
+            partial.reset();
             done->markDone();
         }).detach();
     } catch (const std::exception& failure) {
@@ -310,6 +321,28 @@ void AICoach::Impl::outcomeArrived(std::uint64_t generation, detail::ModelOutcom
     appendReply(request, std::move(*outcome.reply));
 }
 
+// The text so far is shown; isThinking ends with the first of it.
+void AICoach::Impl::partialArrived(std::uint64_t generation) {
+    auto found = requests.find(generation);
+    if (found == requests.end() || isSuperseded(*found->second)) return;
+    std::string text = found->second->partial->text();
+    if (text.empty() || text == partialReply.get()) return;
+    if (isThinking.get()) isThinking.set(false);
+    partialReply.set(std::move(text));
+}
+
+// Ends the request in flight at once: the text received so far becomes the reply, as if the
+// model had stopped there; without any, nothing is appended.
+void AICoach::Impl::stop() {
+    auto found = requests.find(latestGeneration);
+    if (found == requests.end()) return;
+    auto request = found->second;
+    request->cancellation.requestStop();
+    std::string text = request->partial ? request->partial->text() : std::string();
+    if (text.empty()) return endWithFailure(request, detail::ModelOutcome::cancelledRequest());
+    appendReply(request, std::move(text));
+}
+
 void AICoach::Impl::appendReply(const std::shared_ptr<detail::CoachRequest>& request,
                                 std::string reply) {
     CoachConversation conversation = latest(*request);
@@ -317,6 +350,7 @@ void AICoach::Impl::appendReply(const std::shared_ptr<detail::CoachRequest>& req
     conversation.append(message);
     capMessages(conversation);
     store(std::move(conversation));
+    if (!partialReply.get().empty()) partialReply.set({});
     isThinking.set(false);
     save();
     finish(request, std::move(message));
@@ -325,6 +359,8 @@ void AICoach::Impl::appendReply(const std::shared_ptr<detail::CoachRequest>& req
 void AICoach::Impl::endWithFailure(const std::shared_ptr<detail::CoachRequest>& request,
                                    const detail::ModelOutcome& outcome) {
     if (!outcome.cancelled && !isSuperseded(*request)) error.set(outcome.failure);
+    if (request->generation == latestGeneration && !partialReply.get().empty())
+        partialReply.set({});
     isThinking.set(false);
     save();
     finish(request, std::nullopt);

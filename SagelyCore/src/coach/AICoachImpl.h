@@ -11,6 +11,8 @@
 
 #include "coach/ConversationWriter.h"
 
+#include "coach/PartialReply.h"
+
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
@@ -56,7 +58,8 @@ struct CoachRequest {
     CancellationToken cancellation;
     AICoach::ReplyCompletion completion;
     std::optional<CoachCard> observationCard;
-    std::shared_ptr<WorkerDone> worker;  // set once the worker thread runs
+    std::shared_ptr<WorkerDone> worker;     // set once the worker thread runs
+    std::shared_ptr<PartialReply> partial;  // set with the worker
 };
 
 }  // namespace detail
@@ -76,6 +79,7 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
     Property<bool> manualReady{false};
     Property<std::optional<std::string>> error;
     Property<std::optional<std::string>> lastSaveFailure;
+    Property<std::string> partialReply;
 
     AICoach* owner;  // null once the coach is being destroyed
     std::shared_ptr<MainExecutor> executor;
@@ -124,6 +128,8 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
     void startWorker(const std::shared_ptr<detail::CoachRequest>& request,
                      std::vector<LLMMessage> messages);
     void outcomeArrived(std::uint64_t generation, detail::ModelOutcome outcome);
+    void partialArrived(std::uint64_t generation);
+    void stop();
     void appendReply(const std::shared_ptr<detail::CoachRequest>& request, std::string reply);
     void endWithFailure(const std::shared_ptr<detail::CoachRequest>& request,
                         const detail::ModelOutcome& outcome);

@@ -40,4 +40,31 @@ std::optional<std::string> AnthropicMessagesDialect::replyText(const nlohmann::j
     return std::nullopt;
 }
 
+// As in the whole reply, the first text block is the answer: its start may hold text already,
+// then its text deltas follow. Thinking, signature and tool-input deltas are other blocks' or
+// other kinds.
+std::string AnthropicMessagesDialect::streamedText(const SseEvent& event,
+                                                   const nlohmann::json& data,
+                                                   StreamState& state) const {
+    const std::string type = stringValue(member(&data, "type")).value_or(event.type);
+    const nlohmann::json* index = member(&data, "index");
+    const std::optional<std::int64_t> block = index != nullptr && index->is_number_integer()
+                                                  ? std::optional(index->get<std::int64_t>())
+                                                  : std::nullopt;
+    if (type == "message_stop") {
+        state.finished = true;
+    } else if (type == "content_block_start" && !state.textBlock && block) {
+        const nlohmann::json* start = member(&data, "content_block");
+        if (stringValue(member(start, "type")) == "text") {
+            state.textBlock = block;
+            return stringValue(member(start, "text")).value_or("");
+        }
+    } else if (type == "content_block_delta" && block && block == state.textBlock) {
+        const nlohmann::json* delta = member(&data, "delta");
+        if (stringValue(member(delta, "type")) == "text_delta")
+            return stringValue(member(delta, "text")).value_or("");
+    }
+    return {};
+}
+
 }  // namespace sagely::detail

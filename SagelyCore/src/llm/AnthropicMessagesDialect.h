@@ -11,6 +11,8 @@ public:
                         const std::string& model) const override;
     HeaderList headers(const std::string& apiKey) const override;
     std::optional<std::string> replyText(const nlohmann::json& answer) const override;
+    std::string streamedText(const SseEvent& event, const nlohmann::json& data,
+                             StreamState& state) const override;
 };
 
 }  // namespace sagely::detail

@@ -7,15 +7,26 @@
 #include <sagely/LLMMessage.h>
 
 #include "llm/HttpTransport.h"
+#include "llm/StreamFraming.h"
 
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace sagely::detail {
+
+/// What a streamed reply has given so far.
+struct StreamState {
+    std::string text;
+    /// The format's terminator arrived: "[DONE]", message_stop, a finishReason, done: true.
+    bool finished = false;
+    /// Anthropic: the content block whose text is the reply (the first text block).
+    std::optional<std::int64_t> textBlock;
+};
 
 class Dialect {
 public:
@@ -27,6 +38,23 @@ public:
     virtual HeaderList headers(const std::string& apiKey) const = 0;
     /// The reply text, or none when the answer does not hold one.
     virtual std::optional<std::string> replyText(const nlohmann::json& answer) const = 0;
+
+    /// The body of a streamed request: body() with the format's stream switch.
+    virtual nlohmann::json streamingBody(const std::vector<LLMMessage>& messages,
+                                         const CoachConfig& config,
+                                         const std::string& model) const {
+        nlohmann::json streamed = body(messages, config, model);
+        streamed["stream"] = true;
+        return streamed;
+    }
+    virtual std::string streamingURL(std::string url) const { return url; }
+    /// Newline-delimited JSON instead of server-sent events.
+    virtual bool streamsLines() const { return false; }
+    /// The visible text one streamed event adds (a line of JSON comes as an event's data, `data`
+    /// is that parsed, or discarded), and whether it ends the reply. Errors reported in the
+    /// stream are found before this is asked.
+    virtual std::string streamedText(const SseEvent& event, const nlohmann::json& data,
+                                     StreamState& state) const = 0;
 
     virtual std::chrono::seconds timeout() const { return std::chrono::seconds(90); }
     virtual bool sendsAPIKey() const { return true; }

@@ -4,11 +4,20 @@
 
 #include <sagely/Text.h>
 
+#include <algorithm>
+
 namespace sagely::detail {
 namespace {
 
 nlohmann::json textParts(const std::string& text) {
     return nlohmann::json::array({{{"text", text}}});
+}
+
+// A part's text unless it is one of the model's thoughts.
+std::optional<std::string> visibleText(const nlohmann::json& part) {
+    const nlohmann::json* thought = member(&part, "thought");
+    if (thought != nullptr && thought->is_boolean() && thought->get<bool>()) return std::nullopt;
+    return stringValue(member(&part, "text"));
 }
 
 }  // namespace
@@ -54,12 +63,38 @@ std::optional<std::string> GeminiGenerateContentDialect::replyText(
     const nlohmann::json* parts = member(member(candidate, "content"), "parts");
     if (parts == nullptr || !parts->is_array()) return std::nullopt;
     for (const nlohmann::json& part : *parts) {
-        const nlohmann::json* thought = member(&part, "thought");
-        const bool isThought = thought != nullptr && thought->is_boolean() && thought->get<bool>();
-        auto text = stringValue(member(&part, "text"));
-        if (text && !isThought) return text;
+        if (auto text = visibleText(part)) return text;
     }
     return std::nullopt;
+}
+
+std::string GeminiGenerateContentDialect::streamingURL(std::string url) const {
+    static constexpr std::string_view kWhole = ":generateContent";
+    const std::size_t pathEnd = std::min(url.find_first_of("?#"), url.size());
+    if (!std::string_view(url).substr(0, pathEnd).ends_with(kWhole)) return url;
+    std::string streamed =
+        url.substr(0, pathEnd - kWhole.size()) + ":streamGenerateContent?alt=sse";
+    const std::string_view rest = std::string_view(url).substr(pathEnd);
+    if (rest.starts_with('?'))
+        streamed += '&' + std::string(rest.substr(1));
+    else
+        streamed += rest;
+    return streamed;
+}
+
+// Each chunk carries the next pieces of the first candidate; the one with a finishReason is the
+// last.
+std::string GeminiGenerateContentDialect::streamedText(const SseEvent& event,
+                                                       const nlohmann::json& data,
+                                                       StreamState& state) const {
+    const nlohmann::json& chunk = data;
+    const nlohmann::json* candidate = firstElement(member(&chunk, "candidates"));
+    if (stringValue(member(candidate, "finishReason"))) state.finished = true;
+    const nlohmann::json* parts = member(member(candidate, "content"), "parts");
+    std::string text;
+    if (parts == nullptr || !parts->is_array()) return text;
+    for (const nlohmann::json& part : *parts) text += visibleText(part).value_or("");
+    return text;
 }
 
 }  // namespace sagely::detail

@@ -14,6 +14,14 @@ public:
                         const std::string& model) const override;
     HeaderList headers(const std::string& apiKey) const override;
     std::optional<std::string> replyText(const nlohmann::json& answer) const override;
+    nlohmann::json streamingBody(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                                 const std::string& model) const override {
+        return body(messages, config, model);  // the URL asks for the stream
+    }
+    /// ":generateContent" at the end of the path becomes ":streamGenerateContent?alt=sse".
+    std::string streamingURL(std::string url) const override;
+    std::string streamedText(const SseEvent& event, const nlohmann::json& data,
+                             StreamState& state) const override;
 };
 
 }  // namespace sagely::detail

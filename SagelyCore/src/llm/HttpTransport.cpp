@@ -108,6 +108,8 @@ struct Reception {
     std::size_t maxReplyBytes = 0;
     std::size_t maxErrorBodyBytes = 0;
     std::string bytes;
+    const BodySink* sink = nullptr;  // a streaming post's receiver of success bodies
+    std::size_t streamed = 0;
     std::optional<std::size_t> limit;  // chosen from the status when the body starts
     bool tooLarge = false;
     bool errorBodyCut = false;
@@ -132,8 +134,11 @@ size_t appendBody(char* data, size_t size, size_t count, void* userData) {
             curl_easy_getinfo(received->easy, CURLINFO_RESPONSE_CODE, &status);
             received->limit =
                 isSuccess(status) ? received->maxReplyBytes : received->maxErrorBodyBytes;
+            if (!isSuccess(status)) received->sink = nullptr;
         }
-        const std::size_t room = *received->limit - received->bytes.size();
+        const bool streams = received->sink != nullptr;
+        const std::size_t kept = streams ? received->streamed : received->bytes.size();
+        const std::size_t room = *received->limit - kept;
         if (length > room) {
             // Data arrives decompressed here, so a small compressed body cannot grow past it.
             if (*received->limit == received->maxReplyBytes) {
@@ -144,7 +149,15 @@ size_t appendBody(char* data, size_t size, size_t count, void* userData) {
             }
             return 0;
         }
-        received->bytes.append(data, length);
+        if (streams) {
+            char* contentType = nullptr;
+            curl_easy_getinfo(received->easy, CURLINFO_CONTENT_TYPE, &contentType);
+            received->streamed += length;
+            (*received->sink)(contentType ? std::string_view(contentType) : std::string_view(),
+                              std::string_view(data, length));
+        } else {
+            received->bytes.append(data, length);
+        }
         return length;
     } catch (...) {
         received->failure = std::current_exception();
@@ -337,7 +350,7 @@ std::string transportFailureDescription(int curlCode) {
 namespace {
 
 HttpResponse perform(const HttpRequest& request, bool startAsGet,
-                     const CancellationToken& cancellation) {
+                     const CancellationToken& cancellation, const BodySink& sink) {
     initialiseCurlOnce();
     if (cancellation.stopRequested()) throw CancelledError();
     HeaderSList headers;
@@ -355,6 +368,7 @@ HttpResponse perform(const HttpRequest& request, bool startAsGet,
         received.easy = context.easy;
         received.maxReplyBytes = request.limits.maxReplyBytes;
         received.maxErrorBodyBytes = request.limits.maxErrorBodyBytes;
+        if (sink) received.sink = &sink;
         configure(context.easy, request, url, asGet, headers, received);
         Outcome outcome;
         {
@@ -399,11 +413,16 @@ HttpResponse perform(const HttpRequest& request, bool startAsGet,
 }  // namespace
 
 HttpResponse post(const HttpRequest& request, const CancellationToken& cancellation) {
-    return perform(request, false, cancellation);
+    return perform(request, false, cancellation, BodySink());
+}
+
+HttpResponse post(const HttpRequest& request, const CancellationToken& cancellation,
+                  const BodySink& sink) {
+    return perform(request, false, cancellation, sink);
 }
 
 HttpResponse get(const HttpRequest& request, const CancellationToken& cancellation) {
-    return perform(request, true, cancellation);
+    return perform(request, true, cancellation, BodySink());
 }
 
 }  // namespace sagely::detail

@@ -1,7 +1,8 @@
 // The kit's HTTP transport: one process-wide pool of libcurl transfer contexts, shared by every
 // model request, so consecutive requests to one host reuse the connection and its TLS session.
 //
-// post() blocks the calling thread until the reply is complete; it is thread-safe (each call
+// post() blocks the calling thread until the reply is complete (a streaming post hands the body
+// on as it arrives); it is thread-safe (each call
 // checks out its own context). Stopping the token aborts the transfer at once, whatever the
 // server or the host-name lookup does. TLS certificates are always verified. Redirects are
 // followed as the platform's default session follows them, but only within the origin of the
@@ -13,6 +14,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -68,6 +70,15 @@ HttpResponse post(const HttpRequest& request, const CancellationToken& cancellat
 
 /// Sends `request` as a GET (its body is not sent), by the same rules as post().
 HttpResponse get(const HttpRequest& request, const CancellationToken& cancellation);
+
+/// Receives a success reply's body piece by piece as it arrives, with the reply's Content-Type
+/// (empty when none). An exception it throws aborts the transfer and leaves post() unchanged.
+using BodySink = std::function<void(std::string_view contentType, std::string_view bytes)>;
+
+/// post() for a streamed reply: a 2xx body goes to `sink` instead of the response (still
+/// bounded by maxReplyBytes in total); error and redirect replies are read as post() reads them.
+HttpResponse post(const HttpRequest& request, const CancellationToken& cancellation,
+                  const BodySink& sink);
 
 /// The fixed sentence for a libcurl result code (CURLcode).
 std::string transportFailureDescription(int curlCode);

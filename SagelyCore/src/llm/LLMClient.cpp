@@ -12,6 +12,7 @@
 #include "llm/ModelListFormats.h"
 #include "llm/OllamaChatDialect.h"
 #include "llm/OpenAIChatDialect.h"
+#include "llm/StreamedReply.h"
 #include "settings/ProviderEndpoints.h"
 
 #include <chrono>
@@ -64,27 +65,18 @@ std::string sendableAPIKey(const std::string& apiKey) {
 }
 
 detail::HttpRequest requestFor(const Dialect& dialect, const std::vector<LLMMessage>& messages,
-                               const CoachConfig& config, const std::string& model,
-                               std::string url) {
+                               const CoachConfig& config, const std::string& model, std::string url,
+                               bool streamed) {
     detail::HttpRequest request;
-    request.url = std::move(url);
-    request.body = dialect.body(messages, config, model)
-                       .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    request.url = streamed ? dialect.streamingURL(std::move(url)) : std::move(url);
+    const nlohmann::json body = streamed ? dialect.streamingBody(messages, config, model)
+                                         : dialect.body(messages, config, model);
+    request.body = body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     request.timeout = dialect.timeout();
     request.headers.emplace_back("Content-Type", "application/json");
     const std::string key = dialect.sendsAPIKey() ? sendableAPIKey(config.apiKey) : std::string();
     for (auto& header : dialect.headers(key)) request.headers.push_back(std::move(header));
     return request;
-}
-
-// Top-level fragments are refused, as a strict JSON reader of objects and arrays does.
-nlohmann::json parseAnswer(const std::string& body) {
-    nlohmann::json answer = nlohmann::json::parse(body, nullptr, false);
-    if (answer.is_discarded() || !(answer.is_object() || answer.is_array())) {
-        throw DecodingError(
-            "The data couldn\u2019t be read because it isn\u2019t in the correct format.");
-    }
-    return answer;
 }
 
 // The error body as UTF-8 text (empty when it is not); a body cut at the transport's limit may
@@ -110,14 +102,27 @@ void throwForErrorStatus(const detail::HttpResponse& response) {
 
 std::string readReply(const Dialect& dialect, const detail::HttpResponse& response) {
     throwForErrorStatus(response);
-    const nlohmann::json answer = parseAnswer(response.body);
-    if (!answer.is_object()) throw CoachLLMError::invalidResponse();
-    std::optional<std::string> reply = dialect.replyText(answer);
-    if (!reply) throw CoachLLMError::invalidResponse();
-    return std::move(*reply);
+    return detail::wholeReplyText(dialect, response.body);
+}
+
+detail::HttpRequest httpRequest(const Dialect& dialect, const std::vector<LLMMessage>& messages,
+                                const CoachConfig& config,
+                                const std::optional<std::string>& modelOverride, bool streamed) {
+    const std::string model = modelOverride.value_or(config.resolvedModel());
+    std::optional<std::string> url = detail::providerEndpoint(config, model);
+    if (!url) throw CoachLLMError::invalidURL();
+    return requestFor(dialect, messages, config, model, std::move(*url), streamed);
 }
 
 }  // namespace
+
+LLMReply LLMService::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                            const std::optional<std::string>& modelOverride,
+                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) {
+    LLMReply reply{complete(messages, config, modelOverride, cancellation)};
+    if (onDelta && !reply.text.empty()) onDelta(reply.text);
+    return reply;
+}
 
 LLMClient::LLMClient(std::shared_ptr<OnDeviceModel> onDevice) : m_onDevice(std::move(onDevice)) {}
 
@@ -134,12 +139,35 @@ std::string LLMClient::complete(const std::vector<LLMMessage>& messages, const C
         return AppleFoundationModelClient(m_onDevice).complete(messages, config, cancellation);
     }
     const Dialect& dialect = dialectFor(config.provider);
-    const std::string model = modelOverride.value_or(config.resolvedModel());
-    std::optional<std::string> url = detail::providerEndpoint(config, model);
-    if (!url) throw CoachLLMError::invalidURL();
+    return readReply(dialect, detail::post(httpRequest(dialect, messages, config, modelOverride,
+                                                       /*streamed=*/false),
+                                           cancellation));
+}
+
+LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                           const std::optional<std::string>& modelOverride,
+                           const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) {
+    if (!config.streamsReplies || usesOnDeviceModel(config)) {
+        return LLMService::stream(messages, config, modelOverride, cancellation, onDelta);
+    }
+    const Dialect& dialect = dialectFor(config.provider);
     const detail::HttpRequest request =
-        requestFor(dialect, messages, config, model, std::move(*url));
-    return readReply(dialect, detail::post(request, cancellation));
+        httpRequest(dialect, messages, config, modelOverride, /*streamed=*/true);
+    detail::StreamedReplyReader reader(dialect, onDelta);
+    detail::HttpResponse response;
+    try {
+        response = detail::post(request, cancellation,
+                                [&reader](std::string_view contentType, std::string_view bytes) {
+                                    reader.feed(contentType, bytes);
+                                });
+    } catch (const TransportError&) {
+        // A stream lost (or gone silent) part-way ends there: the text so far is the reply.
+        if (!reader.started()) throw;
+        if (reader.state().text.empty()) throw CoachLLMError::invalidResponse();
+        return {reader.state().text};
+    }
+    throwForErrorStatus(response);
+    return {reader.finish()};
 }
 
 std::optional<std::string> LLMClient::endpointURL(const CoachConfig& config) {
@@ -172,7 +200,8 @@ std::vector<ProviderModel> LLMClient::listModels(const CoachConfig& config,
         request.url = *url;
         const detail::HttpResponse response = detail::get(request, cancellation);
         throwForErrorStatus(response);
-        auto read = detail::readModelPage(config.provider, parseAnswer(response.body), *url);
+        auto read =
+            detail::readModelPage(config.provider, detail::parseAnswer(response.body), *url);
         if (!read) throw CoachLLMError::invalidResponse();
         for (ProviderModel& model : read->models) {
             if (seen.insert(model.id).second) models.push_back(std::move(model));

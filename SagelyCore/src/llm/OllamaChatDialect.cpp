@@ -20,4 +20,13 @@ std::optional<std::string> OllamaChatDialect::replyText(const nlohmann::json& an
     return stringValue(member(member(&answer, "message"), "content"));
 }
 
+// Each line holds the next piece of content (thinking is not the reply); "done" ends it.
+std::string OllamaChatDialect::streamedText(const SseEvent& event, const nlohmann::json& data,
+                                            StreamState& state) const {
+    const nlohmann::json& line = data;
+    const nlohmann::json* done = member(&line, "done");
+    if (done != nullptr && done->is_boolean() && done->get<bool>()) state.finished = true;
+    return stringValue(member(member(&line, "message"), "content")).value_or("");
+}
+
 }  // namespace sagely::detail

@@ -11,6 +11,9 @@ public:
                         const std::string& model) const override;
     HeaderList headers(const std::string& apiKey) const override;
     std::optional<std::string> replyText(const nlohmann::json& answer) const override;
+    bool streamsLines() const override { return true; }
+    std::string streamedText(const SseEvent& event, const nlohmann::json& data,
+                             StreamState& state) const override;
 
     /// A local model may take a while to load before it answers.
     std::chrono::seconds timeout() const override { return std::chrono::seconds(120); }

@@ -30,4 +30,27 @@ std::optional<std::string> OpenAIChatDialect::replyText(const nlohmann::json& an
     return stringValue(content);
 }
 
+// Usage comes in one more chunk before "[DONE]"; only OpenAI itself is sure to accept the option.
+nlohmann::json OpenAIChatDialect::streamingBody(const std::vector<LLMMessage>& messages,
+                                                const CoachConfig& config,
+                                                const std::string& model) const {
+    nlohmann::json streamed = Dialect::streamingBody(messages, config, model);
+    if (config.provider == Provider::openai) streamed["stream_options"] = {{"include_usage", true}};
+    return streamed;
+}
+
+// Content and refusal pieces of the first choice are the reply; reasoning fields are not.
+std::string OpenAIChatDialect::streamedText(const SseEvent& event, const nlohmann::json& data,
+                                            StreamState& state) const {
+    if (event.data.starts_with("[DONE]")) {
+        state.finished = true;
+        return {};
+    }
+    const nlohmann::json& chunk = data;
+    const nlohmann::json* delta = member(firstElement(member(&chunk, "choices")), "delta");
+    std::string text = stringValue(member(delta, "content")).value_or("");
+    text += stringValue(member(delta, "refusal")).value_or("");
+    return text;
+}
+
 }  // namespace sagely::detail

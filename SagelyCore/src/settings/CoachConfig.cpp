@@ -167,6 +167,7 @@ void to_json(nlohmann::json& json, const CoachConfig& config) {
     json["customEndpoint"] = config.customEndpoint;
     json["temperature"] = config.temperature;
     json["maxTokens"] = config.maxTokens;
+    if (!config.streamsReplies) json["streamsReplies"] = false;
 }
 
 void from_json(const nlohmann::json& json, CoachConfig& config) {
@@ -197,6 +198,10 @@ void from_json(const nlohmann::json& json, CoachConfig& config) {
     if (!maxTokens.is_number_integer() || tooLarge)
         throw DecodingError("maxTokens: expected an integer");
     decoded.maxTokens = maxTokens.get<std::int64_t>();
+    if (auto streams = json.find("streamsReplies"); streams != json.end()) {
+        if (!streams->is_boolean()) throw DecodingError("streamsReplies: expected a boolean");
+        decoded.streamsReplies = streams->get<bool>();
+    }
     config = std::move(decoded);
 }
 

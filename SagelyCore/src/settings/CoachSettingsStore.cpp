@@ -70,6 +70,7 @@ CoachSettingsStore::CoachSettingsStore(std::string keychainService, std::string 
       temperature(CoachConfig::defaultConfig().temperature),
       maxTokens(CoachConfig::defaultConfig().maxTokens),
       apiKey(std::string()),
+      streamsReplies(true),
       m_keychainService(std::move(keychainService)),
       m_keychainAccount(std::move(keychainAccount)),
       m_impl(std::make_unique<Impl>(Impl{std::move(options.secretStore), options.storageRoot,
@@ -101,6 +102,8 @@ void CoachSettingsStore::applyLoadedSettings(const PersistedSettings& settings) 
     temperature.set(settings.temperature);
     maxTokens.set(settings.maxTokens);
     m_providerProfiles = settings.profiles.value_or(std::map<std::string, ProviderProfile>{});
+    auto profile = m_providerProfiles.find(std::string(storageID(settings.provider)));
+    if (profile != m_providerProfiles.end()) streamsReplies.set(profile->second.streamsReplies);
     storeCurrentProfile();
 }
 
@@ -141,6 +144,8 @@ void CoachSettingsStore::observeChanges() {
     };
     m_cancellables.push_back(model.onDidChange(profileChanged));
     m_cancellables.push_back(customEndpoint.onDidChange(profileChanged));
+    m_cancellables.push_back(
+        streamsReplies.onDidChange([profileChanged](const bool&) { profileChanged({}); }));
     m_cancellables.push_back(temperature.onDidChange([this](const double&) {
         m_changed.temperature = true;
         save(std::nullopt);
@@ -165,6 +170,7 @@ CoachConfig CoachSettingsStore::config() const {
     current.customEndpoint = text::trimmed(customEndpoint.get());
     current.temperature = temperature;
     current.maxTokens = maxTokens;
+    current.streamsReplies = streamsReplies;
     return current;
 }
 
@@ -180,9 +186,11 @@ void CoachSettingsStore::selectProvider(CoachConfig::Provider newProvider) {
         ProviderProfile restored = profile->second;
         model.set(std::move(restored.model));
         customEndpoint.set(std::move(restored.customEndpoint));
+        streamsReplies.set(restored.streamsReplies);
     } else {
         model.set(CoachConfig::defaultModel(newProvider));
         customEndpoint.set(std::string());
+        streamsReplies.set(true);
     }
     loadKey(newProvider);
     m_isApplyingProvider = false;
@@ -237,7 +245,7 @@ std::filesystem::path CoachSettingsStore::conversationURL(
 
 void CoachSettingsStore::storeCurrentProfile() {
     std::string id(storageID(provider));
-    ProviderProfile current{model, customEndpoint};
+    ProviderProfile current{model, customEndpoint, streamsReplies};
     // A profile merely filled in from the current fields is not a change: the file's may be
     // newer. Edits and switches mark the current profile through m_changed.
     auto [entry, added] = m_providerProfiles.try_emplace(id, current);

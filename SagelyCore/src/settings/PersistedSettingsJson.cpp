@@ -29,6 +29,7 @@ Json profileJson(const CoachSettingsStore::ProviderProfile& profile) {
     Json json = Json::object();
     json["model"] = profile.model;
     json["customEndpoint"] = profile.customEndpoint;
+    if (!profile.streamsReplies) json["streamsReplies"] = false;
     return json;
 }
 
@@ -82,8 +83,15 @@ std::int64_t integerField(const nlohmann::json& json, const char* key) {
 CoachSettingsStore::ProviderProfile profileFrom(const nlohmann::json& json,
                                                 const std::string& path) {
     if (!json.is_object()) throw DecodingError(path + ": expected an object");
-    return {stringField(json, path + ".", "model"),
-            stringField(json, path + ".", "customEndpoint")};
+    CoachSettingsStore::ProviderProfile profile{stringField(json, path + ".", "model"),
+                                                stringField(json, path + ".", "customEndpoint"),
+                                                true};
+    if (auto streams = json.find("streamsReplies"); streams != json.end() && !streams->is_null()) {
+        if (!streams->is_boolean())
+            throw DecodingError(path + ".streamsReplies: expected a Boolean");
+        profile.streamsReplies = streams->get<bool>();
+    }
+    return profile;
 }
 
 // A key that is present but null counts as absent, as for any optional field.

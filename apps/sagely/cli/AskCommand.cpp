@@ -12,12 +12,16 @@ int askCommand(const ParsedArguments& arguments, Host& host) {
     if (question.empty()) throw UsageError("a question is needed");
     RunOptions options = RunOptions::fromArguments(arguments);
     CoachSession session(host, std::move(options));
-    const AskOutcome outcome = session.ask(question);
+    StreamedReplyWriter streamed(host);
+    const bool json = session.options().json;  // the final message only
+    const AskOutcome outcome = session.ask(question, [&](const std::string& text) {
+        if (!json) streamed.update(text);
+    });
     if (!outcome.reply)
         return reportUnanswered(host, outcome, session.config(), session.options().offline);
     std::vector<std::string> suggestions;
-    printReply(host, *outcome.reply, session.options().json, suggestions);
-    return exitOk;
+    printReply(host, *outcome.reply, json, suggestions, &streamed);
+    return outcome.interrupted ? exitInterrupted : exitOk;
 }
 
 }  // namespace sagely::cli

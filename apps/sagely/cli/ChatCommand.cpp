@@ -58,11 +58,15 @@ private:
 
     // Returns false when Ctrl-C ended the session.
     bool ask(const std::string& question) {
-        const AskOutcome outcome = m_session.ask(question);
+        StreamedReplyWriter streamed(m_host);
+        const bool json = m_session.options().json;  // the final message only
+        const AskOutcome outcome = m_session.ask(question, [&](const std::string& text) {
+            if (!json) streamed.update(text);
+        });
         if (outcome.reply) {
             m_suggestions.clear();
-            printReply(m_host, *outcome.reply, m_session.options().json, m_suggestions);
-            return true;
+            printReply(m_host, *outcome.reply, json, m_suggestions, &streamed);
+            return !outcome.interrupted;
         }
         reportUnanswered(m_host, outcome, m_session.config(), m_session.options().offline);
         return !outcome.interrupted;

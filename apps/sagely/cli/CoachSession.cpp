@@ -54,25 +54,36 @@ void CoachSession::close() {
     m_coach.reset();
 }
 
-AskOutcome CoachSession::ask(const std::string& question) {
+AskOutcome CoachSession::ask(const std::string& question,
+                             const std::function<void(const std::string&)>& onPartial) {
     AskOutcome outcome;
     bool finished = false;
     m_coach->setError(std::nullopt);
+    Spinner spinner(m_host.err, m_host.errIsTerminal);
+    Subscription partial;
+    if (onPartial) {
+        partial = m_coach->partialReply().onDidChange([&](const std::string& text) {
+            if (text.empty()) return;
+            spinner.stop();
+            onPartial(text);
+        });
+    }
     m_coach->sendAndReturnReply(question, [&](std::optional<CoachMessage> reply) {
         outcome.reply = std::move(reply);
         finished = true;
     });
-    Spinner spinner(m_host.err, m_host.errIsTerminal);
     if (!finished) spinner.start("Thinking");
     while (!finished) {
         if (m_host.wasInterrupted()) {
             spinner.stop();
             outcome.interrupted = true;
-            close();  // cancels the request; its completion is dropped uncalled
+            partial.reset();
+            m_coach->stop();  // keeps the text so far as the reply
+            close();
             return outcome;
         }
         m_executor->runUntil([&] { return finished || m_host.wasInterrupted(); }, kWaitSlice);
-        spinner.tick();
+        if (!finished && m_coach->partialReply().get().empty()) spinner.tick();
     }
     spinner.stop();
     if (!outcome.reply) outcome.error = m_coach->error().get();

@@ -7,9 +7,9 @@
 // reaches the file with its reply or failure, or when the session closes while it waits. With
 // --offline the coach is local-only and answers from the guide.
 //
-// Waiting runs the main-thread queue in short slices, drawing the spinner and watching for
-// Ctrl-C; an interrupted request is abandoned by destroying the coach, which cancels it (nothing
-// is appended) after the conversation is saved.
+// Waiting runs the main-thread queue in short slices, drawing the spinner until text arrives
+// and watching for Ctrl-C; an interrupted request is stopped (the text received so far becomes
+// the reply) and the session closed.
 //
 // Thread rules: main thread only.
 #pragma once
@@ -23,6 +23,7 @@
 #include <sagely/StaticCoachContextProvider.h>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,8 +32,8 @@ namespace sagely::cli {
 
 /// What became of one question.
 struct AskOutcome {
-    std::optional<CoachMessage> reply;
-    std::optional<std::string> error;  // the coach's error text or code when nothing was appended
+    std::optional<CoachMessage> reply;  // after Ctrl-C, the text that had arrived (if any)
+    std::optional<std::string> error;   // the coach's error text or code when nothing was appended
     bool interrupted = false;
 };
 
@@ -51,9 +52,10 @@ public:
     /// The real conversation file of the namespace.
     const std::filesystem::path& conversationFile() const { return m_conversationFile; }
 
-    /// Asks the question and waits for the outcome; Ctrl-C abandons the request and closes the
-    /// session.
-    AskOutcome ask(const std::string& question);
+    /// Asks the question and waits for the outcome, handing `onPartial` the reply's text so far
+    /// as it grows; Ctrl-C stops the request (keeping the text so far) and closes the session.
+    AskOutcome ask(const std::string& question,
+                   const std::function<void(const std::string&)>& onPartial = {});
 
 private:
     void openCoach();

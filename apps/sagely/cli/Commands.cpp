@@ -7,8 +7,9 @@ namespace sagely::cli {
 namespace {
 
 const std::vector<DeclaredOption> kRunOptions = {
-    {"provider", true},  {"model", true},    {"endpoint", true}, {"guide", true}, {"summary", true},
-    {"namespace", true}, {"offline", false}, {"json", false},    {"new", false}};
+    {"provider", true}, {"model", true},     {"endpoint", true}, {"guide", true},
+    {"summary", true},  {"namespace", true}, {"offline", false}, {"json", false},
+    {"new", false},     {"no-stream", false}};
 
 const std::vector<DeclaredOption> kPromptOptions = {
     {"provider", true}, {"model", true},     {"endpoint", true}, {"guide", true},
@@ -32,10 +33,11 @@ std::string askDetails() {
     return "Asks the coach one question and prints its reply.\n\nOptions:\n" +
            std::string(kRunOptionHelp) +
            "  --offline         answer from the guide alone, without any model\n"
-           "  --json            print the reply as the kit's JSON message\n\n" +
+           "  --json            print the reply as the kit's JSON message (once it is complete)\n"
+           "  --no-stream       wait for the whole reply instead of printing it as it arrives\n\n" +
            std::string(kRunOnlyNote) +
            "\nExit codes: 0 answered, 2 usage, 3 missing key or endpoint, or no answer offline,\n"
-           "4 provider or network failure, 130 interrupted (Ctrl-C).\n";
+           "4 provider or network failure, 130 interrupted (Ctrl-C; the text so far is kept).\n";
 }
 
 std::string chatDetails() {
@@ -48,7 +50,9 @@ std::string chatDetails() {
            "  /quit       leave (so does the end of input)\n\nOptions:\n" +
            std::string(kRunOptionHelp) +
            "  --offline         answer from the guide alone, without any model\n"
-           "  --json            print each reply as the kit's JSON message\n\n" +
+           "  --json            print each reply as the kit's JSON message (once it is complete)\n"
+           "  --no-stream       wait for each whole reply instead of printing it as it "
+           "arrives\n\n" +
            std::string(kRunOnlyNote);
 }
 

@@ -43,9 +43,10 @@ public:
     std::string inlineMarkdown(std::string_view markdown) const;
     /// Text from a message, a file or a server, without terminal controls (see TerminalText).
     static std::string plain(std::string_view text);
+    /// One line of a reply: a heading in bold, a bullet as a dot, inline Markdown.
+    std::string line(std::string_view markdown) const;
 
 private:
-    std::string line(std::string_view markdown) const;
     std::string paragraph(std::string_view markdown) const;
     std::string procedure(const CoachMessageFormatting::ProceduralContent& steps) const;
     std::string suggestionLines(const std::vector<std::string>& items,

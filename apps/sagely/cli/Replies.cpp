@@ -6,16 +6,48 @@
 
 #include <sagely/CoachConversation.h>
 
+#include <algorithm>
 #include <ostream>
 
 namespace sagely::cli {
 
+StreamedReplyWriter::StreamedReplyWriter(Host& host) : m_host(host), m_renderer(host.usesColor()) {}
+
+void StreamedReplyWriter::update(std::string_view text) {
+    write(text, /*complete=*/false);
+}
+
+void StreamedReplyWriter::finish(const CoachMessage& reply, std::vector<std::string>& suggestions) {
+    const std::string& text = reply.content();
+    write(text, /*complete=*/true);
+    if (!text.empty() && !text.ends_with('\n')) m_host.out << "\n";
+    if (reply.card()) m_host.out << "\n" << m_renderer.card(*reply.card(), suggestions);
+    if (reply.lesson()) m_host.out << "\n" << m_renderer.lesson(*reply.lesson(), suggestions);
+    m_host.out.flush();
+}
+
+// Whole lines only, so that styling sees each line whole; the rest once the reply is complete.
+void StreamedReplyWriter::write(std::string_view text, bool complete) {
+    if (text.size() <= m_written) return;
+    std::string_view fresh = text.substr(m_written);
+    if (!complete) fresh = fresh.substr(0, fresh.rfind('\n') + 1);  // npos + 1 is 0
+    for (std::size_t start = 0; start < fresh.size();) {
+        const std::size_t end = std::min(fresh.find('\n', start), fresh.size());
+        m_host.out << m_renderer.line(fresh.substr(start, end - start));
+        if (end < fresh.size()) m_host.out << "\n";
+        start = end + 1;
+    }
+    m_written += fresh.size();
+    m_host.out.flush();
+}
+
 void printReply(Host& host, const CoachMessage& reply, bool json,
-                std::vector<std::string>& suggestions) {
+                std::vector<std::string>& suggestions, StreamedReplyWriter* streamed) {
     if (json) {
         host.out << terminalSafeJson(encodeJson(reply)) << "\n";
         return;
     }
+    if (streamed && streamed->started()) return streamed->finish(reply, suggestions);
     host.out << Renderer(host.usesColor()).assistantMessage(reply, suggestions);
 }
 

@@ -34,11 +34,12 @@ std::string readGuideFile(const std::string& path) {
 // provider, the remembered profile for another, the provider's defaults when there is none.
 CoachSettingsStore::ProviderProfile savedProfile(const CoachSettingsStore& saved,
                                                  Provider provider) {
-    if (provider == saved.provider.get()) return {saved.model.get(), saved.customEndpoint.get()};
+    if (provider == saved.provider.get())
+        return {saved.model.get(), saved.customEndpoint.get(), saved.streamsReplies.get()};
     const auto& profiles = saved.providerProfiles();
     if (auto it = profiles.find(std::string(storageID(provider))); it != profiles.end())
         return it->second;
-    return {CoachConfig::defaultModel(provider), ""};
+    return {CoachConfig::defaultModel(provider), "", true};
 }
 
 std::string runKey(const CoachSettingsStore& saved, Provider provider, const Host& host) {
@@ -62,6 +63,7 @@ RunOptions RunOptions::fromArguments(const ParsedArguments& arguments) {
     options.offline = arguments.has("offline");
     options.json = arguments.has("json");
     options.startNew = arguments.has("new");
+    options.noStream = arguments.has("no-stream");
     return options;
 }
 
@@ -106,6 +108,7 @@ RunSettings::RunSettings(const CoachSettingsStore& saved, const RunOptions& opti
     m_store->temperature.set(saved.temperature.get());
     m_store->maxTokens.set(saved.maxTokens.get());
     m_store->apiKey.set(runKey(saved, provider, host));
+    m_store->streamsReplies.set(profile.streamsReplies && !options.noStream);
 }
 
 RunSettings::~RunSettings() = default;

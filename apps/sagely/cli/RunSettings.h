@@ -43,6 +43,7 @@ struct RunOptions {
     bool offline = false;
     bool json = false;
     bool startNew = false;
+    bool noStream = false;  // the reply comes in one piece, by a request without streaming
 
     /// Reads the options; an unknown provider or an unreadable or oversized guide file is a
     /// UsageError.

@@ -103,23 +103,31 @@ void SagelyProcess::sendSignal(int signalNumber) {
     ::kill(m_pid, signalNumber);
 }
 
-void SagelyProcess::collect(std::chrono::steady_clock::time_point deadline,
-                            ProcessOutcome& outcome) {
-    bool outOpen = true, errOpen = true;
-    while ((outOpen || errOpen) && std::chrono::steady_clock::now() < deadline) {
-        pollfd fds[2] = {{outOpen ? m_out : -1, POLLIN, 0}, {errOpen ? m_err : -1, POLLIN, 0}};
+template <typename Done>
+void SagelyProcess::collect(std::chrono::steady_clock::time_point deadline, const Done& done) {
+    while ((m_outOpen || m_errOpen) && !done() && std::chrono::steady_clock::now() < deadline) {
+        pollfd fds[2] = {{m_outOpen ? m_out : -1, POLLIN, 0}, {m_errOpen ? m_err : -1, POLLIN, 0}};
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         if (::poll(fds, 2, static_cast<int>(std::max<long long>(left.count(), 1))) <= 0) continue;
-        if (fds[0].revents) outOpen = drain(m_out, outcome.out);
-        if (fds[1].revents) errOpen = drain(m_err, outcome.err);
+        if (fds[0].revents) m_outOpen = drain(m_out, m_collected.out);
+        if (fds[1].revents) m_errOpen = drain(m_err, m_collected.err);
     }
+}
+
+std::string SagelyProcess::waitForOutput(const std::string& text,
+                                         std::chrono::milliseconds timeout) {
+    collect(std::chrono::steady_clock::now() + timeout,
+            [&] { return m_collected.out.find(text) != std::string::npos; });
+    return m_collected.out;
 }
 
 ProcessOutcome SagelyProcess::wait(std::chrono::milliseconds timeout) {
     ProcessOutcome outcome;
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    collect(deadline, outcome);
+    collect(deadline, [] { return false; });
+    outcome.out = std::move(m_collected.out);
+    outcome.err = std::move(m_collected.err);
     int status = 0;
     pid_t done = 0;
     while ((done = ::waitpid(m_pid, &status, WNOHANG)) == 0 &&

@@ -38,13 +38,20 @@ public:
     void sendSignal(int signalNumber);
     /// Collects the output until the process ends or the time-out passes (then kills it).
     ProcessOutcome wait(std::chrono::milliseconds timeout);
+    /// Collects the output until standard output holds `text`, the output ends or the time-out
+    /// passes; returns standard output so far. wait() still returns all of it.
+    std::string waitForOutput(const std::string& text, std::chrono::milliseconds timeout);
 
 private:
-    void collect(std::chrono::steady_clock::time_point deadline, ProcessOutcome& outcome);
+    template <typename Done>
+    void collect(std::chrono::steady_clock::time_point deadline, const Done& done);
 
     pid_t m_pid = -1;
     int m_out = -1;
     int m_err = -1;
+    bool m_outOpen = true;
+    bool m_errOpen = true;
+    ProcessOutcome m_collected;
     bool m_reaped = false;
 };
 

@@ -22,6 +22,7 @@ namespace sagely::ui {
 class SAGELY_UI_EXPORT AICoachAdapter : public QObject {
     Q_OBJECT
     Q_PROPERTY(bool thinking READ isThinking NOTIFY thinkingChanged)
+    Q_PROPERTY(QString partialReply READ partialReply NOTIFY partialReplyChanged)
     Q_PROPERTY(bool loadingManual READ isLoadingManual NOTIFY loadingManualChanged)
     Q_PROPERTY(bool manualReady READ manualReady NOTIFY manualReadyChanged)
     Q_PROPERTY(QString error READ error WRITE setError RESET clearError NOTIFY errorChanged)
@@ -40,6 +41,10 @@ public:
     AICoach& coach() const { return m_coach; }
 
     bool isThinking() const;
+    /// The reply in flight as it arrives; empty when none.
+    QString partialReply() const;
+    /// A request runs: thinking, or its reply arriving.
+    bool isResponding() const;
     bool isLoadingManual() const;
     bool manualReady() const;
     /// The error text (or code); empty when there is none.
@@ -66,11 +71,14 @@ public Q_SLOTS:
     void deleteConversation(const QString& id);
     /// Asks the question and ignores the reply.
     void send(const QString& question);
+    /// Ends the request in flight, keeping the text that arrived.
+    void stop();
 
 Q_SIGNALS:
     void conversationsChanged();
     void currentConversationChanged();
     void thinkingChanged(bool thinking);
+    void partialReplyChanged();
     void loadingManualChanged(bool loading);
     void manualReadyChanged(bool ready);
     void errorChanged();
