@@ -37,6 +37,7 @@ MessageBubble::MessageBubble(CoachMessage message, SuggestionHandler onSuggestio
     auto* time =
         new StyledLabel(timeText(m_message.timestamp()), TextStyle::caption2, Tint::tertiary);
     time->setObjectName(QStringLiteral("messageTime"));
+    if (const auto& usage = m_message.usage()) time->setToolTip(usageText(*usage));
     column->addWidget(time, 0, edge);
     if (isUser) row->addWidget(avatar(), 0, Qt::AlignTop);
     if (!isUser) row->addStretch(1);
@@ -47,6 +48,12 @@ MessageBubble::MessageBubble(CoachMessage message, SuggestionHandler onSuggestio
     if (const auto& lesson = m_message.lesson()) carried << spokenLesson(*lesson);
     carried << localized("Sent at %1").arg(time->text());
     setAccessibleDescription(carried.join(u'\n'));
+}
+
+QString MessageBubble::usageText(const TokenUsage& usage) {
+    return localized("%1 tokens in, %2 out")
+        .arg(QLocale().toString(qlonglong(usage.inputTokens)),
+             QLocale().toString(qlonglong(usage.outputTokens)));
 }
 
 QString MessageBubble::timeText(Timestamp timestamp) {

@@ -359,7 +359,8 @@ TEST_F(CliCommands, HistoryWorksPerNamespace) {
 
 TEST_F(CliCommands, HistoryRefusesWhatItCannotDo) {
     run({"ask", "--offline", "Tell me about API Keys"});
-    const std::string usage = "\nusage: sagely history [list|show N|delete N] [--namespace NAME]\n";
+    const std::string usage =
+        "\nusage: sagely history [list|show N [--usage]|delete N] [--namespace NAME]\n";
     EXPECT_EQ(run({"history", "show", "2"}).err,
               "sagely history: no conversation number 2 (there are 1)" + usage);
     EXPECT_EQ(run({"history", "show"}).err,

@@ -95,5 +95,25 @@ TEST_F(CliProviderCommands, CtrlCStopsAWaitingCheck) {
     EXPECT_EQ(result.exitCode, 130);
 }
 
+TEST_F(CliProviderCommands, HistoryShowsWhatEachReplyCost) {
+    for (int i = 0; i < 2; ++i) {
+        server.enqueue(
+            ScriptedResponse::json(200, R"({"choices":[{"message":{"content":"Fine."}}],)"
+                                        R"("usage":{"prompt_tokens":100,"completion_tokens":)" +
+                                            std::to_string(5 + i) + "}}"));
+        const auto asked = run({"ask", "--provider", "custom", "--endpoint",
+                                server.url("/v1/chat/completions"), "Question"});
+        ASSERT_EQ(asked.exitCode, 0) << asked.err;
+    }
+    const auto result = run({"history", "show", "1", "--usage"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("Tokens: 100 in, 5 out\n"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("Tokens: 100 in, 6 out\n"), std::string::npos) << result.out;
+    EXPECT_TRUE(result.out.ends_with("\nTokens in all: 200 in, 11 out (2 replies)\n"))
+        << result.out;
+    EXPECT_EQ(run({"history", "show", "1"}).out.find("Tokens"), std::string::npos);
+    EXPECT_EQ(run({"history", "list", "--usage"}).exitCode, 2);
+}
+
 }  // namespace
 }  // namespace sagely::testing

@@ -39,7 +39,7 @@ LLMReply FakeLLMService::stream(const std::vector<LLMMessage>& messages, const C
         if (pieces.second.count() > 0) std::this_thread::sleep_for(pieces.second);
         if (onDelta) onDelta(piece);
     }
-    return {complete(messages, config, modelOverride, cancellation)};
+    return {complete(messages, config, modelOverride, cancellation), std::nullopt};
 }
 
 void FakeLLMService::hold() {

@@ -18,6 +18,8 @@
 #include <nlohmann/json.hpp>
 
 #include <QHBoxLayout>
+#include <QLabel>
+#include <QLocale>
 #include <QPushButton>
 #include <QTest>
 
@@ -245,6 +247,19 @@ TEST_F(MessageBubbleTest, ASystemMessageIsDrawnLikeTheAssistantWithoutAnAvatar) 
     EXPECT_TRUE(labelTexts(view.get(), "replyBlock")
                     .join(QString())
                     .contains(QStringLiteral("<i>done</i>")));
+}
+
+TEST_F(MessageBubbleTest, TheTimeOfAReplyTellsWhatItCostInItsTooltip) {
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    auto view = bubble(CoachMessage(CoachMessage::Role::assistant, "Hi.", std::nullopt,
+                                    std::nullopt, TokenUsage{1210, 30}));
+    auto* time = visibleChild<QLabel>(view.get(), QStringLiteral("messageTime"));
+    ASSERT_NE(time, nullptr);
+    EXPECT_EQ(time->toolTip(), QStringLiteral("1,210 tokens in, 30 out"));
+    auto plain = bubble(CoachMessage(CoachMessage::Role::assistant, "Hi."));
+    EXPECT_EQ(visibleChild<QLabel>(plain.get(), QStringLiteral("messageTime"))->toolTip(),
+              QString());
+    QLocale::setDefault(QLocale::system());
 }
 
 TEST_F(MessageBubbleTest, CardAndLessonSitBelowTheTextAndAboveTheTime) {

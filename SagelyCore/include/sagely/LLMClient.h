@@ -20,6 +20,7 @@
 #include <sagely/Export.h>
 #include <sagely/LLMMessage.h>
 #include <sagely/ProviderModel.h>
+#include <sagely/TokenUsage.h>
 
 #include <cstdint>
 #include <functional>
@@ -36,6 +37,8 @@ class OnDeviceModel;
 /// A reply as a stream ended. Its text is what complete() returns for the same answer.
 struct LLMReply {
     std::string text;
+    /// What the reply cost, when the provider said.
+    std::optional<TokenUsage> usage;
 };
 
 /// Receives each new piece of a reply's visible text, on the thread that asked, as it arrives.

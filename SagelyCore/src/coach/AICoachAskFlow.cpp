@@ -47,9 +47,10 @@ detail::ModelOutcome askModel(LLMService& llm, const std::vector<LLMMessage>& me
                               detail::PartialReply& partial) {
     detail::ModelOutcome outcome;
     try {
-        outcome.reply = llm.stream(messages, config, std::nullopt, cancellation,
-                                   [&partial](std::string_view piece) { partial.add(piece); })
-                            .text;
+        LLMReply reply = llm.stream(messages, config, std::nullopt, cancellation,
+                                    [&partial](std::string_view piece) { partial.add(piece); });
+        outcome.reply = std::move(reply.text);
+        outcome.usage = reply.usage;
     } catch (const CancelledError&) {
         outcome.cancelled = true;
     } catch (const Error& error) {
@@ -318,7 +319,7 @@ void AICoach::Impl::outcomeArrived(std::uint64_t generation, detail::ModelOutcom
     if (!outcome.reply) return endWithFailure(request, outcome);
     // A superseded request's reply is dropped, and the newer request owns isThinking.
     if (isSuperseded(*request)) return finish(request, std::nullopt);
-    appendReply(request, std::move(*outcome.reply));
+    appendReply(request, std::move(*outcome.reply), outcome.usage);
 }
 
 // The text so far is shown; isThinking ends with the first of it.
@@ -344,9 +345,10 @@ void AICoach::Impl::stop() {
 }
 
 void AICoach::Impl::appendReply(const std::shared_ptr<detail::CoachRequest>& request,
-                                std::string reply) {
+                                std::string reply, std::optional<TokenUsage> usage) {
     CoachConversation conversation = latest(*request);
-    CoachMessage message(CoachMessage::Role::assistant, std::move(reply), request->observationCard);
+    CoachMessage message(CoachMessage::Role::assistant, std::move(reply), request->observationCard,
+                         std::nullopt, usage);
     conversation.append(message);
     capMessages(conversation);
     store(std::move(conversation));

@@ -45,6 +45,7 @@ struct ModelOutcome {
     std::optional<std::string> reply;
     std::string failure;
     bool cancelled = false;
+    std::optional<TokenUsage> usage;
 
     static ModelOutcome cancelledRequest() { return {std::nullopt, {}, true}; }
     static ModelOutcome failed(std::string failure) { return {std::nullopt, std::move(failure)}; }
@@ -130,7 +131,8 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
     void outcomeArrived(std::uint64_t generation, detail::ModelOutcome outcome);
     void partialArrived(std::uint64_t generation);
     void stop();
-    void appendReply(const std::shared_ptr<detail::CoachRequest>& request, std::string reply);
+    void appendReply(const std::shared_ptr<detail::CoachRequest>& request, std::string reply,
+                     std::optional<TokenUsage> usage = std::nullopt);
     void endWithFailure(const std::shared_ptr<detail::CoachRequest>& request,
                         const detail::ModelOutcome& outcome);
     void finish(const std::shared_ptr<detail::CoachRequest>& request,

@@ -67,4 +67,27 @@ std::string AnthropicMessagesDialect::streamedText(const SseEvent& event,
     return {};
 }
 
+// "usage" on the answer; in a stream, message_start's message.usage gives the input and each
+// message_delta's usage the output so far (cumulative: it replaces, never adds). Cached input
+// counts as input.
+void AnthropicMessagesDialect::readUsage(const nlohmann::json& object,
+                                         std::optional<TokenUsage>& usage) const {
+    const nlohmann::json* counts = member(&object, "usage");
+    if (counts == nullptr) counts = member(member(&object, "message"), "usage");
+    if (counts == nullptr || !counts->is_object()) return;
+    TokenUsage next = usage.value_or(TokenUsage{});
+    bool found = false;
+    if (auto input = countValue(member(counts, "input_tokens"))) {
+        next.inputTokens = *input +
+                           countValue(member(counts, "cache_creation_input_tokens")).value_or(0) +
+                           countValue(member(counts, "cache_read_input_tokens")).value_or(0);
+        found = true;
+    }
+    if (auto output = countValue(member(counts, "output_tokens"))) {
+        next.outputTokens = *output;
+        found = true;
+    }
+    if (found) usage = next;
+}
+
 }  // namespace sagely::detail

@@ -13,6 +13,7 @@ public:
     std::optional<std::string> replyText(const nlohmann::json& answer) const override;
     std::string streamedText(const SseEvent& event, const nlohmann::json& data,
                              StreamState& state) const override;
+    void readUsage(const nlohmann::json& object, std::optional<TokenUsage>& usage) const override;
 };
 
 }  // namespace sagely::detail

@@ -5,6 +5,7 @@
 
 #include <sagely/CoachConfig.h>
 #include <sagely/LLMMessage.h>
+#include <sagely/TokenUsage.h>
 
 #include "llm/HttpTransport.h"
 #include "llm/StreamFraming.h"
@@ -26,6 +27,8 @@ struct StreamState {
     bool finished = false;
     /// Anthropic: the content block whose text is the reply (the first text block).
     std::optional<std::int64_t> textBlock;
+    /// The token counts the stream reported last.
+    std::optional<TokenUsage> usage;
 };
 
 class Dialect {
@@ -56,6 +59,11 @@ public:
     virtual std::string streamedText(const SseEvent& event, const nlohmann::json& data,
                                      StreamState& state) const = 0;
 
+    /// Takes the token counts a whole answer or a streamed event's data carries into `usage`
+    /// (each format says whether a later count replaces or completes an earlier one).
+    virtual void readUsage(const nlohmann::json& object,
+                           std::optional<TokenUsage>& usage) const = 0;
+
     virtual std::chrono::seconds timeout() const { return std::chrono::seconds(90); }
     virtual bool sendsAPIKey() const { return true; }
 };
@@ -76,6 +84,18 @@ inline const nlohmann::json* member(const nlohmann::json* value, const char* key
 inline const nlohmann::json* firstElement(const nlohmann::json* value) {
     if (value == nullptr || !value->is_array() || value->empty()) return nullptr;
     return &value->front();
+}
+
+/// A whole, non-negative count; none for anything else.
+inline std::optional<std::int64_t> countValue(const nlohmann::json* value) {
+    if (value == nullptr || !value->is_number_integer()) return std::nullopt;
+    if (value->is_number_unsigned()) {
+        const auto count = value->get<std::uint64_t>();
+        if (count > std::uint64_t(INT64_MAX)) return std::nullopt;
+        return static_cast<std::int64_t>(count);
+    }
+    const auto count = value->get<std::int64_t>();
+    return count < 0 ? std::nullopt : std::optional(count);
 }
 
 inline std::optional<std::string> stringValue(const nlohmann::json* value) {

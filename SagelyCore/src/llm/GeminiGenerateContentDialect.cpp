@@ -84,7 +84,7 @@ std::string GeminiGenerateContentDialect::streamingURL(std::string url) const {
 
 // Each chunk carries the next pieces of the first candidate; the one with a finishReason is the
 // last.
-std::string GeminiGenerateContentDialect::streamedText(const SseEvent& event,
+std::string GeminiGenerateContentDialect::streamedText(const SseEvent& /*event*/,
                                                        const nlohmann::json& data,
                                                        StreamState& state) const {
     const nlohmann::json& chunk = data;
@@ -95,6 +95,18 @@ std::string GeminiGenerateContentDialect::streamedText(const SseEvent& event,
     if (parts == nullptr || !parts->is_array()) return text;
     for (const nlohmann::json& part : *parts) text += visibleText(part).value_or("");
     return text;
+}
+
+// "usageMetadata" on the answer or a chunk; the last chunk's counts are the reply's (never a
+// sum). The model's thoughts count as output.
+void GeminiGenerateContentDialect::readUsage(const nlohmann::json& object,
+                                             std::optional<TokenUsage>& usage) const {
+    const nlohmann::json* counts = member(&object, "usageMetadata");
+    auto input = countValue(member(counts, "promptTokenCount"));
+    auto output = countValue(member(counts, "candidatesTokenCount"));
+    auto thoughts = countValue(member(counts, "thoughtsTokenCount"));
+    if (input || output || thoughts)
+        usage = TokenUsage{input.value_or(0), output.value_or(0) + thoughts.value_or(0)};
 }
 
 }  // namespace sagely::detail

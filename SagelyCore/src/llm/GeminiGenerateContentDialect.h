@@ -22,6 +22,7 @@ public:
     std::string streamingURL(std::string url) const override;
     std::string streamedText(const SseEvent& event, const nlohmann::json& data,
                              StreamState& state) const override;
+    void readUsage(const nlohmann::json& object, std::optional<TokenUsage>& usage) const override;
 };
 
 }  // namespace sagely::detail

@@ -147,10 +147,19 @@ std::string LLMClient::complete(const std::vector<LLMMessage>& messages, const C
 LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                            const std::optional<std::string>& modelOverride,
                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) {
-    if (!config.streamsReplies || usesOnDeviceModel(config)) {
+    if (usesOnDeviceModel(config)) {
         return LLMService::stream(messages, config, modelOverride, cancellation, onDelta);
     }
     const Dialect& dialect = dialectFor(config.provider);
+    if (!config.streamsReplies) {
+        const detail::HttpResponse response =
+            detail::post(httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false),
+                         cancellation);
+        LLMReply reply{readReply(dialect, response), std::nullopt};
+        dialect.readUsage(detail::parseAnswer(response.body), reply.usage);
+        if (onDelta && !reply.text.empty()) onDelta(reply.text);
+        return reply;
+    }
     const detail::HttpRequest request =
         httpRequest(dialect, messages, config, modelOverride, /*streamed=*/true);
     detail::StreamedReplyReader reader(dialect, onDelta);
@@ -164,10 +173,11 @@ LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachC
         // A stream lost (or gone silent) part-way ends there: the text so far is the reply.
         if (!reader.started()) throw;
         if (reader.state().text.empty()) throw CoachLLMError::invalidResponse();
-        return {reader.state().text};
+        return {reader.state().text, reader.state().usage};
     }
     throwForErrorStatus(response);
-    return {reader.finish()};
+    std::string text = reader.finish();
+    return {std::move(text), reader.state().usage};
 }
 
 std::optional<std::string> LLMClient::endpointURL(const CoachConfig& config) {

@@ -14,6 +14,7 @@ public:
     bool streamsLines() const override { return true; }
     std::string streamedText(const SseEvent& event, const nlohmann::json& data,
                              StreamState& state) const override;
+    void readUsage(const nlohmann::json& object, std::optional<TokenUsage>& usage) const override;
 
     /// A local model may take a while to load before it answers.
     std::chrono::seconds timeout() const override { return std::chrono::seconds(120); }

@@ -53,4 +53,14 @@ std::string OpenAIChatDialect::streamedText(const SseEvent& event, const nlohman
     return text;
 }
 
+// "usage" on the answer, or on a stream's last chunk (OpenAI's own with include_usage, some
+// compatible servers on the last content chunk): the last one counts.
+void OpenAIChatDialect::readUsage(const nlohmann::json& object,
+                                  std::optional<TokenUsage>& usage) const {
+    const nlohmann::json* counts = member(&object, "usage");
+    auto input = countValue(member(counts, "prompt_tokens"));
+    auto output = countValue(member(counts, "completion_tokens"));
+    if (input || output) usage = TokenUsage{input.value_or(0), output.value_or(0)};
+}
+
 }  // namespace sagely::detail

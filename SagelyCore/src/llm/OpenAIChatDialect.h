@@ -15,6 +15,7 @@ public:
                                  const std::string& model) const override;
     std::string streamedText(const SseEvent& event, const nlohmann::json& data,
                              StreamState& state) const override;
+    void readUsage(const nlohmann::json& object, std::optional<TokenUsage>& usage) const override;
 };
 
 }  // namespace sagely::detail

@@ -74,6 +74,7 @@ void StreamedReplyReader::event(const SseEvent& event) {
     if (event.type == "error") {
         throw CoachLLMError::serverError("An error occurred during streaming");
     }
+    m_dialect.readUsage(data, m_state.usage);
     std::string delta = m_dialect.streamedText(event, data, m_state);
     if (delta.empty()) return;
     m_state.text += delta;
@@ -92,6 +93,7 @@ std::string StreamedReplyReader::finish() {
         // the whole reply it claims to be (and fails as one when it is not JSON).
         if (m_declaredStream && answer.is_discarded()) throw CoachLLMError::invalidResponse();
         std::string reply = wholeReplyText(m_dialect, m_body);
+        m_dialect.readUsage(answer, m_state.usage);
         m_state.text = reply;
         m_state.finished = true;
         return reply;

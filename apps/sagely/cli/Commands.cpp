@@ -129,11 +129,12 @@ std::vector<Command> buildCommands() {
          {{"model", true}, {"endpoint", true}},
          checkCommand},
         {"history",
-         "usage: sagely history [list|show N|delete N] [--namespace NAME]",
+         "usage: sagely history [list|show N [--usage]|delete N] [--namespace NAME]",
          "list, show or delete saved conversations",
          "Conversations are numbered newest first, as `history list` shows them.\n\nOptions:\n"
-         "  --namespace NAME  the conversation namespace (default: cli)\n",
-         {{"namespace", true}},
+         "  --namespace NAME  the conversation namespace (default: cli)\n"
+         "  --usage           with show: the tokens each reply cost, and their total\n",
+         {{"namespace", true}, {"usage", false}},
          historyCommand},
         {"format",
          "usage: sagely format [--normalize|--blocks|--steps]",

@@ -24,11 +24,32 @@ const CoachConversation& pick(const AICoach& coach, const std::vector<std::strin
     return list[*number - 1];
 }
 
-void show(const CoachConversation& conversation, Host& host) {
+std::string tokenText(const TokenUsage& usage) {
+    return std::to_string(usage.inputTokens) + " in, " + std::to_string(usage.outputTokens) +
+           " out";
+}
+
+// With `usage`, each reply that says what it cost is followed by its tokens, and the
+// conversation by their total.
+void show(const CoachConversation& conversation, bool usage, Host& host) {
     const Renderer renderer(host.usesColor());
     host.out << renderer.styled(Renderer::plain(conversation.title()), ansi::bold) << "\n";
-    for (const auto& message : conversation.messages())
+    TokenUsage total;
+    std::size_t counted = 0;
+    for (const auto& message : conversation.messages()) {
         host.out << "\n" << renderer.historyMessage(message);
+        if (!usage || !message.usage()) continue;
+        host.out << renderer.styled("Tokens: " + tokenText(*message.usage()), ansi::dim) << "\n";
+        total += *message.usage();
+        ++counted;
+    }
+    if (!usage) return;
+    if (counted == 0) {
+        host.out << "\nNo reply in this conversation says what it cost.\n";
+        return;
+    }
+    host.out << "\nTokens in all: " << tokenText(total) << " (" << counted
+             << (counted == 1 ? " reply" : " replies") << ")\n";
 }
 
 }  // namespace
@@ -41,13 +62,14 @@ int historyCommand(const ParsedArguments& arguments, Host& host) {
         throw UsageError("unknown history action '" + action + "' (list, show or delete)");
     if (action == "list" && words.size() > 1)
         throw UsageError("unexpected argument '" + words[1] + "'");
+    if (arguments.has("usage") && action != "show") throw UsageError("--usage goes with show");
     auto store = openSavedSettings(host);
     AICoach coach(std::make_shared<ManualExecutor>(), nullptr, store.get(),
                   namespaceArgument(arguments));
     if (action == "list") {
         host.out << listConversations(coach.conversations().get(), std::nullopt);
     } else if (action == "show") {
-        show(pick(coach, words), host);
+        show(pick(coach, words), arguments.has("usage"), host);
     } else {
         const CoachConversation chosen = pick(coach, words);
         coach.deleteConversation(chosen);

@@ -179,6 +179,21 @@ TEST_F(AICoachEndToEndTest, OpenAI) {
                                                {"max_tokens", 1024}}));
 }
 
+TEST_F(AICoachEndToEndTest, AReplyKeepsWhatItCostAndSavesIt) {
+    configure(Provider::openai, "sk-openai", "/v1/chat/completions");
+    server.enqueue(ScriptedResponse::json(
+        200, json{{"choices", {{{"message", {{"role", "assistant"}, {"content", "Costly"}}}}}},
+                  {"usage", {{"prompt_tokens", 812}, {"completion_tokens", 44}}}}
+                 .dump()));
+    makeCoach();
+    const auto reply = ask("How much?");
+    ASSERT_TRUE(reply.has_value());
+    EXPECT_EQ(reply->usage(), (TokenUsage{812, 44}));
+    coach->waitForPendingSaves();
+    EXPECT_EQ(harness.savedConversations()[0].messages().back().usage(), (TokenUsage{812, 44}));
+    EXPECT_EQ(harness.savedConversations()[0].messages().front().usage(), std::nullopt);
+}
+
 TEST_F(AICoachEndToEndTest, Anthropic) {
     configure(Provider::anthropic, "sk-ant", "/v1/messages");
     const auto request = askTwice(anthropicReply("First answer"), anthropicReply("Second answer"));

@@ -69,6 +69,7 @@ TEST_F(AICoachStreamingTest, StopKeepsTheTextSoFarAsTheReplyAndSavesIt) {
     EXPECT_FALSE(coach->isThinking().get());
     EXPECT_EQ(coach->partialReply().get(), "");
     EXPECT_FALSE(coach->error().get());
+    coach->waitForPendingSaves();
     const auto saved = harness.savedConversations();
     ASSERT_EQ(saved.size(), 1u);
     ASSERT_EQ(saved[0].messages().size(), 2u);
@@ -92,6 +93,7 @@ TEST_F(AICoachStreamingTest, StopBeforeAnyTextAppendsNothing) {
     EXPECT_FALSE(coach->isThinking().get());
     EXPECT_FALSE(coach->error().get());
     EXPECT_EQ(coach->currentConversation().get()->messages().size(), 1u);
+    coach->waitForPendingSaves();
     ASSERT_EQ(harness.savedConversations().at(0).messages().size(), 1u);
 }
 

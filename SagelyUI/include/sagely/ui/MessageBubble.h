@@ -34,6 +34,9 @@ public:
 
     /// The message's time of day in the locale's short time format.
     static QString timeText(Timestamp timestamp);
+    /// The tooltip on a reply's time when the provider said what it cost: "1,210 tokens in,
+    /// 30 out" (numbers in the user's locale).
+    static QString usageText(const TokenUsage& usage);
 
 private:
     QWidget* avatar() const;
