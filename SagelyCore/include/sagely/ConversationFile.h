@@ -89,7 +89,8 @@ private:
         bool operator==(const Stamp&) const = default;
     };
     struct Merge;
-    static Stamp fromDetail(const detail::FileStamp& stamp);
+    // Kept out of the library's exports: its parameter is an internal type.
+    SAGELY_NO_EXPORT static Stamp fromDetail(const detail::FileStamp& stamp);
     std::optional<std::string> mergeAndWrite(const std::vector<CoachConversation>& conversations,
                                              Merge& merge);
     void remember(const std::vector<CoachConversation>& conversations);
