@@ -2,7 +2,6 @@
 
 #include <sagely/Text.h>
 
-
 #include <gtest/gtest.h>
 
 #include "support/SampleGuides.h"
