@@ -458,4 +458,9 @@ TEST(CoachMessageUsage, CopiesShareTheUsage) {
     EXPECT_EQ(copy.usage()->totalTokens(), 7);
 }
 
+TEST(CoachMessageJson, ARootStringQuotingAParserMessageIsJustInvalid) {
+    // Found by fuzzing: the parser's message quotes the token, which held these words.
+    EXPECT_THROW(sagely::decodeConversations("\"parsing object separator("), sagely::DecodingError);
+}
+
 }  // namespace

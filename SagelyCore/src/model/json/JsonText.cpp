@@ -141,8 +141,9 @@ public:
                            followsDigit(position - std::min(position, token.size()));
         if (inLastValue) problem = "Problem while parsing a number";
         // A key without its colon is a fault of the object, not of a value.
-        if (std::string_view(error.what()).find("parsing object separator") !=
-            std::string_view::npos)
+        // (At the root there is no object; the text may only quote those words.)
+        if (!m_open.empty() && std::string_view(error.what()).find("parsing object separator") !=
+                                   std::string_view::npos)
             m_open.back().inValue = false;
         KeyPathError failure("invalid JSON: " + problem);
         if (atRoot) throw failure;
