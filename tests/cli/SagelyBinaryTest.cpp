@@ -287,23 +287,11 @@ TEST_F(SagelyBinary, CtrlCDuringASlowReplyExits130AndKeepsTheQuestion) {
     EXPECT_EQ(saved[0].messages()[0].content(), "A slow question");
 }
 
-std::string sseChunk(const std::string& piece) {
-    return "data: " + nlohmann::json{{"choices", {{{"delta", {{"content", piece}}}}}}}.dump() +
-           "\n\n";
-}
-
-ScriptedResponse slowStream(std::vector<std::string> chunks, std::chrono::milliseconds pause) {
-    ScriptedResponse response;
-    response.headers = {{"Content-Type", "text/event-stream"}};
-    response.bodyChunks = std::move(chunks);
-    response.delayBetweenChunks = pause;
-    return response;
-}
-
 TEST_F(SagelyBinary, APipeSeesTheFirstLineOfAStreamedReplyBeforeTheRestArrives) {
-    server.enqueue(slowStream(
-        {sseChunk("First **words** here.\nStill "), sseChunk("the rest."), "data: [DONE]\n\n"},
-        3s));
+    server.enqueue(
+        ScriptedResponse::eventStream({openAIStreamEvent("First **words** here.\nStill "),
+                                       openAIStreamEvent("the rest."), "data: [DONE]\n\n"},
+                                      3s));
     SagelyProcess process(atServer({"ask", "Stream it"}), environment);
     const auto start = std::chrono::steady_clock::now();
     const std::string early = process.waitForOutput("First words here.\n", 30s);
@@ -321,7 +309,8 @@ TEST_F(SagelyBinary, APipeSeesTheFirstLineOfAStreamedReplyBeforeTheRestArrives) 
 }
 
 TEST_F(SagelyBinary, JsonAndNoStreamPrintOnlyTheFinalReply) {
-    server.enqueue(slowStream({sseChunk("One\n"), sseChunk("two"), "data: [DONE]\n\n"}, 0ms));
+    server.enqueue(ScriptedResponse::eventStream(
+        {openAIStreamEvent("One\n"), openAIStreamEvent("two"), "data: [DONE]\n\n"}, 0ms));
     const auto json = sagely(atServer({"ask", "--json", "Q"}));
     EXPECT_EQ(json.exitCode, 0) << json.err;
     EXPECT_EQ(nlohmann::json::parse(json.out)["content"], "One\ntwo");
@@ -335,7 +324,8 @@ TEST_F(SagelyBinary, JsonAndNoStreamPrintOnlyTheFinalReply) {
 }
 
 TEST_F(SagelyBinary, CtrlCDuringAStreamKeepsTheTextSoFarAndExits130) {
-    server.enqueue(slowStream({sseChunk("Kept line.\nand a half"), "data: [DONE]\n\n"}, 60s));
+    server.enqueue(ScriptedResponse::eventStream(
+        {openAIStreamEvent("Kept line.\nand a half"), "data: [DONE]\n\n"}, 60s));
     SagelyProcess process(atServer({"ask", "Stream then stop"}), environment);
     ASSERT_EQ(process.waitForOutput("Kept line.\n", 30s), "Kept line.\n");
     process.interrupt();

@@ -9,6 +9,8 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -164,6 +166,20 @@ ScriptedResponse ScriptedResponse::dripFed(const std::string& body,
     for (char c : body) response.bodyChunks.emplace_back(1, c);
     response.delayBetweenChunks = interval;
     return response;
+}
+
+ScriptedResponse ScriptedResponse::eventStream(std::vector<std::string> chunks,
+                                               std::chrono::milliseconds pause) {
+    ScriptedResponse response;
+    response.headers = {{"Content-Type", "text/event-stream"}};
+    response.bodyChunks = std::move(chunks);
+    response.delayBetweenChunks = pause;
+    return response;
+}
+
+std::string openAIStreamEvent(const std::string& piece) {
+    return "data: " + nlohmann::json{{"choices", {{{"delta", {{"content", piece}}}}}}}.dump() +
+           "\n\n";
 }
 
 ScriptedResponse ScriptedResponse::resetWithoutAnswer() {

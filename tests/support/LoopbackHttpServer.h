@@ -99,7 +99,13 @@ struct ScriptedResponse {
     static ScriptedResponse dripFed(const std::string& body, std::chrono::milliseconds interval);
     /// The connection is reset as soon as the request has been read.
     static ScriptedResponse resetWithoutAnswer();
+    /// A 200 text/event-stream answer sent as the given chunks with a pause between them.
+    static ScriptedResponse eventStream(std::vector<std::string> chunks,
+                                        std::chrono::milliseconds pause);
 };
+
+/// One OpenAI chat-completion stream event whose delta carries the piece of text.
+std::string openAIStreamEvent(const std::string& piece);
 
 class LoopbackHttpServer {
 public:

@@ -18,19 +18,6 @@ namespace {
 using namespace std::chrono_literals;
 using ui::CoachWorkspaceView;
 
-std::string sseChunk(const std::string& piece) {
-    return "data: " + nlohmann::json{{"choices", {{{"delta", {{"content", piece}}}}}}}.dump() +
-           "\n\n";
-}
-
-ScriptedResponse slowStream(std::vector<std::string> chunks, std::chrono::milliseconds pause) {
-    ScriptedResponse response;
-    response.headers = {{"Content-Type", "text/event-stream"}};
-    response.bodyChunks = std::move(chunks);
-    response.delayBetweenChunks = pause;
-    return response;
-}
-
 class WorkspaceStreamingTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -78,8 +65,10 @@ protected:
 }  // namespace
 
 TEST_F(WorkspaceStreamingTest, TheReplyGrowsInItsBubbleThenBecomesAMessage) {
-    world.server.enqueue(slowStream(
-        {sseChunk("Open **Speech**\n"), sseChunk("then Teach."), "data: [DONE]\n\n"}, 1500ms));
+    world.server.enqueue(
+        ScriptedResponse::eventStream({openAIStreamEvent("Open **Speech**\n"),
+                                       openAIStreamEvent("then Teach."), "data: [DONE]\n\n"},
+                                      1500ms));
     ask(QStringLiteral("How?"));
     ASSERT_TRUE(waitUntil([&] { return streamedText() == QStringLiteral("Open **Speech**\n"); }));
     EXPECT_EQ(child("thinkingRow"), nullptr);  // thinking ended with the first text
@@ -92,7 +81,8 @@ TEST_F(WorkspaceStreamingTest, TheReplyGrowsInItsBubbleThenBecomesAMessage) {
 }
 
 TEST_F(WorkspaceStreamingTest, TheStopButtonKeepsTheTextSoFar) {
-    world.server.enqueue(slowStream({sseChunk("Half an answer"), "data: [DONE]\n\n"}, 60s));
+    world.server.enqueue(ScriptedResponse::eventStream(
+        {openAIStreamEvent("Half an answer"), "data: [DONE]\n\n"}, 60s));
     ask(QStringLiteral("Tell me all"));
     ASSERT_TRUE(waitUntil([&] { return streamedText() == QStringLiteral("Half an answer"); }));
     auto* stop = child<QPushButton>("stopButton");

@@ -34,6 +34,14 @@ std::optional<std::string> geminiListURL(const std::string& chatURL) {
                               kGeminiPageSize);
 }
 
+// The next page asks for the same page size from where the last one ended.
+std::string nextPageURL(const std::string& pageURL, std::string_view sizeName,
+                        std::string_view size, std::string_view cursorName,
+                        std::string_view cursor) {
+    return withQueryParameter(withQueryParameter(withoutQuery(pageURL), sizeName, size), cursorName,
+                              cursor);
+}
+
 std::string stringOr(const nlohmann::json* value, std::string fallback) {
     return stringValue(value).value_or(std::move(fallback));
 }
@@ -72,8 +80,7 @@ std::optional<ModelPage> readAnthropicPage(const nlohmann::json& answer,
     const nlohmann::json* more = member(&answer, "has_more");
     auto last = stringValue(member(&answer, "last_id"));
     if (more != nullptr && more->is_boolean() && more->get<bool>() && last && !last->empty()) {
-        std::string first = withQueryParameter(withoutQuery(pageURL), "limit", kAnthropicPageSize);
-        page.nextURL = withQueryParameter(first, "after_id", *last);
+        page.nextURL = nextPageURL(pageURL, "limit", kAnthropicPageSize, "after_id", *last);
     }
     return page;
 }
@@ -100,8 +107,7 @@ std::optional<ModelPage> readGeminiPage(const nlohmann::json& answer, const std:
             {id, stringOr(member(&entry, "displayName"), id), std::nullopt, std::nullopt});
     }
     if (auto token = stringValue(member(&answer, "nextPageToken")); token && !token->empty()) {
-        std::string first = withQueryParameter(withoutQuery(pageURL), "pageSize", kGeminiPageSize);
-        page.nextURL = withQueryParameter(first, "pageToken", *token);
+        page.nextURL = nextPageURL(pageURL, "pageSize", kGeminiPageSize, "pageToken", *token);
     }
     return page;
 }

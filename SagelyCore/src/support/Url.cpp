@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <memory>
+#include <new>
 #include <string>
 
 namespace sagely::detail {
@@ -31,23 +32,15 @@ std::string_view withoutQuery(std::string_view url) {
 
 std::string withQueryParameter(std::string_view url, std::string_view name,
                                std::string_view value) {
-    static constexpr char kHex[] = "0123456789ABCDEF";
     std::string out(withoutFragment(url));
     out += out.find('?') == std::string::npos ? '?' : '&';
     out += name;
     out += '=';
-    for (unsigned char c : value) {
-        const bool unreserved = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-                                (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' ||
-                                c == '~';
-        if (unreserved) {
-            out.push_back(static_cast<char>(c));
-        } else {
-            out.push_back('%');
-            out.push_back(kHex[c >> 4]);
-            out.push_back(kHex[c & 0xF]);
-        }
-    }
+    // libcurl ignores the handle argument since 7.82 and escapes all but the unreserved characters.
+    std::unique_ptr<char, decltype(&curl_free)> escaped(
+        curl_easy_escape(nullptr, value.data(), static_cast<int>(value.size())), &curl_free);
+    if (!escaped) throw std::bad_alloc();
+    out += escaped.get();
     return out;
 }
 
