@@ -7,6 +7,7 @@
 #include <sagely/CoachLesson.h>
 #include <sagely/CoachMessage.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <utility>
@@ -36,6 +37,12 @@ std::size_t sequenceLength(std::string_view text, std::size_t at) {
     return 0;
 }
 
+// A byte the writer writes as it is, in a string: printable ASCII but quotes and backslashes.
+bool isPlain(char c) {
+    return static_cast<unsigned char>(c) >= 0x20 && static_cast<unsigned char>(c) < 0x80 &&
+           c != '"' && c != '\\';
+}
+
 int hexDigit(char c) {
     if (c >= '0' && c <= '9') return c - '0';
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -61,6 +68,10 @@ public:
     bool string(std::string* value) {
         if (!literal("\"")) return false;
         while (m_at < m_text.size()) {
+            const std::size_t plain = m_at;
+            while (m_at < m_text.size() && isPlain(m_text[m_at])) ++m_at;
+            if (value) value->append(m_text.substr(plain, m_at - plain));
+            if (m_at == m_text.size()) break;
             const char c = m_text[m_at];
             const auto code = static_cast<unsigned char>(c);
             if (c == '"') {
@@ -73,7 +84,7 @@ public:
                 if (!escape(unescaped)) return false;
                 if (value) value->push_back(unescaped);
             } else {
-                const std::size_t length = code < 0x80 ? 1 : sequenceLength(m_text, m_at);
+                const std::size_t length = sequenceLength(m_text, m_at);
                 if (length == 0) return false;
                 if (value) value->append(m_text.substr(m_at, length));
                 m_at += length;
@@ -87,9 +98,10 @@ public:
         const std::size_t start = m_at + 1;
         if (!string(nullptr)) return std::nullopt;
         const std::string_view text = m_text.substr(start, m_at - 1 - start);
-        std::optional<Uuid> parsed = Uuid::parse(text);
-        if (!parsed || parsed->toString() != text) return std::nullopt;
-        return parsed;
+        // Uuid::parse takes both cases of hex digits; the writer writes upper-case ones.
+        if (std::any_of(text.begin(), text.end(), [](char c) { return c >= 'a' && c <= 'f'; }))
+            return std::nullopt;
+        return Uuid::parse(text);
     }
 
     /// A time: the shortest digits of its seconds, in the writer's notation.
