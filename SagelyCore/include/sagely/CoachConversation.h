@@ -4,8 +4,13 @@
 // reassigned, and messages grow by append(). Two conversations are the same conversation when
 // their ids are equal, so the type has no equality operator.
 //
-// Thread rules: a plain value; a conversation is used by one thread at a time, copies freely.
-// The coding functions below are pure and may run on any thread.
+// A conversation read from a file keeps its text while it stays unchanged: its messages are
+// decoded when first asked for, and saving writes the text back as it is. So a long history
+// costs only the conversations a run touches.
+//
+// Thread rules: a plain value; a conversation is used by one thread at a time (reading its
+// messages may decode them), copies freely. The coding functions below are pure and may run on
+// any thread.
 #pragma once
 
 #include <sagely/CoachMessage.h>
@@ -15,11 +20,16 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace sagely {
+
+namespace detail {
+struct StoredConversation;
+}
 
 class SAGELY_EXPORT CoachConversation {
 public:
@@ -28,13 +38,16 @@ public:
 
     const Uuid& id() const { return m_id; }
     const std::string& title() const { return m_title; }
-    void setTitle(std::string title) { m_title = std::move(title); }
-    const std::vector<CoachMessage>& messages() const { return m_messages; }
+    void setTitle(std::string title);
+    const std::vector<CoachMessage>& messages() const {
+        if (m_undecoded) decodeMessages();
+        return m_messages;
+    }
     /// Mutable access for the engine (for example to cap a long conversation).
-    std::vector<CoachMessage>& messages() { return m_messages; }
+    std::vector<CoachMessage>& messages();
     Timestamp createdAt() const { return m_createdAt; }
     Timestamp updatedAt() const { return m_updatedAt; }
-    void setUpdatedAt(Timestamp updatedAt) { m_updatedAt = updatedAt; }
+    void setUpdatedAt(Timestamp updatedAt);
 
     /// Adds the message at the end and sets updatedAt to now; the title is untouched.
     void append(CoachMessage message);
@@ -44,12 +57,21 @@ private:
     CoachConversation() = default;
     CoachConversation(Uuid id, std::string title, std::vector<CoachMessage> messages,
                       Timestamp createdAt, Timestamp updatedAt);
+    CoachConversation(Uuid id, std::string title, Timestamp createdAt, Timestamp updatedAt,
+                      std::shared_ptr<const detail::StoredConversation> stored);
+
+    void decodeMessages() const;
+    // Any change makes the stored text stale.
+    void forgetStored();
 
     Uuid m_id = Uuid::random();
     std::string m_title;
-    std::vector<CoachMessage> m_messages;
+    mutable std::vector<CoachMessage> m_messages;
     Timestamp m_createdAt;
     Timestamp m_updatedAt;
+    // The text this conversation was read from, while it is unchanged; null otherwise.
+    std::shared_ptr<const detail::StoredConversation> m_stored;
+    mutable bool m_undecoded = false;  // m_messages is still to be decoded from m_stored
 };
 
 // The file form of a conversation list: a compact JSON array of conversation objects with the

@@ -3,11 +3,14 @@
 #include <sagely/Log.h>
 
 #include "model/json/ConversationsInPlace.h"
+#include "model/json/DataModelAccess.h"
+#include "model/json/StoredConversations.h"
 #include "support/AtomicFile.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <memory>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -21,9 +24,11 @@ bool isMissing(int error) {
     return error == ENOENT || error == ENOTDIR;
 }
 
-std::string decodeFailure(const std::string& bytes, std::vector<CoachConversation>& decoded) {
+// Conversations read in the writer's form keep their text in `bytes`, which they share.
+std::string decodeFailure(detail::FileBytes bytes, std::vector<CoachConversation>& decoded) {
     try {
-        decoded = detail::decodeConversationsInPlace(bytes);
+        auto shared = std::make_shared<const detail::FileBytes>(std::move(bytes));
+        decoded = detail::decodeConversationsInPlace(shared->view(), shared);
         return {};
     } catch (const std::exception& error) {
         return error.what();
@@ -45,11 +50,11 @@ struct FileContent {
 // save would replace it and the history it holds is the user's to recover.
 FileContent readKeepingAside(const std::filesystem::path& file) {
     FileContent content;
-    std::string bytes;
+    detail::FileBytes bytes;
     int error = detail::readWholeFile(file, bytes, &content.stamp);
     if (isMissing(error)) return content;
     std::string failure = error ? detail::describeReadFailure(file, error)
-                                : decodeFailure(bytes, content.conversations);
+                                : decodeFailure(std::move(bytes), content.conversations);
     if (failure.empty()) {
         content.found = true;
         return content;
@@ -66,10 +71,15 @@ FileContent readKeepingAside(const std::filesystem::path& file) {
     return content;
 }
 
+// A conversation still as it was read tells its message ids without decoding its messages.
 Seen seenIn(const std::vector<CoachConversation>& conversations) {
     Seen seen;
     for (const auto& conversation : conversations) {
         auto& ids = seen[conversation.id()];
+        if (const auto* stored = detail::DataModelAccess::stored(conversation)) {
+            ids.insert(stored->messageIds.begin(), stored->messageIds.end());
+            continue;
+        }
         for (const auto& message : conversation.messages()) ids.insert(message.id());
     }
     return seen;
@@ -142,15 +152,15 @@ std::vector<CoachConversation> ConversationFile::load(const std::filesystem::pat
 
 bool ConversationFile::save(const std::filesystem::path& file,
                             const std::vector<CoachConversation>& conversations) {
-    std::string bytes;
+    detail::EncodedConversations encoded;
     try {
-        bytes = encodeConversations(conversations);
+        encoded = detail::encodeConversationsInPieces(conversations);
     } catch (const std::exception& error) {
         log(std::string("Failed to save conversations: ") + error.what());
         return false;
     }
     detail::FileLock lock(file);
-    if (int error = detail::replaceFileAtomically(file, bytes)) {
+    if (int error = detail::replaceFileAtomically(file, encoded.pieces)) {
         log("Failed to save conversations: " + detail::describeWriteFailure(file, error));
         return false;
     }
@@ -182,15 +192,16 @@ std::optional<std::string> ConversationFile::mergeAndWrite(
         merge.result = merged(conversations, onDisk.conversations, m_seen);
         merge.happened = true;
     }
-    std::string bytes;
+    detail::EncodedConversations encoded;
     try {
-        bytes = encodeConversations(merge.happened ? merge.result : conversations);
+        encoded =
+            detail::encodeConversationsInPieces(merge.happened ? merge.result : conversations);
     } catch (const std::exception& error) {
         log(std::string("Failed to save conversations: ") + error.what());
         return std::string(error.what());
     }
     detail::FileStamp written;
-    if (int error = detail::replaceFileAtomically(m_file, bytes, &written)) {
+    if (int error = detail::replaceFileAtomically(m_file, encoded.pieces, &written)) {
         std::string failure = detail::describeWriteFailure(m_file, error);
         log("Failed to save conversations: " + failure);
         return failure;
@@ -229,11 +240,11 @@ bool ConversationFile::isUnchangedSinceSeen() const {
 // Read without the lock: the file is only ever replaced whole, so a read sees one save or the
 // next. An unreadable file is left to the next save, which keeps it aside.
 bool ConversationFile::pickUp(std::vector<CoachConversation>& conversations) {
-    std::string bytes;
+    detail::FileBytes bytes;
     detail::FileStamp stamp;
     if (detail::readWholeFile(m_file, bytes, &stamp) != 0) return false;
     std::vector<CoachConversation> onDisk;
-    if (!decodeFailure(bytes, onDisk).empty()) return false;
+    if (!decodeFailure(std::move(bytes), onDisk).empty()) return false;
     std::vector<CoachConversation> result = merged(conversations, onDisk, m_seen);
     remember(onDisk);
     m_stamp = fromDetail(stamp);

@@ -11,6 +11,7 @@
 #include "model/json/DataModelAccess.h"
 #include "model/json/JsonText.h"
 #include "model/json/KeyPathError.h"
+#include "model/json/StoredConversations.h"
 
 #include <sagely/Error.h>
 
@@ -575,7 +576,10 @@ CoachMessage decodeMessage(std::string_view json) {
     return decodeText(json, FileReader::message);
 }
 
+// A conversation still as it was read is its text.
 std::string encodeJson(const CoachConversation& conversation) {
+    if (const auto* stored = detail::DataModelAccess::stored(conversation))
+        return std::string(stored->text);
     return encodeText(conversation);
 }
 CoachConversation decodeConversation(std::string_view json) {
@@ -583,13 +587,41 @@ CoachConversation decodeConversation(std::string_view json) {
 }
 
 std::string encodeConversations(const std::vector<CoachConversation>& conversations) {
-    return encodeText(conversations);
+    const detail::EncodedConversations encoded = detail::encodeConversationsInPieces(conversations);
+    std::size_t size = 0;
+    for (std::string_view piece : encoded.pieces) size += piece.size();
+    std::string out;
+    out.reserve(size);
+    for (std::string_view piece : encoded.pieces) out += piece;
+    return out;
 }
 std::vector<CoachConversation> decodeConversations(std::string_view json) {
     return decodeText(json, FileReader::conversations);
 }
-std::vector<CoachConversation> detail::decodeConversationsInPlace(const std::string& buffer) {
-    return decodeConversations(buffer);
+// The compact array of the conversations' texts; those still as they were read are their text.
+detail::EncodedConversations detail::encodeConversationsInPieces(
+    const std::vector<CoachConversation>& conversations) {
+    EncodedConversations result;
+    for (const auto& conversation : conversations) {
+        if (!DataModelAccess::stored(conversation))
+            result.encoded.push_back(encodeText(conversation));
+    }
+    auto encoded = result.encoded.begin();
+    result.pieces.reserve(2 * conversations.size() + 1);
+    result.pieces.emplace_back("[");
+    for (const auto& conversation : conversations) {
+        if (&conversation != conversations.data()) result.pieces.emplace_back(",");
+        const auto* stored = DataModelAccess::stored(conversation);
+        result.pieces.emplace_back(stored ? stored->text : std::string_view(*encoded++));
+    }
+    result.pieces.emplace_back("]");
+    return result;
+}
+
+std::vector<CoachConversation> detail::decodeConversationsInPlace(
+    std::string_view text, const std::shared_ptr<const void>& buffer) {
+    if (auto stored = storedConversations(text, buffer)) return std::move(*stored);
+    return decodeConversations(text);
 }
 
 // ---- nlohmann --------------------------------------------------------------------------------

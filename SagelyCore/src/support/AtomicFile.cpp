@@ -1,5 +1,7 @@
 #include "support/AtomicFile.h"
 
+#include "platform/LargeMemorySeam.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -61,23 +63,22 @@ ssize_t readSome(int fd, char* into, std::size_t size) {
 // Reads exactly the size the file had when opened, then checks for its end with a small read of
 // its own, so the buffer holds the content and nothing more. A file
 // that grew meanwhile is read on in pieces.
-int readAll(int fd, std::string& bytes, std::size_t expected) {
-    bytes.resize(expected);
-    std::size_t filled = 0;
-    while (filled < expected) {
-        ssize_t n = readSome(fd, bytes.data() + filled, expected - filled);
+int readAll(int fd, FileBytes& bytes, std::size_t expected) {
+    if (!bytes.reserve(expected)) return ENOMEM;
+    while (bytes.size() < expected) {
+        ssize_t n = readSome(fd, bytes.end(), expected - bytes.size());
         if (n < 0) return static_cast<int>(-n);
-        if (n == 0) break;  // shorter than it was: it shrank meanwhile
-        filled += static_cast<std::size_t>(n);
+        if (n == 0) return 0;  // shorter than it was: it shrank meanwhile
+        bytes.grow(static_cast<std::size_t>(n));
     }
-    bytes.resize(filled);
-    if (filled < expected) return 0;
     char piece[4096];
     for (;;) {
         ssize_t n = readSome(fd, piece, sizeof piece);
         if (n < 0) return static_cast<int>(-n);
         if (n == 0) return 0;
-        bytes.append(piece, static_cast<std::size_t>(n));
+        if (!bytes.reserve(bytes.size() + static_cast<std::size_t>(n))) return ENOMEM;
+        std::copy(piece, piece + n, bytes.end());
+        bytes.grow(static_cast<std::size_t>(n));
     }
 }
 
@@ -167,7 +168,45 @@ std::optional<FileStamp> stampOf(const std::filesystem::path& file) {
     return stampFrom(info);
 }
 
+FileBytes::FileBytes(FileBytes&& other) noexcept
+    : m_data(std::exchange(other.m_data, nullptr)),
+      m_size(std::exchange(other.m_size, 0)),
+      m_capacity(std::exchange(other.m_capacity, 0)) {}
+
+FileBytes& FileBytes::operator=(FileBytes&& other) noexcept {
+    FileBytes taken(std::move(other));
+    std::swap(m_data, taken.m_data);
+    std::swap(m_size, taken.m_size);
+    std::swap(m_capacity, taken.m_capacity);
+    return *this;
+}
+
+FileBytes::~FileBytes() {
+    if (m_data) unmapLargeMemory(m_data, m_capacity);
+}
+
+// A file that grows while it is read doubles the room each time.
+bool FileBytes::reserve(std::size_t capacity) {
+    if (capacity <= m_capacity) return true;
+    if (m_capacity) capacity = std::max(capacity, 2 * m_capacity);
+    char* data = mapLargeMemory(capacity);
+    if (!data) return false;
+    std::copy(m_data, m_data + m_size, data);
+    if (m_data) unmapLargeMemory(m_data, m_capacity);
+    m_data = data;
+    m_capacity = capacity;
+    return true;
+}
+
 int readWholeFile(const std::filesystem::path& file, std::string& bytes, FileStamp* stamp) {
+    FileBytes read;
+    int error = readWholeFile(file, read, stamp);
+    if (!error) bytes.assign(read.view());
+    return error;
+}
+
+int readWholeFile(const std::filesystem::path& file, FileBytes& bytes, FileStamp* stamp) {
+    bytes = FileBytes();
     int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return errno;
     struct stat info {};
@@ -185,6 +224,11 @@ int readWholeFile(const std::filesystem::path& file, std::string& bytes, FileSta
 
 int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes,
                           FileStamp* stamp) {
+    return replaceFileAtomically(file, std::span<const std::string_view>(&bytes, 1), stamp);
+}
+
+int replaceFileAtomically(const std::filesystem::path& file,
+                          std::span<const std::string_view> pieces, FileStamp* stamp) {
     if (file.empty()) return ENOENT;  // no storage folder: never the current folder instead
     AtomicWriteFaults faults = currentFaults();
     std::filesystem::path folder = folderOf(file);
@@ -192,7 +236,12 @@ int replaceFileAtomically(const std::filesystem::path& file, std::string_view by
     int fd = ::mkstemp(temporary.data());
     if (fd < 0) return errno;
     ::fcntl(fd, F_SETFD, FD_CLOEXEC);
-    int error = writeAll(fd, bytes, faults.failAfterBytes);
+    int error = 0;
+    std::optional<std::size_t> allowed = faults.failAfterBytes;
+    for (std::string_view piece : pieces) {
+        if ((error = writeAll(fd, piece, allowed))) break;
+        if (allowed) *allowed -= piece.size();
+    }
     if (!error && ::fsync(fd) != 0) error = errno;
     struct stat info {};
     if (!error && ::fstat(fd, &info) != 0) error = errno;

@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -32,9 +33,36 @@ struct FileStamp {
 /// The stamp of the file now; none when it cannot be looked at (no file).
 std::optional<FileStamp> stampOf(const std::filesystem::path& file);
 
+/// A file's bytes in memory of their own, straight from the system (platform/LargeMemorySeam.h):
+/// a 25 MB conversation file is read into it in a tenth of the time a string takes to fill.
+class FileBytes {
+public:
+    FileBytes() = default;
+    FileBytes(FileBytes&& other) noexcept;
+    FileBytes& operator=(FileBytes&& other) noexcept;
+    FileBytes(const FileBytes&) = delete;
+    FileBytes& operator=(const FileBytes&) = delete;
+    ~FileBytes();
+
+    std::string_view view() const { return {m_data, m_size}; }
+
+    /// Room for `capacity` bytes in all, keeping those there are; false when there is no memory.
+    bool reserve(std::size_t capacity);
+    /// Where the next bytes go, and the count that went there (within the capacity).
+    char* end() { return m_data + m_size; }
+    void grow(std::size_t count) { m_size += count; }
+    std::size_t size() const { return m_size; }
+
+private:
+    char* m_data = nullptr;
+    std::size_t m_size = 0;
+    std::size_t m_capacity = 0;
+};
+
 /// Reads the whole file into `bytes`, a buffer of the file's size;
 /// 0 on success, else an errno value (ENOENT: no file). `stamp`, when given, receives the
 /// stamp of the file that was read.
+int readWholeFile(const std::filesystem::path& file, FileBytes& bytes, FileStamp* stamp = nullptr);
 int readWholeFile(const std::filesystem::path& file, std::string& bytes,
                   FileStamp* stamp = nullptr);
 
@@ -43,6 +71,9 @@ int readWholeFile(const std::filesystem::path& file, std::string& bytes,
 /// of the new file.
 int replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes,
                           FileStamp* stamp = nullptr);
+/// The same, with the content given as pieces written one after the other.
+int replaceFileAtomically(const std::filesystem::path& file,
+                          std::span<const std::string_view> pieces, FileStamp* stamp = nullptr);
 
 /// An advisory lock (flock) on "<file>.lock" beside the file, held for the object's lifetime.
 /// Every host takes it only around its read-merge-write and the atomic replace, never across a

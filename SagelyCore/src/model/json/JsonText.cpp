@@ -208,18 +208,6 @@ private:
     std::vector<Level> m_open;  // the objects and arrays being read, innermost last
 };
 
-// The shortest digits that read back as the same double, in plain notation across the range
-// times live in (so 700000000 rather than 7e+08), with an exponent only for very large or very
-// small magnitudes.
-void appendNumber(std::string& out, double value) {
-    double magnitude = std::fabs(value);
-    bool plain = magnitude == 0 || (magnitude >= 1e-6 && magnitude < 1e21);
-    char buffer[64];
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, value,
-                                plain ? std::chars_format::fixed : std::chars_format::scientific);
-    out.append(buffer, result.ptr);
-}
-
 // Room for the text of `json` with a few escapes, so the writer rarely grows its string.
 std::size_t sizeBound(const Json& json) {
     if (json.is_string()) {
@@ -272,6 +260,15 @@ private:
 };
 
 }  // namespace
+
+void appendNumber(std::string& out, double value) {
+    double magnitude = std::fabs(value);
+    bool plain = magnitude == 0 || (magnitude >= 1e-6 && magnitude < 1e21);
+    char buffer[64];
+    auto result = std::to_chars(buffer, buffer + sizeof buffer, value,
+                                plain ? std::chars_format::fixed : std::chars_format::scientific);
+    out.append(buffer, result.ptr);
+}
 
 Json parseJson(std::string_view text) {
     DocumentBuilder builder(text);

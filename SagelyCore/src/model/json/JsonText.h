@@ -22,6 +22,11 @@ nlohmann::ordered_json parseJson(std::string_view text);
 /// The compact text of `json`, whose object keys must be plain ASCII (the field names).
 std::string dumpJson(const nlohmann::ordered_json& json);
 
+/// Appends the shortest digits that read back as `value`, in plain notation across the range
+/// times live in (so 700000000 rather than 7e+08), with an exponent only for very large or very
+/// small magnitudes: the form of every floating-point number dumpJson writes.
+void appendNumber(std::string& out, double value);
+
 /// `text` with every ill-formed UTF-8 sequence replaced by U+FFFD, as dumpJson writes it.
 std::string wellFormedUtf8(const std::string& text);
 
