@@ -83,8 +83,17 @@ struct Home {
     /// Runs one question; returns the wall seconds, or a negative number when it failed.
     double ask() const {
         restore();
-        std::vector<std::string> words = {SAGELY_BINARY, "ask", "--offline",
-                                          "How do I export a notebook?"};
+        const auto start = Clock::now();
+        const pid_t pid = run({"ask", "--offline", "How do I export a notebook?"});
+        if (!exitedWell(pid)) return -1;
+        return std::chrono::duration<double>(Clock::now() - start).count();
+    }
+
+    /// Starts `sagely ARGUMENTS` in this home, its standard output on `out` (none: /dev/null);
+    /// returns its process id, or -1.
+    pid_t run(const std::vector<std::string>& arguments, int out = -1) const {
+        std::vector<std::string> words = {SAGELY_BINARY};
+        words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<std::string> environment = {
             "HOME=" + folder.path().string(), "XDG_DATA_HOME=" + data().string(),
             "XDG_RUNTIME_DIR=" + folder.path().string(), "PATH=/usr/bin:/bin", "LANG=C.UTF-8"};
@@ -96,18 +105,24 @@ struct Home {
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        if (out < 0)
+            posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        else
+            posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        const auto start = Clock::now();
         pid_t pid = -1;
         const int failed = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
         posix_spawn_file_actions_destroy(&actions);
-        if (failed) return -1;
+        return failed ? -1 : pid;
+    }
+
+    /// Waits for the process; whether it exited with 0.
+    static bool exitedWell(pid_t pid) {
+        if (pid < 0) return false;
         int status = 0;
         while (waitpid(pid, &status, 0) < 0) {
         }
-        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-        return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? seconds : -1;
+        return WIFEXITED(status) && WEXITSTATUS(status) == 0;
     }
 
     sagely::testing::TemporaryDirectory folder;
@@ -169,38 +184,15 @@ void BM_DeltaToCliWrite(benchmark::State& state) {
         server.enqueue(response);
 
         home.restore();
-        std::vector<std::string> words = {SAGELY_BINARY, "ask",
-                                          "--provider",  "custom",
-                                          "--endpoint",  server.url("/v1/chat/completions"),
-                                          "Go"};
-        std::vector<std::string> environment = {
-            "HOME=" + home.folder.path().string(), "XDG_DATA_HOME=" + home.data().string(),
-            "XDG_RUNTIME_DIR=" + home.folder.path().string(), "PATH=/usr/bin:/bin", "LANG=C.UTF-8"};
-        std::vector<char*> argv, envp;
-        for (auto& word : words) argv.push_back(word.data());
-        for (auto& entry : environment) envp.push_back(entry.data());
-        argv.push_back(nullptr);
-        envp.push_back(nullptr);
         int out[2];
-        if (pipe(out) != 0) {
+        if (pipe2(out, O_CLOEXEC) != 0) {
             state.SkipWithError("no pipe");
             return;
         }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-        posix_spawn_file_actions_addclose(&actions, out[0]);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        pid_t pid = -1;
-        const int failed = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
-        posix_spawn_file_actions_destroy(&actions);
+        const pid_t pid = home.run(
+            {"ask", "--provider", "custom", "--endpoint", server.url("/v1/chat/completions"), "Go"},
+            out[1]);
         close(out[1]);
-        if (failed) {
-            close(out[0]);
-            state.SkipWithError("sagely could not be started");
-            return;
-        }
         const std::size_t before = latencies.size();
         std::string pending;
         char buffer[4096];
@@ -217,11 +209,7 @@ void BM_DeltaToCliWrite(benchmark::State& state) {
             }
         }
         close(out[0]);
-        int status = 0;
-        while (waitpid(pid, &status, 0) < 0) {
-        }
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 ||
-            latencies.size() - before != kDeltas) {
+        if (!Home::exitedWell(pid) || latencies.size() - before != kDeltas) {
             state.SkipWithError("sagely ask did not stream the reply");
             return;
         }

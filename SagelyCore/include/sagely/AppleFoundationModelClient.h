@@ -4,9 +4,9 @@
 // complete() selects a model from the configured model string (see AppleOnDeviceRouting), checks
 // that it is available, flattens the chat into one prompt, fits it to a 4096-token window and
 // asks a fresh session to respond; a context-window overflow is retried once with the first 1500
-// characters. stream() does the same while handing the text on as the model writes it. Both block:
-// call them on a worker thread. Nothing is kept between calls, so one client
-// may serve several threads at once.
+// characters. stream() does the same while handing the text on as the model writes it. Both
+// block: call them on a worker thread. Nothing is kept between calls, so one client may serve
+// several threads at once.
 //
 // Errors: CoachLLMError::serverError with a sentence for the user, or the generation error's own
 // description; any error that is not a generation error (CancelledError, for one) passes through
