@@ -39,7 +39,9 @@ const std::vector<LLMMessage> kChat = {{"system", "You are the coach."},
                                        {"user", "How do I export?"}};
 
 FakeOnDeviceModel::Answer streamed(std::vector<std::string> snapshots, std::string text) {
-    return {.text = std::move(text), .snapshots = std::move(snapshots)};
+    FakeOnDeviceModel::Answer answer = FakeOnDeviceModel::reply(std::move(text));
+    answer.snapshots = std::move(snapshots);
+    return answer;
 }
 
 FakeOnDeviceModel::Answer failingAfter(std::vector<std::string> snapshots,
@@ -260,7 +262,9 @@ TEST(AICoachOnDeviceStreaming, TheEngineShowsTheTextAsItComesAndStopKeepsIt) {
     sagely::testing::CoachHarness harness;
     harness.useProvider(CoachConfig::Provider::apple);
     harness.settings->streamsReplies.set(true);
-    auto coach = harness.makeCoach({.llm = std::make_shared<LLMClient>(model)});
+    sagely::testing::CoachHarness::CoachOptions options;
+    options.llm = std::make_shared<LLMClient>(model);
+    auto coach = harness.makeCoach(std::move(options));
 
     auto recorder = harness.ask(*coach, "How do I export?");
     ASSERT_TRUE(harness.runUntil([&] { return coach->partialReply().get() == "Open File,"; }));

@@ -119,15 +119,9 @@ public func sagelyFMSessionRespond(
     if #available(macOS 26.0, *), let session = unboxed(session) as? LanguageModelSession {
         let text = String(cString: prompt)
         let options = sagelyOptions(temperature, maximumResponseTokens)
-        let task = Task {
-            do {
-                let response = try await session.respond(to: text, options: options)
-                response.content.withCString { completion(context, 0, $0) }
-            } catch {
-                sagelyReportFailure(error, context, completion)
-            }
+        return sagelyRun(context, completion) {
+            try await session.respond(to: text, options: options).content
         }
-        return retained(task)
     }
     #endif
     return nil
@@ -143,21 +137,16 @@ public func sagelyFMSessionStream(
     if #available(macOS 26.0, *), let session = unboxed(session) as? LanguageModelSession {
         let text = String(cString: prompt)
         let options = sagelyOptions(temperature, maximumResponseTokens)
-        let task = Task {
-            do {
-                // Each snapshot holds the whole response so far, not a delta; the C++ side
-                // turns them into pieces.
-                var latest = ""
-                for try await partial in session.streamResponse(to: text, options: options) {
-                    latest = partial.content
-                    latest.withCString { snapshot(context, $0) }
-                }
-                latest.withCString { completion(context, 0, $0) }
-            } catch {
-                sagelyReportFailure(error, context, completion)
+        return sagelyRun(context, completion) {
+            // Each snapshot holds the whole response so far, not a delta; the C++ side turns
+            // them into pieces.
+            var latest = ""
+            for try await partial in session.streamResponse(to: text, options: options) {
+                latest = partial.content
+                latest.withCString { snapshot(context, $0) }
             }
+            return latest
         }
-        return retained(task)
     }
     #endif
     return nil
@@ -171,6 +160,24 @@ private func sagelyOptions(_ temperature: Double, _ maximumResponseTokens: Int64
     GenerationOptions(
         sampling: nil, temperature: temperature,
         maximumResponseTokens: Int(maximumResponseTokens))
+}
+
+/// Runs a response on a task, which it returns: the reply's text, or the failure, goes to
+/// `completion`.
+@available(macOS 26.0, *)
+private func sagelyRun(
+    _ context: UnsafeMutableRawPointer?, _ completion: SagelyCompletion,
+    _ respond: @escaping () async throws -> String
+) -> UnsafeMutableRawPointer {
+    let task = Task {
+        do {
+            let reply = try await respond()
+            reply.withCString { completion(context, 0, $0) }
+        } catch {
+            sagelyReportFailure(error, context, completion)
+        }
+    }
+    return retained(task)
 }
 
 /// Ends a response that failed: its outcome code and description go to `completion`.
