@@ -185,7 +185,9 @@ void BM_DeltaToCliWrite(benchmark::State& state) {
 
         home.restore();
         int out[2];
-        if (pipe2(out, O_CLOEXEC) != 0) {
+        // Close-on-exec (not pipe2(), which macOS lacks): sagely gets only its dup2'd copy.
+        if (pipe(out) != 0 || fcntl(out[0], F_SETFD, FD_CLOEXEC) != 0 ||
+            fcntl(out[1], F_SETFD, FD_CLOEXEC) != 0) {
             state.SkipWithError("no pipe");
             return;
         }
