@@ -5,6 +5,11 @@
 // it in a new workspace view on Qt's offscreen platform and measures the time until the first
 // full layout is done (goal: 250 ms or less), and the heap and resident memory the view adds.
 // A second benchmark switches a visible workspace from an empty conversation to the long one.
+// A third streams a 100 KB and a 1 MB reply into a workspace's reply bubble, 1 KB per update
+// (what a fast stream brings in one ~30 ms announcement), letting the view lay out and paint
+// after each; reported: the wall and CPU time and the memory of each, and the ratios 1 MB / 100 KB
+// (linear: ~10; the CPU ratio is the one to read on a loaded machine).
+#include "ConversationPane.h"
 #include "support/TemporaryDirectory.h"
 
 #include <sagely/AICoach.h>
@@ -23,11 +28,14 @@
 #include <QScrollBar>
 
 #include <malloc.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <memory>
+#include <string>
 
 namespace {
 
@@ -165,6 +173,83 @@ BENCHMARK(BM_SwitchToLongConversation)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->Iterations(5);
+
+// A reply of Markdown paragraphs: lines of ~70 characters, a blank line every fifth line.
+std::string replyText(std::size_t bytes) {
+    std::string text;
+    for (std::size_t line = 0; text.size() < bytes; ++line) {
+        text += "Step " + std::to_string(line) +
+                ": open the **flow** in the editor, then click `Schedule` once more.\n";
+        if (line % 5 == 4) text += "\n";
+    }
+    text.resize(bytes);
+    return text;
+}
+
+// CPU time of the calling thread: the shared machine's load does not count.
+double threadCpuMilliseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return double(now.tv_sec) * 1e3 + double(now.tv_nsec) / 1e6;
+}
+
+struct StreamCost {
+    double milliseconds = 0;
+    double cpuMilliseconds = 0;
+    double heapMB = 0;
+    double residentMB = 0;
+};
+
+// Streams `bytes` into a fresh, visible workspace's reply bubble, 1 KB per update.
+StreamCost streamIntoView(AICoach& coach, std::size_t bytes) {
+    constexpr std::size_t kUpdate = 1024;
+    const std::string reply = replyText(bytes);
+    CoachWorkspaceView view(coach, branding());
+    view.resize(1000, 800);
+    view.show();
+    finishLayout(view);
+    auto* pane = view.findChild<ui::detail::ConversationPane*>();
+    const Memory before;
+    const auto start = std::chrono::steady_clock::now();
+    const double cpuStart = threadCpuMilliseconds();
+    for (std::size_t shown = kUpdate; shown < reply.size() + kUpdate; shown += kUpdate) {
+        pane->setPartialReply(reply.substr(0, std::min(shown, reply.size())));
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+    }
+    finishLayout(view);
+    StreamCost cost;
+    cost.cpuMilliseconds = threadCpuMilliseconds() - cpuStart;
+    cost.milliseconds =
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    const Memory after;
+    cost.heapMB = megabytes(after.heap, before.heap);
+    cost.residentMB = megabytes(after.resident, before.resident);
+    pane->setPartialReply({});
+    return cost;
+}
+
+void BM_StreamReplyIntoView(benchmark::State& state) {
+    World world;
+    world.coach->newConversation();
+    StreamCost small;
+    StreamCost large;
+    for (auto _ : state) {
+        small = streamIntoView(*world.coach, 100 * 1024);
+        large = streamIntoView(*world.coach, 1024 * 1024);
+        state.SetIterationTime((small.milliseconds + large.milliseconds) / 1000.0);
+    }
+    state.counters["ms_100KB"] = small.milliseconds;
+    state.counters["ms_1MB"] = large.milliseconds;
+    state.counters["cpu_ms_100KB"] = small.cpuMilliseconds;
+    state.counters["cpu_ms_1MB"] = large.cpuMilliseconds;
+    state.counters["ratio_1MB_100KB"] = large.milliseconds / small.milliseconds;
+    state.counters["cpu_ratio_1MB_100KB"] = large.cpuMilliseconds / small.cpuMilliseconds;
+    state.counters["heap_MB_100KB"] = small.heapMB;
+    state.counters["heap_MB_1MB"] = large.heapMB;
+    state.counters["rss_MB_100KB"] = small.residentMB;
+    state.counters["rss_MB_1MB"] = large.residentMB;
+}
+BENCHMARK(BM_StreamReplyIntoView)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace
 

@@ -61,7 +61,9 @@ protected:
 
 private:
     void fitHeight() {
-        document()->setTextWidth(viewport()->width());
+        // Setting the width, even an unchanged one, lays the whole document out again.
+        if (document()->textWidth() != viewport()->width())
+            document()->setTextWidth(viewport()->width());
         const int height = int(document()->size().height()) + 2 * frameWidth();
         if (height != this->height()) setFixedHeight(height);
     }

@@ -2,6 +2,7 @@
 // otherwise, and the same layout in both.
 #include "cli/InlineMarkdown.h"
 #include "cli/Rendering.h"
+#include "cli/Replies.h"
 #include "cli/Spinner.h"
 
 #include <sagely/CoachLesson.h>
@@ -251,6 +252,31 @@ TEST(CliSpinner, ADestroyedSpinnerErasesItsLine) {
     std::ostringstream err;
     { Spinner(err, true).start("Thinking"); }
     EXPECT_TRUE(err.str().ends_with("\r\x1b[2K")) << err.str();
+}
+
+TEST(CliStreamedReply, WholeLinesAsTheyArriveThenTheRestOfTheReply) {
+    std::istringstream in;
+    std::ostringstream out, err;
+    Host host(in, out, err);
+    StreamedReplyWriter writer(host);
+    writer.update("Open the menu\nthe");
+    EXPECT_EQ(out.str(), "Open the menu\n");
+    std::vector<std::string> suggestions;
+    writer.finish(CoachMessage(CoachMessage::Role::assistant, "Open the menu\nthen Export."),
+                  suggestions);
+    EXPECT_EQ(out.str(), "Open the menu\nthen Export.\n");
+}
+
+TEST(CliStreamedReply, AReplyThatRewroteWrittenTextFollowsWhole) {
+    std::istringstream in;
+    std::ostringstream out, err;
+    Host host(in, out, err);
+    StreamedReplyWriter writer(host);
+    writer.update("Open the menu\n");
+    std::vector<std::string> suggestions;
+    writer.finish(CoachMessage(CoachMessage::Role::assistant, "Open a menu\nthen Export."),
+                  suggestions);
+    EXPECT_EQ(out.str(), "Open the menu\n\nOpen a menu\nthen Export.\n");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <sagely/CoachLLMError.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <stdexcept>
 
 namespace sagely::testing {
@@ -15,10 +16,42 @@ public:
     std::string respond(const std::string& prompt, const OnDeviceGenerationOptions& options,
                         const CancellationToken& cancellation) override {
         if (cancellation.stopRequested()) throw CancelledError();
-        return m_owner->respond(m_model, m_number, prompt, options);
+        return outcome(m_owner->next({m_model, m_number, prompt, options, false}));
+    }
+
+    std::string streamResponse(const std::string& prompt, const OnDeviceGenerationOptions& options,
+                               const CancellationToken& cancellation,
+                               const OnDeviceSnapshotHandler& onSnapshot) override {
+        if (cancellation.stopRequested()) throw CancelledError();
+        const Answer answer = m_owner->next({m_model, m_number, prompt, options, true});
+        for (const auto& snapshot : answer.snapshots) {
+            if (cancellation.stopRequested()) throw CancelledError();
+            onSnapshot(snapshot);
+        }
+        if (answer.stalls) waitForStop(cancellation);
+        return outcome(answer);
     }
 
 private:
+    static std::string outcome(const Answer& answer) {
+        if (answer.failure) std::rethrow_exception(answer.failure);
+        return answer.text;
+    }
+
+    static void waitForStop(const CancellationToken& cancellation) {
+        std::mutex mutex;
+        std::condition_variable stopped;
+        bool done = false;
+        auto registration = cancellation.onStop([&] {
+            std::lock_guard lock(mutex);
+            done = true;
+            stopped.notify_all();
+        });
+        std::unique_lock lock(mutex);
+        stopped.wait(lock, [&] { return done; });
+        throw CancelledError();
+    }
+
     std::shared_ptr<FakeOnDeviceModel> m_owner;
     std::string m_model;
     std::size_t m_number;
@@ -146,19 +179,13 @@ std::size_t FakeOnDeviceModel::openSession() {
     return ++m_sessions;
 }
 
-std::string FakeOnDeviceModel::respond(const std::string& model, std::size_t session,
-                                       const std::string& prompt,
-                                       const OnDeviceGenerationOptions& options) {
-    Answer answer;
-    {
-        std::lock_guard lock(m_mutex);
-        m_calls.push_back({model, session, prompt, options});
-        if (m_answers.empty()) return "fake reply";
-        answer = std::move(m_answers.front());
-        m_answers.pop_front();
-    }
-    if (answer.failure) std::rethrow_exception(answer.failure);
-    return answer.text;
+FakeOnDeviceModel::Answer FakeOnDeviceModel::next(RespondCall call) {
+    std::lock_guard lock(m_mutex);
+    m_calls.push_back(std::move(call));
+    if (m_answers.empty()) return reply("fake reply");
+    Answer answer = std::move(m_answers.front());
+    m_answers.pop_front();
+    return answer;
 }
 
 }  // namespace sagely::testing

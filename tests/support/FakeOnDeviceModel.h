@@ -1,9 +1,10 @@
 // FakeOnDeviceModel — an on-device model framework for tests: models with chosen availability,
 // adapters that load or fail by name or path, and sessions that answer from a script while
-// recording every prompt and option they were given.
+// recording every prompt and option they were given. A streamed answer hands its scripted
+// snapshots on first, and may then wait until it is stopped.
 //
-// Thread rules: respond() may run on a worker thread while the test reads the records; every
-// member is guarded by one mutex.
+// Thread rules: respond() and streamResponse() may run on a worker thread while the test reads the
+// records; every member is guarded by one mutex.
 #pragma once
 
 #include <sagely/OnDeviceModel.h>
@@ -29,11 +30,16 @@ public:
         std::size_t session = 0;  ///< counting from 1, in the order sessions were made
         std::string prompt;
         OnDeviceGenerationOptions options;
+        bool streamed = false;  ///< asked through streamResponse()
     };
-    /// One scripted answer: a reply text, or an exception to throw.
+    /// One scripted answer: a reply text, or an exception to throw. When streamed, the
+    /// snapshots come first, each the whole text so far; with `stalls`, the answer then waits
+    /// until its token is stopped (and throws CancelledError).
     struct Answer {
         std::string text;
         std::exception_ptr failure;
+        std::vector<std::string> snapshots = {};
+        bool stalls = false;
     };
 
     static Answer reply(std::string text) { return {std::move(text), nullptr}; }
@@ -74,8 +80,8 @@ private:
     std::shared_ptr<OnDeviceLanguageModel> select(const std::string& label,
                                                   OnDeviceAvailability availability);
     std::size_t openSession();
-    std::string respond(const std::string& model, std::size_t session, const std::string& prompt,
-                        const OnDeviceGenerationOptions& options);
+    /// Records the call and takes the next answer.
+    Answer next(RespondCall call);
 
     mutable std::mutex m_mutex;
     OnDeviceAvailability m_defaultAvailability = OnDeviceAvailability::available;

@@ -4,8 +4,9 @@
 // complete() selects a model from the configured model string (see AppleOnDeviceRouting), checks
 // that it is available, flattens the chat into one prompt, fits it to a 4096-token window and
 // asks a fresh session to respond; a context-window overflow is retried once with the first 1500
-// characters. It blocks: call it on a worker thread. Nothing is kept between calls, so one client
-// may serve several threads at once.
+// characters. stream() does the same while handing the text on as the model writes it. Both
+// block: call them on a worker thread. Nothing is kept between calls, so one client may serve
+// several threads at once.
 //
 // Errors: CoachLLMError::serverError with a sentence for the user, or the generation error's own
 // description; any error that is not a generation error (CancelledError, for one) passes through
@@ -18,8 +19,10 @@
 #include <sagely/LLMMessage.h>
 #include <sagely/OnDeviceModel.h>
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sagely {
@@ -42,11 +45,28 @@ public:
     std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                          const CancellationToken& cancellation = {}) const;
 
+    /// Receives each new piece of the visible text, on the thread that called stream().
+    using DeltaHandler = std::function<void(std::string_view delta)>;
+
+    /// As complete(), handing on each piece of text the model adds, and returns the whole reply.
+    /// The pieces always extend what was handed on before: a snapshot that rewrites text already
+    /// shown is held back (what was shown cannot be taken back) until the text extends what was
+    /// shown again, or the reply is complete. Because shown text cannot be taken back either,
+    /// an overflow is retried only before any text was shown; after some, an overflow ends the
+    /// reply with the text shown (as a length limit would) and any other generation error fails
+    /// with its description.
+    std::string stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
+                       const CancellationToken& cancellation, const DeltaHandler& onDelta) const;
+
 private:
+    class SnapshotDeltas;
+
+    std::unique_ptr<OnDeviceSession> openSession(const CoachConfig& config) const;
     std::shared_ptr<OnDeviceLanguageModel> selectModel(const CoachConfig& config) const;
+    /// Streams when `deltas` is given.
     std::string respondWithRetry(OnDeviceSession& session, const std::string& prompt,
-                                 const CoachConfig& config,
-                                 const CancellationToken& cancellation) const;
+                                 const CoachConfig& config, const CancellationToken& cancellation,
+                                 SnapshotDeltas* deltas) const;
 
     std::shared_ptr<OnDeviceModel> m_model;
 };

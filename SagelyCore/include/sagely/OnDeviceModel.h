@@ -7,8 +7,8 @@
 // offers no usable model. Tests substitute a fake.
 //
 // Thread rules: implementations are thread-safe; one session serves one request on one thread.
-// respond() blocks until the reply arrives or the token is stopped (then it throws
-// CancelledError).
+// respond() and streamResponse() block until the reply arrives or the token is stopped (then
+// they throw CancelledError).
 #pragma once
 
 #include <sagely/CancellationToken.h>
@@ -16,6 +16,7 @@
 #include <sagely/Export.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -53,12 +54,22 @@ private:
     Kind m_kind;
 };
 
+/// Receives the whole text generated so far (the framework's snapshots are cumulative, not
+/// deltas), on the thread that called streamResponse().
+using OnDeviceSnapshotHandler = std::function<void(const std::string& textSoFar)>;
+
 /// One conversation with a model; the system text travels inside the prompt.
 class SAGELY_EXPORT OnDeviceSession {
 public:
     virtual ~OnDeviceSession() = default;
     virtual std::string respond(const std::string& prompt, const OnDeviceGenerationOptions& options,
                                 const CancellationToken& cancellation) = 0;
+    /// Responds as respond() does, handing on the text so far as it grows, and returns the whole
+    /// reply. Errors as respond(). The default responds in one piece and hands nothing on.
+    virtual std::string streamResponse(const std::string& prompt,
+                                       const OnDeviceGenerationOptions& options,
+                                       const CancellationToken& cancellation,
+                                       const OnDeviceSnapshotHandler& onSnapshot);
 };
 
 /// One selected model.

@@ -47,6 +47,13 @@ bool usesOnDeviceModel(const CoachConfig& config) {
     return config.provider == Provider::apple && text::trimmed(config.customEndpoint).empty();
 }
 
+void requireOnDeviceSystem() {
+    if (!isMacOSAtLeast(26)) {
+        throw CoachLLMError::serverError(
+            "Apple on-device models require macOS 26 and Apple Intelligence.");
+    }
+}
+
 bool isControlCharacter(char32_t c) {
     return c < 0x20 || (c >= 0x7F && c <= 0x9F);
 }
@@ -132,10 +139,7 @@ std::string LLMClient::complete(const std::vector<LLMMessage>& messages, const C
                                 const std::optional<std::string>& modelOverride,
                                 const CancellationToken& cancellation) {
     if (usesOnDeviceModel(config)) {
-        if (!isMacOSAtLeast(26)) {
-            throw CoachLLMError::serverError(
-                "Apple on-device models require macOS 26 and Apple Intelligence.");
-        }
+        requireOnDeviceSystem();
         return AppleFoundationModelClient(m_onDevice).complete(messages, config, cancellation);
     }
     const Dialect& dialect = dialectFor(config.provider);
@@ -148,7 +152,12 @@ LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachC
                            const std::optional<std::string>& modelOverride,
                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) {
     if (usesOnDeviceModel(config)) {
-        return LLMService::stream(messages, config, modelOverride, cancellation, onDelta);
+        if (!config.streamsReplies)
+            return LLMService::stream(messages, config, modelOverride, cancellation, onDelta);
+        requireOnDeviceSystem();
+        return {
+            AppleFoundationModelClient(m_onDevice).stream(messages, config, cancellation, onDelta),
+            std::nullopt};
     }
     const Dialect& dialect = dialectFor(config.provider);
     if (!config.streamsReplies) {

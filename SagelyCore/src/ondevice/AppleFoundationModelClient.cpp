@@ -94,37 +94,94 @@ std::shared_ptr<OnDeviceLanguageModel> AppleFoundationModelClient::selectModel(
     return loadAdapterFile(*m_model, route.payload);
 }
 
-std::string AppleFoundationModelClient::complete(const std::vector<LLMMessage>& messages,
-                                                 const CoachConfig& config,
-                                                 const CancellationToken& cancellation) const {
+// Turns the framework's cumulative snapshots into the pieces each adds. A snapshot that does not
+// begin with the text handed on so far is held back: nobody downstream can take text back.
+class AppleFoundationModelClient::SnapshotDeltas {
+public:
+    explicit SnapshotDeltas(const DeltaHandler& onDelta) : m_onDelta(onDelta) {}
+
+    void operator()(const std::string& snapshot) {
+        if (snapshot.size() <= m_shown.size() || !snapshot.starts_with(m_shown)) return;
+        const std::size_t start = m_shown.size();
+        m_shown = snapshot;
+        if (m_onDelta) m_onDelta(std::string_view(m_shown).substr(start));
+    }
+
+    const std::string& shown() const { return m_shown; }
+
+private:
+    const DeltaHandler& m_onDelta;
+    std::string m_shown;
+};
+
+std::unique_ptr<OnDeviceSession> AppleFoundationModelClient::openSession(
+    const CoachConfig& config) const {
     const std::shared_ptr<OnDeviceLanguageModel> model = selectModel(config);
     if (model->availability() != OnDeviceAvailability::available) {
         throw CoachLLMError::serverError(availabilityMessage(*model));
     }
-    const std::unique_ptr<OnDeviceSession> session = model->makeSession();
-    return respondWithRetry(*session, detail::flattenTranscript(messages), config, cancellation);
+    return model->makeSession();
 }
 
-std::string AppleFoundationModelClient::respondWithRetry(
-    OnDeviceSession& session, const std::string& prompt, const CoachConfig& config,
-    const CancellationToken& cancellation) const {
+std::string AppleFoundationModelClient::complete(const std::vector<LLMMessage>& messages,
+                                                 const CoachConfig& config,
+                                                 const CancellationToken& cancellation) const {
+    return respondWithRetry(*openSession(config), detail::flattenTranscript(messages), config,
+                            cancellation, nullptr);
+}
+
+std::string AppleFoundationModelClient::stream(const std::vector<LLMMessage>& messages,
+                                               const CoachConfig& config,
+                                               const CancellationToken& cancellation,
+                                               const DeltaHandler& onDelta) const {
+    SnapshotDeltas deltas(onDelta);
+    std::string reply = respondWithRetry(*openSession(config), detail::flattenTranscript(messages),
+                                         config, cancellation, &deltas);
+    deltas(reply);  // what the last snapshot did not hand on yet
+    return reply;
+}
+
+std::string AppleFoundationModelClient::respondWithRetry(OnDeviceSession& session,
+                                                         const std::string& prompt,
+                                                         const CoachConfig& config,
+                                                         const CancellationToken& cancellation,
+                                                         SnapshotDeltas* deltas) const {
+    const auto ask = [&](const AppleOnDevicePromptFit& fit) {
+        if (!deltas) return session.respond(fit.prompt, optionsFor(config, fit), cancellation);
+        return session.streamResponse(
+            fit.prompt, optionsFor(config, fit), cancellation,
+            [deltas](const std::string& snapshot) { (*deltas)(snapshot); });
+    };
+    const auto overflowed = [](const OnDeviceGenerationError& error) {
+        return error.kind() == OnDeviceGenerationError::Kind::exceededContextWindowSize;
+    };
+    // Text already shown stays: the request does not start over, and an overflow ends the reply
+    // where it stands, as a length limit would.
+    const auto hasShownText = [deltas] { return deltas && !deltas->shown().empty(); };
     const auto fitted = AppleOnDevicePromptFit::fit(prompt, config.maxTokens, contextTokenLimit);
     try {
-        return session.respond(fitted.prompt, optionsFor(config, fitted), cancellation);
+        return ask(fitted);
     } catch (const OnDeviceGenerationError& error) {
-        if (error.kind() != OnDeviceGenerationError::Kind::exceededContextWindowSize) {
-            throw CoachLLMError::serverError(error.errorDescription());
-        }
+        if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
+        if (hasShownText()) return deltas->shown();
     }
     // Keep the beginning of the prompt: that is where the system instructions stand.
     const auto shorter =
         AppleOnDevicePromptFit::fit(text::prefixCharacters(fitted.prompt, kRetryPromptCharacters),
                                     kRetryRequestedTokens, contextTokenLimit);
     try {
-        return session.respond(shorter.prompt, optionsFor(config, shorter), cancellation);
+        return ask(shorter);
+    } catch (const CancelledError&) {
+        throw;
+    } catch (const OnDeviceGenerationError& error) {
+        if (hasShownText()) {
+            if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
+            return deltas->shown();
+        }
     } catch (...) {
-        throw CoachLLMError::serverError(contextWindowMessage());
+        // Any failure of the shorter prompt means the question does not fit.
     }
+    throw CoachLLMError::serverError(contextWindowMessage());
 }
 
 bool AppleFoundationModelSupport::isRuntimeAvailable() {

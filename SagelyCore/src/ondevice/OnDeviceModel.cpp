@@ -4,6 +4,13 @@
 
 namespace sagely {
 
+std::string OnDeviceSession::streamResponse(const std::string& prompt,
+                                            const OnDeviceGenerationOptions& options,
+                                            const CancellationToken& cancellation,
+                                            const OnDeviceSnapshotHandler&) {
+    return respond(prompt, options, cancellation);
+}
+
 std::shared_ptr<OnDeviceModel> OnDeviceModel::system() {
     static const std::shared_ptr<OnDeviceModel> model = detail::makeSystemOnDeviceModel();
     return model;

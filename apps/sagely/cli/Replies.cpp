@@ -19,6 +19,12 @@ void StreamedReplyWriter::update(std::string_view text) {
 
 void StreamedReplyWriter::finish(const CoachMessage& reply, std::vector<std::string>& suggestions) {
     const std::string& text = reply.content();
+    if (!text.starts_with(m_writtenText)) {
+        // The model rewrote text already written (the on-device model's snapshots may): what
+        // was written cannot be taken back, so the reply follows, whole.
+        m_host.out << "\n";
+        m_writtenText.clear();
+    }
     write(text, /*complete=*/true);
     if (!text.empty() && !text.ends_with('\n')) m_host.out << "\n";
     if (reply.card()) m_host.out << "\n" << m_renderer.card(*reply.card(), suggestions);
@@ -28,8 +34,8 @@ void StreamedReplyWriter::finish(const CoachMessage& reply, std::vector<std::str
 
 // Whole lines only, so that styling sees each line whole; the rest once the reply is complete.
 void StreamedReplyWriter::write(std::string_view text, bool complete) {
-    if (text.size() <= m_written) return;
-    std::string_view fresh = text.substr(m_written);
+    if (text.size() <= m_writtenText.size()) return;
+    std::string_view fresh = text.substr(m_writtenText.size());
     if (!complete) fresh = fresh.substr(0, fresh.rfind('\n') + 1);  // npos + 1 is 0
     for (std::size_t start = 0; start < fresh.size();) {
         const std::size_t end = std::min(fresh.find('\n', start), fresh.size());
@@ -37,7 +43,7 @@ void StreamedReplyWriter::write(std::string_view text, bool complete) {
         if (end < fresh.size()) m_host.out << "\n";
         start = end + 1;
     }
-    m_written += fresh.size();
+    m_writtenText += fresh;
     m_host.out.flush();
 }
 

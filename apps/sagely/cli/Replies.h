@@ -23,9 +23,9 @@ public:
     explicit StreamedReplyWriter(Host& host);
     /// `text` is the whole reply so far; each call's text begins with the previous one's.
     void update(std::string_view text);
-    bool started() const { return m_written > 0; }
-    /// The text not written yet (the reply's, which begins with what was streamed), then the
-    /// card and lesson, numbered after `suggestions`.
+    bool started() const { return !m_writtenText.empty(); }
+    /// The text not written yet, then the card and lesson, numbered after `suggestions`. A reply
+    /// that does not begin with what was written is written again, whole, on a new line.
     void finish(const CoachMessage& reply, std::vector<std::string>& suggestions);
 
 private:
@@ -33,7 +33,7 @@ private:
 
     Host& m_host;
     Renderer m_renderer;
-    std::size_t m_written = 0;  // bytes of the reply's text already written
+    std::string m_writtenText;  // the beginning of the reply already written
 };
 
 /// Prints the reply on standard output: rendered for the terminal, or as the kit's JSON of the

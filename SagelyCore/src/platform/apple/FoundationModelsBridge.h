@@ -27,9 +27,13 @@ enum {
     SAGELY_FM_OTHER_ERROR = 4,       ///< text: the error's localized description
 };
 
-/// Called exactly once per successful sagely_fm_session_respond, on an arbitrary thread. `text`
-/// is valid only during the call.
+/// Called exactly once per successful sagely_fm_session_respond or sagely_fm_session_stream, on
+/// an arbitrary thread. `text` is valid only during the call.
 typedef void (*sagely_fm_completion)(void* context, int32_t outcome, const char* text);
+
+/// Called with the whole text generated so far, before the completion of the same stream and
+/// never concurrently with it or with itself. `text` is valid only during the call.
+typedef void (*sagely_fm_snapshot)(void* context, const char* text);
 
 void sagely_fm_release(void* handle);
 
@@ -46,6 +50,11 @@ void* sagely_fm_session_create(void* model);
 void* sagely_fm_session_respond(void* session, const char* prompt, double temperature,
                                 int64_t maximumResponseTokens, void* context,
                                 sagely_fm_completion completion);
+/// As sagely_fm_session_respond, streaming: `snapshot` receives each snapshot of the response,
+/// then `completion` its end (the whole text, or the error).
+void* sagely_fm_session_stream(void* session, const char* prompt, double temperature,
+                               int64_t maximumResponseTokens, void* context,
+                               sagely_fm_snapshot snapshot, sagely_fm_completion completion);
 void sagely_fm_task_cancel(void* task);
 
 #ifdef __cplusplus

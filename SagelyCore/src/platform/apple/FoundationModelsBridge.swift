@@ -23,6 +23,8 @@ private func unboxed(_ handle: UnsafeMutableRawPointer) -> Any {
 
 public typealias SagelyCompletion =
     @convention(c) (UnsafeMutableRawPointer?, Int32, UnsafePointer<CChar>?) -> Void
+public typealias SagelySnapshot =
+    @convention(c) (UnsafeMutableRawPointer?, UnsafePointer<CChar>?) -> Void
 
 @_cdecl("sagely_fm_release")
 public func sagelyFMRelease(_ handle: UnsafeMutableRawPointer?) {
@@ -116,32 +118,86 @@ public func sagelyFMSessionRespond(
     #if canImport(FoundationModels)
     if #available(macOS 26.0, *), let session = unboxed(session) as? LanguageModelSession {
         let text = String(cString: prompt)
-        let options = GenerationOptions(
-            sampling: nil, temperature: temperature,
-            maximumResponseTokens: Int(maximumResponseTokens))
-        let task = Task {
-            do {
-                let response = try await session.respond(to: text, options: options)
-                response.content.withCString { completion(context, 0, $0) }
-            } catch let error as LanguageModelSession.GenerationError {
-                // What macOS 26 throws, and macOS 27 to apps built with the macOS 26 SDK.
-                if case .exceededContextWindowSize = error {
-                    error.localizedDescription.withCString { completion(context, 1, $0) }
-                } else {
-                    error.localizedDescription.withCString { completion(context, 2, $0) }
-                }
-            } catch is CancellationError {
-                completion(context, 3, nil)
-            } catch {
-                let outcome: Int32 = sagelyIsContextSizeExceeded(error) ? 1 : 4
-                error.localizedDescription.withCString { completion(context, outcome, $0) }
-            }
+        let options = sagelyOptions(temperature, maximumResponseTokens)
+        return sagelyRun(context, completion) {
+            try await session.respond(to: text, options: options).content
         }
-        return retained(task)
     }
     #endif
     return nil
 }
+
+@_cdecl("sagely_fm_session_stream")
+public func sagelyFMSessionStream(
+    _ session: UnsafeMutableRawPointer, _ prompt: UnsafePointer<CChar>, _ temperature: Double,
+    _ maximumResponseTokens: Int64, _ context: UnsafeMutableRawPointer?,
+    _ snapshot: SagelySnapshot, _ completion: SagelyCompletion
+) -> UnsafeMutableRawPointer? {
+    #if canImport(FoundationModels)
+    if #available(macOS 26.0, *), let session = unboxed(session) as? LanguageModelSession {
+        let text = String(cString: prompt)
+        let options = sagelyOptions(temperature, maximumResponseTokens)
+        return sagelyRun(context, completion) {
+            // Each snapshot holds the whole response so far, not a delta; the C++ side turns
+            // them into pieces.
+            var latest = ""
+            for try await partial in session.streamResponse(to: text, options: options) {
+                latest = partial.content
+                latest.withCString { snapshot(context, $0) }
+            }
+            return latest
+        }
+    }
+    #endif
+    return nil
+}
+
+#if canImport(FoundationModels)
+@available(macOS 26.0, *)
+private func sagelyOptions(_ temperature: Double, _ maximumResponseTokens: Int64)
+    -> GenerationOptions
+{
+    GenerationOptions(
+        sampling: nil, temperature: temperature,
+        maximumResponseTokens: Int(maximumResponseTokens))
+}
+
+/// Runs a response on a task, which it returns: the reply's text, or the failure, goes to
+/// `completion`.
+@available(macOS 26.0, *)
+private func sagelyRun(
+    _ context: UnsafeMutableRawPointer?, _ completion: SagelyCompletion,
+    _ respond: @escaping () async throws -> String
+) -> UnsafeMutableRawPointer {
+    let task = Task {
+        do {
+            let reply = try await respond()
+            reply.withCString { completion(context, 0, $0) }
+        } catch {
+            sagelyReportFailure(error, context, completion)
+        }
+    }
+    return retained(task)
+}
+
+/// Ends a response that failed: its outcome code and description go to `completion`.
+@available(macOS 26.0, *)
+private func sagelyReportFailure(
+    _ error: any Error, _ context: UnsafeMutableRawPointer?, _ completion: SagelyCompletion
+) {
+    if let error = error as? LanguageModelSession.GenerationError {
+        // What macOS 26 throws, and macOS 27 to apps built with the macOS 26 SDK.
+        let outcome: Int32
+        if case .exceededContextWindowSize = error { outcome = 1 } else { outcome = 2 }
+        error.localizedDescription.withCString { completion(context, outcome, $0) }
+    } else if error is CancellationError {
+        completion(context, 3, nil)
+    } else {
+        let outcome: Int32 = sagelyIsContextSizeExceeded(error) ? 1 : 4
+        error.localizedDescription.withCString { completion(context, outcome, $0) }
+    }
+}
+#endif
 
 /// Whether the error is macOS 27's context-window overflow, which apps built with the macOS 27
 /// SDK receive as `LanguageModelError.contextSizeExceeded(_:)` in place of

@@ -24,6 +24,8 @@ struct PendingReply {
     std::condition_variable changed;
     bool finished = false;
     bool stopped = false;
+    bool hasSnapshot = false;  // a snapshot the waiting thread has not handed on yet
+    std::string snapshot;      // only the latest matters: each holds the whole text so far
     int32_t outcome = SAGELY_FM_OTHER_ERROR;
     std::string text;
 };
@@ -41,6 +43,19 @@ void deliverReply(void* context, int32_t outcome, const char* text) {
         pending.outcome = SAGELY_FM_OTHER_ERROR;
     }
     pending.finished = true;
+    pending.changed.notify_all();
+}
+
+// Runs on a Swift task's thread, before that stream's completion; never throws.
+void deliverSnapshot(void* context, const char* text) {
+    PendingReply& pending = **static_cast<std::shared_ptr<PendingReply>*>(context);
+    std::lock_guard lock(pending.mutex);
+    try {
+        pending.snapshot = text != nullptr ? text : "";
+        pending.hasSnapshot = true;
+    } catch (...) {
+        // A snapshot lost for want of memory is made good by the next one, or by the reply.
+    }
     pending.changed.notify_all();
 }
 
@@ -66,12 +81,32 @@ public:
 
     std::string respond(const std::string& prompt, const OnDeviceGenerationOptions& options,
                         const CancellationToken& cancellation) override {
+        return await(cancellation, nullptr, [&](void* context) {
+            return sagely_fm_session_respond(m_session.get(), prompt.c_str(), options.temperature,
+                                             options.maximumResponseTokens, context, &deliverReply);
+        });
+    }
+
+    std::string streamResponse(const std::string& prompt, const OnDeviceGenerationOptions& options,
+                               const CancellationToken& cancellation,
+                               const OnDeviceSnapshotHandler& onSnapshot) override {
+        return await(cancellation, &onSnapshot, [&](void* context) {
+            return sagely_fm_session_stream(m_session.get(), prompt.c_str(), options.temperature,
+                                            options.maximumResponseTokens, context,
+                                            &deliverSnapshot, &deliverReply);
+        });
+    }
+
+private:
+    // Starts a response with `start(context)` and waits for its end on this thread, handing
+    // snapshots to `onSnapshot` here as they arrive.
+    template <typename Start>
+    static std::string await(const CancellationToken& cancellation,
+                             const OnDeviceSnapshotHandler* onSnapshot, Start start) {
         if (cancellation.stopRequested()) throw CancelledError();
         auto pending = std::make_shared<PendingReply>();
         auto* context = new std::shared_ptr<PendingReply>(pending);
-        BridgeHandle task =
-            adopt(sagely_fm_session_respond(m_session.get(), prompt.c_str(), options.temperature,
-                                            options.maximumResponseTokens, context, &deliverReply));
+        BridgeHandle task = adopt(start(context));
         if (!task) {
             delete context;
             throw Error("The on-device model could not start a response.");
@@ -83,12 +118,29 @@ public:
             pending->changed.notify_all();
         });
         std::unique_lock lock(pending->mutex);
-        pending->changed.wait(lock, [&] { return pending->finished || pending->stopped; });
-        if (!pending->finished) throw CancelledError();
-        return replyOrThrow(pending->outcome, pending->text);
+        while (true) {
+            pending->changed.wait(lock, [&] {
+                return pending->finished || pending->stopped || pending->hasSnapshot;
+            });
+            if (pending->hasSnapshot && !pending->stopped) {
+                pending->hasSnapshot = false;
+                if (!onSnapshot) continue;
+                const std::string text = std::move(pending->snapshot);
+                lock.unlock();
+                try {
+                    (*onSnapshot)(text);
+                } catch (...) {
+                    sagely_fm_task_cancel(task.get());
+                    throw;
+                }
+                lock.lock();
+                continue;
+            }
+            if (!pending->finished) throw CancelledError();
+            return replyOrThrow(pending->outcome, pending->text);
+        }
     }
 
-private:
     BridgeHandle m_session;
 };
 
