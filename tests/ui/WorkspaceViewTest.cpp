@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QLabel>
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPlainTextEdit>
@@ -238,6 +239,30 @@ TEST_F(WorkspaceViewTest, WhileThinkingTheButtonIsDisabledButReturnStillSends) {
     EXPECT_EQ(messages[1].content(), "Second question");
     EXPECT_EQ(messages[2].content(), "The second answer.");
     EXPECT_EQ(child("thinkingRow"), nullptr);
+}
+
+TEST_F(WorkspaceViewTest, AWaitBeforeARetryShowsInTheThinkingRow) {
+    makeView();
+    auto busy = ScriptedResponse::json(429, "{}");
+    busy.headers.emplace_back("retry-after-ms", "2500");
+    world.server.enqueue(busy);
+    replyWith("Worth the wait.");
+    coach->newConversation();
+    settle();
+    type(QStringLiteral("Are you busy?"));
+    QTest::keyClick(field(), Qt::Key_Return);
+    auto thinkingText = [&] {
+        auto* row = child("thinkingRow");
+        auto* label = row ? row->findChild<QLabel*>(QStringLiteral("thinkingText")) : nullptr;
+        return label ? label->text() : QString();
+    };
+    ASSERT_TRUE(
+        waitUntil([&] { return thinkingText() == QStringLiteral("Retrying in 3 s\u2026"); }));
+    ASSERT_TRUE(waitUntil([&] { return messageCount() == 2; }, 10s));
+    EXPECT_EQ(coach->currentConversation().get()->messages()[1].content(), "Worth the wait.");
+    coach->send("Again");  // the next request starts from the plain text
+    ASSERT_TRUE(waitUntil([&] { return coach->isThinking().get(); }));
+    EXPECT_EQ(thinkingText(), QStringLiteral("Thinking..."));
 }
 
 TEST_F(WorkspaceViewTest, ControlReturnPressesTheSendButton) {

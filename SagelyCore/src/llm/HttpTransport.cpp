@@ -119,6 +119,19 @@ struct Reception {
     curl_off_t uploaded = 0;
 };
 
+// The headers of the last reply the handle received (not those of earlier redirects).
+HeaderList replyHeaders(CURL* easy) {
+    HeaderList headers;
+    curl_header* previous = nullptr;
+    while (headers.size() < kMaxKeptHeaders) {
+        curl_header* header = curl_easy_nextheader(easy, CURLH_HEADER, -1, previous);
+        if (header == nullptr) break;
+        headers.emplace_back(header->name, header->value);
+        previous = header;
+    }
+    return headers;
+}
+
 bool isSuccess(long status) {
     return status >= 200 && status <= 299;
 }
@@ -404,6 +417,7 @@ HttpResponse perform(const HttpRequest& request, bool startAsGet,
             url = std::move(target);
             continue;
         }
+        response.headers = replyHeaders(context.easy);
         response.body = std::move(received.bytes);
         response.truncated = received.errorBodyCut;
         return response;

@@ -49,10 +49,15 @@ struct HttpRequest {
 
 struct HttpResponse {
     long status = 0;
+    /// The final reply's headers, names as the server wrote them (at most kMaxKeptHeaders).
+    HeaderList headers;
     std::string body;
     /// The body was cut at HttpLimits::maxErrorBodyBytes (error replies only).
     bool truncated = false;
 };
+
+/// The most headers of a reply kept in HttpResponse::headers.
+inline constexpr std::size_t kMaxKeptHeaders = 100;
 
 /// Sent when a success reply exceeds HttpLimits::maxReplyBytes.
 inline constexpr std::string_view kReplyTooLarge = "The AI response was too large.";

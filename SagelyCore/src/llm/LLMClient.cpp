@@ -12,10 +12,15 @@
 #include "llm/ModelListFormats.h"
 #include "llm/OllamaChatDialect.h"
 #include "llm/OpenAIChatDialect.h"
+#include "llm/RetryPolicy.h"
 #include "llm/StreamedReply.h"
 #include "settings/ProviderEndpoints.h"
 
+#include <curl/curl.h>
+
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <set>
 
 namespace sagely {
@@ -114,11 +119,66 @@ detail::HttpRequest httpRequest(const Dialect& dialect, const std::vector<LLMMes
     return requestFor(dialect, messages, config, model, std::move(*url), streamed);
 }
 
+// A connection that broke (reset, closed, nothing received): worth another try when nothing of
+// the reply arrived.
+bool isBrokenConnection(const TransportError& failure) {
+    static const std::string lost = detail::transportFailureDescription(CURLE_RECV_ERROR);
+    return failure.what() == lost;
+}
+
+// Sleeps for `wait`, or throws CancelledError as soon as the token is stopped.
+void waitUnlessStopped(std::chrono::milliseconds wait, const CancellationToken& cancellation) {
+    std::mutex mutex;
+    std::condition_variable woken;
+    bool stopped = false;
+    const auto registration = cancellation.onStop([&] {
+        const std::lock_guard lock(mutex);
+        stopped = true;
+        woken.notify_all();
+    });
+    std::unique_lock lock(mutex);
+    woken.wait_for(lock, wait, [&] { return stopped; });
+    if (stopped) throw CancelledError();
+}
+
+// Sends by `send` until a reply is not worth another try, waiting in between as the retry
+// policy says. `nothingReceived` tells whether a broken connection left the reply untouched.
+detail::HttpResponse sendWithRetries(const std::function<detail::HttpResponse()>& send,
+                                     const std::function<bool()>& nothingReceived,
+                                     const CancellationToken& cancellation,
+                                     const LLMRetryHandler& onRetry) {
+    const detail::RetryPolicy policy;
+    for (int retry = 1;; ++retry) {
+        std::optional<std::chrono::milliseconds> wait;
+        try {
+            detail::HttpResponse response = send();
+            if (!detail::RetryPolicy::isRetriedStatus(response.status)) return response;
+            wait = policy.waitAfterStatus(retry, response.status, response.headers, response.body);
+            if (!wait) return response;
+        } catch (const TransportError& failure) {
+            if (!isBrokenConnection(failure) || !nothingReceived()) throw;
+            wait = policy.waitAfterBrokenConnection(retry);
+            if (!wait) throw;
+        }
+        if (onRetry) onRetry(*wait);
+        waitUnlessStopped(*wait, cancellation);
+        if (onRetry) onRetry(std::chrono::milliseconds(0));
+    }
+}
+
+detail::HttpResponse postWithRetries(const detail::HttpRequest& request,
+                                     const CancellationToken& cancellation,
+                                     const LLMRetryHandler& onRetry) {
+    return sendWithRetries([&] { return detail::post(request, cancellation); }, [] { return true; },
+                           cancellation, onRetry);
+}
+
 }  // namespace
 
 LLMReply LLMService::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                             const std::optional<std::string>& modelOverride,
-                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) {
+                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta,
+                            const LLMRetryHandler& /*onRetry*/) {
     LLMReply reply{complete(messages, config, modelOverride, cancellation)};
     if (onDelta && !reply.text.empty()) onDelta(reply.text);
     return reply;
@@ -139,22 +199,23 @@ std::string LLMClient::complete(const std::vector<LLMMessage>& messages, const C
         return AppleFoundationModelClient(m_onDevice).complete(messages, config, cancellation);
     }
     const Dialect& dialect = dialectFor(config.provider);
-    return readReply(dialect, detail::post(httpRequest(dialect, messages, config, modelOverride,
-                                                       /*streamed=*/false),
-                                           cancellation));
+    return readReply(dialect, postWithRetries(httpRequest(dialect, messages, config, modelOverride,
+                                                          /*streamed=*/false),
+                                              cancellation, {}));
 }
 
 LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                            const std::optional<std::string>& modelOverride,
-                           const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) {
+                           const CancellationToken& cancellation, const LLMDeltaHandler& onDelta,
+                           const LLMRetryHandler& onRetry) {
     if (usesOnDeviceModel(config)) {
         return LLMService::stream(messages, config, modelOverride, cancellation, onDelta);
     }
     const Dialect& dialect = dialectFor(config.provider);
     if (!config.streamsReplies) {
-        const detail::HttpResponse response =
-            detail::post(httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false),
-                         cancellation);
+        const detail::HttpResponse response = postWithRetries(
+            httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false), cancellation,
+            onRetry);
         LLMReply reply{readReply(dialect, response), std::nullopt};
         dialect.readUsage(detail::parseAnswer(response.body), reply.usage);
         if (onDelta && !reply.text.empty()) onDelta(reply.text);
@@ -165,10 +226,12 @@ LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachC
     detail::StreamedReplyReader reader(dialect, onDelta);
     detail::HttpResponse response;
     try {
-        response = detail::post(request, cancellation,
-                                [&reader](std::string_view contentType, std::string_view bytes) {
-                                    reader.feed(contentType, bytes);
-                                });
+        const detail::BodySink sink = [&reader](std::string_view contentType,
+                                                std::string_view bytes) {
+            reader.feed(contentType, bytes);
+        };
+        response = sendWithRetries([&] { return detail::post(request, cancellation, sink); },
+                                   [&reader] { return !reader.started(); }, cancellation, onRetry);
     } catch (const TransportError&) {
         // A stream lost (or gone silent) part-way ends there: the text so far is the reply.
         if (!reader.started()) throw;

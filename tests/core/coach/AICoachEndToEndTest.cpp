@@ -194,6 +194,23 @@ TEST_F(AICoachEndToEndTest, AReplyKeepsWhatItCostAndSavesIt) {
     EXPECT_EQ(harness.savedConversations()[0].messages().front().usage(), std::nullopt);
 }
 
+TEST_F(AICoachEndToEndTest, AWaitBeforeARetryIsPublishedAndClearedWithTheReply) {
+    configure(Provider::openai, "sk-openai", "/v1/chat/completions");
+    auto busy = ScriptedResponse::json(429, "{}");
+    busy.headers.emplace_back("retry-after-ms", "1500");
+    server.enqueue(busy);
+    server.enqueue(ScriptedResponse::json(200, openAIReply("After the wait")));
+    makeCoach();
+    std::vector<std::string> statuses;
+    const Subscription watching = coach->retryStatus().onDidChange(
+        [&](const std::string& status) { statuses.push_back(status); });
+    const auto reply = ask("Busy?");
+    ASSERT_TRUE(reply.has_value());
+    EXPECT_EQ(reply->content(), "After the wait");
+    EXPECT_EQ(statuses, (std::vector<std::string>{"Retrying in 2 s\u2026", ""}));
+    EXPECT_FALSE(coach->error().get().has_value());
+}
+
 TEST_F(AICoachEndToEndTest, Anthropic) {
     configure(Provider::anthropic, "sk-ant", "/v1/messages");
     const auto request = askTwice(anthropicReply("First answer"), anthropicReply("Second answer"));
