@@ -55,6 +55,11 @@ using LLMDeltaHandler = std::function<void(std::string_view delta)>;
 /// when the wait is over and the request goes out again.
 using LLMRetryHandler = std::function<void(std::chrono::milliseconds wait)>;
 
+/// Waits `wait` before a request is tried again, or throws CancelledError as soon as the token is
+/// stopped. The default sleeps; tests pass one that keeps the waits and returns at once.
+using LLMRetrySleeper =
+    std::function<void(std::chrono::milliseconds wait, const CancellationToken& cancellation)>;
+
 /// The seam through which the engine asks for a reply; tests substitute a fake.
 class SAGELY_EXPORT LLMService {
 public:
@@ -74,8 +79,9 @@ public:
 class SAGELY_EXPORT LLMClient final : public LLMService {
 public:
     /// `onDevice` answers `apple` configurations without a custom endpoint on macOS 26+; none
-    /// means the system's own on-device model.
-    explicit LLMClient(std::shared_ptr<OnDeviceModel> onDevice = nullptr);
+    /// means the system's own on-device model. `sleep` waits before each retry; none sleeps.
+    explicit LLMClient(std::shared_ptr<OnDeviceModel> onDevice = nullptr,
+                       LLMRetrySleeper sleep = {});
     ~LLMClient() override;
 
     std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
@@ -122,6 +128,7 @@ public:
 
 private:
     std::shared_ptr<OnDeviceModel> m_onDevice;
+    LLMRetrySleeper m_sleep;
 };
 
 }  // namespace sagely

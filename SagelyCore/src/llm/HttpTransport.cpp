@@ -35,7 +35,7 @@ struct TransferContext {
     TransferContext() {
         if (easy == nullptr || multi == nullptr) {
             release();
-            throw TransportError("The network connection was lost.");
+            throw TransportError(std::string(kConnectionLostText));
         }
     }
     ~TransferContext() { release(); }
@@ -113,6 +113,7 @@ struct Reception {
     std::optional<std::size_t> limit;  // chosen from the status when the body starts
     bool tooLarge = false;
     bool errorBodyCut = false;
+    bool bodyArrived = false;
     std::exception_ptr failure;
     Clock::time_point lastActivity = Clock::now();
     curl_off_t downloaded = 0;
@@ -141,6 +142,7 @@ size_t appendBody(char* data, size_t size, size_t count, void* userData) {
     auto* received = static_cast<Reception*>(userData);
     const size_t length = size * count;
     received->lastActivity = Clock::now();
+    received->bodyArrived = received->bodyArrived || length > 0;
     try {
         if (!received->limit) {
             long status = 0;
@@ -267,7 +269,7 @@ Outcome drive(TransferContext& context, const CancellationToken& cancellation,
     while (true) {
         int running = 0;
         if (curl_multi_perform(multi, &running) != CURLM_OK) {
-            throw TransportError("The network connection was lost.");
+            throw TransportError(std::string(kConnectionLostText));
         }
         if (std::optional<CURLcode> result = finishedResult(multi)) {
             return {Outcome::Kind::finished, *result};
@@ -288,7 +290,7 @@ struct AttachedTransfer {
     TransferContext& context;
     explicit AttachedTransfer(TransferContext& c) : context(c) {
         if (curl_multi_add_handle(context.multi, context.easy) != CURLM_OK) {
-            throw TransportError("The network connection was lost.");
+            throw TransportError(std::string(kConnectionLostText));
         }
     }
     ~AttachedTransfer() { curl_multi_remove_handle(context.multi, context.easy); }
@@ -314,6 +316,12 @@ std::string originOf(const std::string& url) {
         curl_free(value);
     }
     return origin;
+}
+
+// The server reset or closed the connection (or sent nothing at all).
+bool isBrokenConnection(CURLcode result) {
+    return result == CURLE_RECV_ERROR || result == CURLE_SEND_ERROR ||
+           result == CURLE_GOT_NOTHING || result == CURLE_PARTIAL_FILE;
 }
 
 bool isFollowedRedirect(long status) {
@@ -356,7 +364,7 @@ std::string transportFailureDescription(int curlCode) {
         case CURLE_URL_MALFORMAT:
             return "unsupported URL";
         default:
-            return "The network connection was lost.";
+            return std::string(kConnectionLostText);
     }
 }
 
@@ -400,6 +408,7 @@ HttpResponse perform(const HttpRequest& request, bool startAsGet,
             throw TransportError(std::string(kBadServerResponse));  // a final 1xx status
         }
         if (outcome.result != CURLE_OK && !received.errorBodyCut) {
+            if (isBrokenConnection(outcome.result)) throw ConnectionLost(received.bodyArrived);
             throw TransportError(transportFailureDescription(outcome.result));
         }
         char* location = nullptr;

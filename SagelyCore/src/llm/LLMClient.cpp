@@ -16,8 +16,6 @@
 #include "llm/StreamedReply.h"
 #include "settings/ProviderEndpoints.h"
 
-#include <curl/curl.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -119,13 +117,6 @@ detail::HttpRequest httpRequest(const Dialect& dialect, const std::vector<LLMMes
     return requestFor(dialect, messages, config, model, std::move(*url), streamed);
 }
 
-// A connection that broke (reset, closed, nothing received): worth another try when nothing of
-// the reply arrived.
-bool isBrokenConnection(const TransportError& failure) {
-    static const std::string lost = detail::transportFailureDescription(CURLE_RECV_ERROR);
-    return failure.what() == lost;
-}
-
 // Sleeps for `wait`, or throws CancelledError as soon as the token is stopped.
 void waitUnlessStopped(std::chrono::milliseconds wait, const CancellationToken& cancellation) {
     std::mutex mutex;
@@ -141,36 +132,29 @@ void waitUnlessStopped(std::chrono::milliseconds wait, const CancellationToken& 
     if (stopped) throw CancelledError();
 }
 
-// Sends by `send` until a reply is not worth another try, waiting in between as the retry
-// policy says. `nothingReceived` tells whether a broken connection left the reply untouched.
-detail::HttpResponse sendWithRetries(const std::function<detail::HttpResponse()>& send,
-                                     const std::function<bool()>& nothingReceived,
+// Posts `request` (its success body to `sink` when there is one) until a reply is not worth
+// another try, waiting in between as the retry policy says. A connection lost once the body had
+// started is never sent again: the reader may have shown part of it.
+detail::HttpResponse postWithRetries(const detail::HttpRequest& request,
+                                     const detail::BodySink& sink, const LLMRetrySleeper& sleep,
                                      const CancellationToken& cancellation,
                                      const LLMRetryHandler& onRetry) {
     const detail::RetryPolicy policy;
     for (int retry = 1;; ++retry) {
         std::optional<std::chrono::milliseconds> wait;
         try {
-            detail::HttpResponse response = send();
-            if (!detail::RetryPolicy::isRetriedStatus(response.status)) return response;
+            detail::HttpResponse response = detail::post(request, cancellation, sink);
             wait = policy.waitAfterStatus(retry, response.status, response.headers, response.body);
             if (!wait) return response;
-        } catch (const TransportError& failure) {
-            if (!isBrokenConnection(failure) || !nothingReceived()) throw;
+        } catch (const detail::ConnectionLost& lost) {
+            if (lost.bodyArrived()) throw;
             wait = policy.waitAfterBrokenConnection(retry);
             if (!wait) throw;
         }
         if (onRetry) onRetry(*wait);
-        waitUnlessStopped(*wait, cancellation);
+        sleep(*wait, cancellation);
         if (onRetry) onRetry(std::chrono::milliseconds(0));
     }
-}
-
-detail::HttpResponse postWithRetries(const detail::HttpRequest& request,
-                                     const CancellationToken& cancellation,
-                                     const LLMRetryHandler& onRetry) {
-    return sendWithRetries([&] { return detail::post(request, cancellation); }, [] { return true; },
-                           cancellation, onRetry);
 }
 
 }  // namespace
@@ -184,7 +168,8 @@ LLMReply LLMService::stream(const std::vector<LLMMessage>& messages, const Coach
     return reply;
 }
 
-LLMClient::LLMClient(std::shared_ptr<OnDeviceModel> onDevice) : m_onDevice(std::move(onDevice)) {}
+LLMClient::LLMClient(std::shared_ptr<OnDeviceModel> onDevice, LLMRetrySleeper sleep)
+    : m_onDevice(std::move(onDevice)), m_sleep(sleep ? std::move(sleep) : waitUnlessStopped) {}
 
 LLMClient::~LLMClient() = default;
 
@@ -199,9 +184,10 @@ std::string LLMClient::complete(const std::vector<LLMMessage>& messages, const C
         return AppleFoundationModelClient(m_onDevice).complete(messages, config, cancellation);
     }
     const Dialect& dialect = dialectFor(config.provider);
-    return readReply(dialect, postWithRetries(httpRequest(dialect, messages, config, modelOverride,
-                                                          /*streamed=*/false),
-                                              cancellation, {}));
+    return readReply(
+        dialect,
+        postWithRetries(httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false),
+                        {}, m_sleep, cancellation, {}));
 }
 
 LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
@@ -214,8 +200,8 @@ LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachC
     const Dialect& dialect = dialectFor(config.provider);
     if (!config.streamsReplies) {
         const detail::HttpResponse response = postWithRetries(
-            httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false), cancellation,
-            onRetry);
+            httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false), {}, m_sleep,
+            cancellation, onRetry);
         LLMReply reply{readReply(dialect, response), std::nullopt};
         dialect.readUsage(detail::parseAnswer(response.body), reply.usage);
         if (onDelta && !reply.text.empty()) onDelta(reply.text);
@@ -230,8 +216,7 @@ LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachC
                                                 std::string_view bytes) {
             reader.feed(contentType, bytes);
         };
-        response = sendWithRetries([&] { return detail::post(request, cancellation, sink); },
-                                   [&reader] { return !reader.started(); }, cancellation, onRetry);
+        response = postWithRetries(request, sink, m_sleep, cancellation, onRetry);
     } catch (const TransportError&) {
         // A stream lost (or gone silent) part-way ends there: the text so far is the reply.
         if (!reader.started()) throw;
