@@ -7,6 +7,7 @@
 #include <sagely/ui/CoachWorkspaceView.h>
 
 #include "MessageInputBar.h"
+#include "support/RetryWaits.h"
 
 #include <gtest/gtest.h>
 
@@ -242,7 +243,9 @@ TEST_F(WorkspaceViewTest, WhileThinkingTheButtonIsDisabledButReturnStillSends) {
 }
 
 TEST_F(WorkspaceViewTest, AWaitBeforeARetryShowsInTheThinkingRow) {
-    makeView();
+    auto retryWaits = std::make_shared<RetryWaits>();
+    retryWaits->hold();  // the wait lasts until the test has seen it
+    makeView({}, {.llm = retryWaits->client()});
     auto busy = ScriptedResponse::json(429, "{}");
     busy.headers.emplace_back("retry-after-ms", "2500");
     world.server.enqueue(busy);
@@ -258,7 +261,8 @@ TEST_F(WorkspaceViewTest, AWaitBeforeARetryShowsInTheThinkingRow) {
     };
     ASSERT_TRUE(
         waitUntil([&] { return thinkingText() == QStringLiteral("Retrying in 3 s\u2026"); }));
-    ASSERT_TRUE(waitUntil([&] { return messageCount() == 2; }, 10s));
+    retryWaits->release();
+    ASSERT_TRUE(waitUntil([&] { return messageCount() == 2; }));
     EXPECT_EQ(coach->currentConversation().get()->messages()[1].content(), "Worth the wait.");
     coach->send("Again");  // the next request starts from the plain text
     ASSERT_TRUE(waitUntil([&] { return coach->isThinking().get(); }));

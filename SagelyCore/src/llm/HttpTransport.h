@@ -70,7 +70,8 @@ inline constexpr std::string_view kTooManyRedirects = "too many HTTP redirects";
 /// Sent when the server's reply is not HTTP the kit can read (a final 1xx status, say).
 inline constexpr std::string_view kBadServerResponse = "The server returned a bad response.";
 
-/// The sentence of a connection that broke, and of network failures without a sentence of their own.
+/// The sentence of a connection that broke, and of network failures without a sentence of their
+/// own.
 inline constexpr std::string_view kConnectionLostText = "The network connection was lost.";
 
 /// The connection was reset or closed before the reply was complete. Whether any byte of the

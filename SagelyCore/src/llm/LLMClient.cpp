@@ -184,10 +184,9 @@ std::string LLMClient::complete(const std::vector<LLMMessage>& messages, const C
         return AppleFoundationModelClient(m_onDevice).complete(messages, config, cancellation);
     }
     const Dialect& dialect = dialectFor(config.provider);
-    return readReply(
-        dialect,
-        postWithRetries(httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false),
-                        {}, m_sleep, cancellation, {}));
+    return readReply(dialect, postWithRetries(httpRequest(dialect, messages, config, modelOverride,
+                                                          /*streamed=*/false),
+                                              {}, m_sleep, cancellation, {}));
 }
 
 LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,

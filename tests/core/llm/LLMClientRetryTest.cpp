@@ -177,8 +177,8 @@ TEST_F(LLMClientRetryTest, OtherFailuresAreNotRetried) {
 
 TEST_F(LLMClientRetryTest, AStreamedRequestIsRetriedBeforeItsStreamStarts) {
     server.enqueue(busy(529, "retry-after-ms", "10"));
-    server.enqueue(eventStream({"data: {\"choices\":[{\"delta\":{\"content\":\"Streamed\"}}]}\n\n",
-                                "data: [DONE]\n\n"}));
+    server.enqueue(eventStream(
+        {"data: {\"choices\":[{\"delta\":{\"content\":\"Streamed\"}}]}\n\n", "data: [DONE]\n\n"}));
     EXPECT_EQ(ask(/*streams=*/true).text, "Streamed");
     EXPECT_EQ(server.requestCount(), 2u);
     EXPECT_EQ(waits->waits(), Waits{10ms});
@@ -215,8 +215,7 @@ TEST_F(LLMClientRetryTest, AConnectionLostOnceTheBodyStartedIsNeverSentAgain) {
     started.contentLength = 400;
     started.ending = ScriptedResponse::Ending::resetConnection;
     server.enqueue(started);
-    EXPECT_EQ(failureOf<CoachLLMError>(/*streams=*/true),
-              CoachLLMError::invalidResponse().what());
+    EXPECT_EQ(failureOf<CoachLLMError>(/*streams=*/true), CoachLLMError::invalidResponse().what());
     EXPECT_EQ(server.requestCount(), 1u);
     EXPECT_TRUE(waits->waits().empty());
 }
