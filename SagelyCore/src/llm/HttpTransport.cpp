@@ -318,10 +318,12 @@ std::string originOf(const std::string& url) {
     return origin;
 }
 
-// The server reset or closed the connection (or sent nothing at all).
+// The server reset or closed the connection (or sent nothing at all); over HTTP/2, reset the
+// stream or ended the session.
 bool isBrokenConnection(CURLcode result) {
     return result == CURLE_RECV_ERROR || result == CURLE_SEND_ERROR ||
-           result == CURLE_GOT_NOTHING || result == CURLE_PARTIAL_FILE;
+           result == CURLE_GOT_NOTHING || result == CURLE_PARTIAL_FILE ||
+           result == CURLE_HTTP2_STREAM || result == CURLE_HTTP2;
 }
 
 bool isFollowedRedirect(long status) {

@@ -311,6 +311,25 @@ TEST_F(AICoachEndToEndTest, ASecondCoachContinuesTheSavedConversation) {
 
 // --- Failures, as the user reads them ---
 
+TEST_F(AICoachEndToEndTest, ANewQuestionEndsAWaitBeforeARetryAtOnce) {
+    configure(Provider::openai, "sk-openai", "/v1/chat/completions");
+    server.enqueue(ScriptedResponse::json(529, "{}"));
+    server.enqueue(ScriptedResponse::json(200, openAIReply("Here now")));
+    retryWaits->hold();  // only a stopped token ends this wait
+    makeCoach();
+    auto first = harness.ask(*coach, "Busy?");
+    ASSERT_TRUE(harness.runPolling([&] { return !coach->retryStatus().get().empty(); }));
+    auto second = harness.ask(*coach, "And now?");
+    ASSERT_TRUE(harness.runUntilAnswered(*second));
+    ASSERT_TRUE(second->reply.has_value());
+    EXPECT_EQ(second->reply->content(), "Here now");
+    EXPECT_TRUE(harness.runUntilAnswered(*first));
+    EXPECT_FALSE(first->reply.has_value());
+    EXPECT_EQ(server.requestCount(), 2u);
+    EXPECT_EQ(retryWaits->waits().size(), 1u);
+    EXPECT_EQ(coach->retryStatus().get(), "");
+}
+
 TEST_F(AICoachEndToEndTest, RateLimitedAfterTheLastRetry) {
     EXPECT_EQ(failureFor(ScriptedResponse::json(429, R"({"error":"slow down"})"), 4),
               "The AI provider rate-limited the request. Please wait and try again.");
