@@ -19,6 +19,8 @@ AICoachAdapter::AICoachAdapter(AICoach& coach, QObject* parent) : QObject(parent
         coach.isThinking().onDidChange([this](bool value) { Q_EMIT thinkingChanged(value); }));
     m_subscriptions.push_back(
         coach.partialReply().onDidChange([this](const auto&) { Q_EMIT partialReplyChanged(); }));
+    m_subscriptions.push_back(
+        coach.retryStatus().onDidChange([this](const auto&) { Q_EMIT retryStatusChanged(); }));
     m_subscriptions.push_back(coach.isLoadingManual().onDidChange(
         [this](bool value) { Q_EMIT loadingManualChanged(value); }));
     m_subscriptions.push_back(
@@ -34,6 +36,9 @@ bool AICoachAdapter::isThinking() const {
 }
 QString AICoachAdapter::partialReply() const {
     return QString::fromStdString(m_coach.partialReply().get());
+}
+QString AICoachAdapter::retryStatus() const {
+    return QString::fromStdString(m_coach.retryStatus().get());
 }
 bool AICoachAdapter::isResponding() const {
     return m_coach.isThinking().get() || !m_coach.partialReply().get().empty();

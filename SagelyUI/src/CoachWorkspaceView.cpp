@@ -160,6 +160,8 @@ void CoachWorkspaceView::connectCoach() {
         m_pane->setPartialReply(m_adapter->coach().partialReply().get());
         m_input->setResponding(m_adapter->isResponding());
     });
+    connect(m_adapter, &AICoachAdapter::retryStatusChanged, this,
+            [this] { m_pane->setRetryStatus(m_adapter->retryStatus()); });
     connect(m_adapter, &AICoachAdapter::loadingManualChanged, this,
             &CoachWorkspaceView::onLoadingManualChanged);
     connect(m_adapter, &AICoachAdapter::errorChanged, this,

@@ -5,6 +5,7 @@
 #include <sagely/ui/CoachSymbols.h>
 
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QPointer>
 #include <QProgressBar>
 #include <QPropertyAnimation>
@@ -197,6 +198,13 @@ QWidget* ConversationPane::thinkingRow() {
     layout->addStretch(1);
     row->hide();
     return row;
+}
+
+void ConversationPane::setRetryStatus(const QString& status) {
+    auto* text = m_thinking->findChild<QLabel*>(QStringLiteral("thinkingText"));
+    const QString shown = status.isEmpty() ? localized("Thinking...") : status;
+    text->setText(shown);
+    m_thinking->setAccessibleName(shown);
 }
 
 void ConversationPane::showConversation(const CoachConversation& conversation) {

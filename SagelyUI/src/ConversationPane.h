@@ -60,6 +60,8 @@ public:
     /// The reply in flight, as plain text in a bubble under the messages; it only grows (the
     /// new tail is laid out, not the whole text) until it is emptied, which hides the bubble.
     void setPartialReply(const std::string& text);
+    /// Shown in the thinking row instead of "Thinking..." while not empty.
+    void setRetryStatus(const QString& status);
     QWidget* partialReplyView() const;
 
     QScrollArea* scrollArea() const { return m_scroll; }

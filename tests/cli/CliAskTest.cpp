@@ -250,8 +250,12 @@ TEST_F(CliAsk, AnotherProviderForOneRunUsesItsRememberedModel) {
 }
 
 TEST_F(CliAsk, AProviderFailureShowsTheKitsTextAndExits4) {
-    server.enqueue(ScriptedResponse::json(429, R"({"error": {"message": "slow down"}})"));
+    // Rate-limited on every try, each time with a wait of a millisecond.
+    auto limited = ScriptedResponse::json(429, R"({"error": {"message": "slow down"}})");
+    limited.headers.emplace_back("retry-after-ms", "1");
+    for (int i = 0; i < 4; ++i) server.enqueue(limited);
     const auto result = askServer("hi");
+    EXPECT_EQ(server.requestCount(), 4u);
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "The AI provider rate-limited the request. Please wait and try again.\n");

@@ -238,6 +238,22 @@ TEST(CliSpinner, OnATerminalItShowsAFrameTheLabelAndWholeSeconds) {
               "\r\x1b[2K");
 }
 
+TEST(CliSpinner, ANoteFollowsTheSecondsUntilItIsEmptied) {
+    std::ostringstream err;
+    auto now = std::chrono::steady_clock::time_point{} + std::chrono::hours(1);
+    Spinner spinner(err, true, [&] { return now; });
+    spinner.start("Thinking");
+    now += std::chrono::milliseconds(1200);
+    spinner.setNote("Retrying in 2 s…");
+    spinner.setNote("");
+    spinner.stop();
+    EXPECT_EQ(err.str(),
+              "\r\x1b[2K⠋ Thinking… 0s"
+              "\r\x1b[2K⠙ Thinking… 1s  Retrying in 2 s…"
+              "\r\x1b[2K⠹ Thinking… 1s"
+              "\r\x1b[2K");
+}
+
 TEST(CliSpinner, ElsewhereItWritesNothing) {
     std::ostringstream err;
     {

@@ -25,7 +25,8 @@ void FakeLLMService::enqueuePieces(std::vector<std::string> pieces,
 LLMReply FakeLLMService::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                                 const std::optional<std::string>& modelOverride,
                                 const CancellationToken& cancellation,
-                                const LLMDeltaHandler& onDelta) {
+                                const LLMDeltaHandler& onDelta,
+                                const LLMRetryHandler& /*onRetry*/) {
     std::pair<std::vector<std::string>, std::chrono::milliseconds> pieces;
     {
         std::lock_guard lock(m_mutex);

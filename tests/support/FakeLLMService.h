@@ -71,7 +71,8 @@ public:
                          const CancellationToken& cancellation) override;
     LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                     const std::optional<std::string>& modelOverride,
-                    const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) override;
+                    const CancellationToken& cancellation, const LLMDeltaHandler& onDelta,
+                    const LLMRetryHandler& onRetry = {}) override;
 
 private:
     using Answer = std::variant<std::string, std::exception_ptr>;

@@ -104,7 +104,8 @@ std::unique_ptr<AICoach> CoachWorld::makeCoach(CoachOptions options) {
     auto provider = std::make_shared<StaticCoachContextProvider>(
         "Tessel", "Tessel 3.2 with one open document.", options.guideText);
     return std::make_unique<AICoach>(executor, provider, settings.get(), "ui-tests",
-                                     std::move(options.resolver), options.allowsLLMCompletion);
+                                     std::move(options.resolver), options.allowsLLMCompletion,
+                                     std::move(options.llm));
 }
 
 }  // namespace sagely::testing

@@ -82,6 +82,7 @@ public:
         std::string guideText = "# Tessel guide\nOpen Speech in the sidebar.";
         CoachLocalActionResolver resolver = {};
         bool allowsLLMCompletion = true;
+        std::shared_ptr<LLMService> llm;  // default: the kit's client
     };
     std::unique_ptr<AICoach> makeCoach(CoachOptions options);
     std::unique_ptr<AICoach> makeCoach() { return makeCoach(CoachOptions{}); }

@@ -7,10 +7,12 @@
 #include <sagely/ui/CoachWorkspaceView.h>
 
 #include "MessageInputBar.h"
+#include "support/RetryWaits.h"
 
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QLabel>
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPlainTextEdit>
@@ -238,6 +240,33 @@ TEST_F(WorkspaceViewTest, WhileThinkingTheButtonIsDisabledButReturnStillSends) {
     EXPECT_EQ(messages[1].content(), "Second question");
     EXPECT_EQ(messages[2].content(), "The second answer.");
     EXPECT_EQ(child("thinkingRow"), nullptr);
+}
+
+TEST_F(WorkspaceViewTest, AWaitBeforeARetryShowsInTheThinkingRow) {
+    auto retryWaits = std::make_shared<RetryWaits>();
+    retryWaits->hold();  // the wait lasts until the test has seen it
+    makeView({}, {.llm = retryWaits->client()});
+    auto busy = ScriptedResponse::json(429, "{}");
+    busy.headers.emplace_back("retry-after-ms", "2500");
+    world.server.enqueue(busy);
+    replyWith("Worth the wait.");
+    coach->newConversation();
+    settle();
+    type(QStringLiteral("Are you busy?"));
+    QTest::keyClick(field(), Qt::Key_Return);
+    auto thinkingText = [&] {
+        auto* row = child("thinkingRow");
+        auto* label = row ? row->findChild<QLabel*>(QStringLiteral("thinkingText")) : nullptr;
+        return label ? label->text() : QString();
+    };
+    ASSERT_TRUE(
+        waitUntil([&] { return thinkingText() == QStringLiteral("Retrying in 3 s\u2026"); }));
+    retryWaits->release();
+    ASSERT_TRUE(waitUntil([&] { return messageCount() == 2; }));
+    EXPECT_EQ(coach->currentConversation().get()->messages()[1].content(), "Worth the wait.");
+    coach->send("Again");  // the next request starts from the plain text
+    ASSERT_TRUE(waitUntil([&] { return coach->isThinking().get(); }));
+    EXPECT_EQ(thinkingText(), QStringLiteral("Thinking..."));
 }
 
 TEST_F(WorkspaceViewTest, ControlReturnPressesTheSendButton) {

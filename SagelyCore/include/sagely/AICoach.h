@@ -45,6 +45,7 @@
 #include <sagely/MainExecutor.h>
 #include <sagely/Observable.h>
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -115,6 +116,12 @@ public:
     /// The text of the reply in flight as it arrives, updated on the main thread at most about
     /// every 30 ms; empty when no request runs or none of its text has arrived.
     const Property<std::string>& partialReply() const;
+    /// "Retrying in N s\u2026" while the request in flight waits to be tried again (the provider
+    /// is rate-limiting or overloaded, or the connection was lost before any reply); empty
+    /// otherwise.
+    const Property<std::string>& retryStatus() const;
+    /// The text of retryStatus for a wait.
+    static std::string retryStatusText(std::chrono::milliseconds wait);
     const Property<bool>& isLoadingManual() const;
     const Property<bool>& manualReady() const;
     /// The last failure's text, or "LOCAL_ONLY" / "NO_API_KEY". Views may clear it.

@@ -6,9 +6,15 @@
 // complete() blocks: call it on a worker thread. It is thread-safe and may run concurrently with
 // itself; all requests share one process-wide connection pool (keep-alive, TLS verified), so a
 // second question to the same host reuses the connection. Stopping the cancellation token aborts
-// the request promptly with CancelledError. Redirects are not followed, so a key header never
-// travels to another host; an API key that still holds a control character after trimming fails
-// with a serverError before anything is sent.
+// the request promptly with CancelledError, also while it waits to be tried again. Redirects are
+// followed only within the request's origin, so a key header never travels to another host; an
+// API key that still holds a control character after trimming fails with a serverError before
+// anything is sent.
+//
+// A chat request that meets a rate limit (429), an unavailable or overloaded provider (503, 529)
+// or a connection lost before any byte of the reply is tried again up to 3 times, after the
+// wait the provider asks for or 1, 2 and 4 s (never more than 30 s); a used-up quota is not.
+// After the last try the error is the same as without retries.
 //
 // Errors: CoachLLMError (server message, invalid URL, unreadable reply, rate limit),
 // TransportError (network failures), DecodingError (a reply that is not JSON), CancelledError.
@@ -22,6 +28,7 @@
 #include <sagely/ProviderModel.h>
 #include <sagely/TokenUsage.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -43,6 +50,15 @@ struct LLMReply {
 
 /// Receives each new piece of a reply's visible text, on the thread that asked, as it arrives.
 using LLMDeltaHandler = std::function<void(std::string_view delta)>;
+/// Told, on the thread that asked, that a request waits before it is tried again (a rate limit,
+/// an overloaded provider, a connection lost before any reply), and for how long; told zero
+/// when the wait is over and the request goes out again.
+using LLMRetryHandler = std::function<void(std::chrono::milliseconds wait)>;
+
+/// Waits `wait` before a request is tried again, or throws CancelledError as soon as the token is
+/// stopped. The default sleeps; tests pass one that keeps the waits and returns at once.
+using LLMRetrySleeper =
+    std::function<void(std::chrono::milliseconds wait, const CancellationToken& cancellation)>;
 
 /// The seam through which the engine asks for a reply; tests substitute a fake.
 class SAGELY_EXPORT LLMService {
@@ -56,14 +72,16 @@ public:
     /// nothing on.
     virtual LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                             const std::optional<std::string>& modelOverride,
-                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta);
+                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta,
+                            const LLMRetryHandler& onRetry = {});
 };
 
 class SAGELY_EXPORT LLMClient final : public LLMService {
 public:
     /// `onDevice` answers `apple` configurations without a custom endpoint on macOS 26+; none
-    /// means the system's own on-device model.
-    explicit LLMClient(std::shared_ptr<OnDeviceModel> onDevice = nullptr);
+    /// means the system's own on-device model. `sleep` waits before each retry; none sleeps.
+    explicit LLMClient(std::shared_ptr<OnDeviceModel> onDevice = nullptr,
+                       LLMRetrySleeper sleep = {});
     ~LLMClient() override;
 
     std::string complete(const std::vector<LLMMessage>& messages, const CoachConfig& config,
@@ -74,7 +92,8 @@ public:
     /// fails on a reply without text. An error the provider reports mid-stream is a serverError.
     LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                     const std::optional<std::string>& modelOverride,
-                    const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) override;
+                    const CancellationToken& cancellation, const LLMDeltaHandler& onDelta,
+                    const LLMRetryHandler& onRetry = {}) override;
 
     /// The request URL for the configuration: the trimmed custom endpoint when there is one,
     /// else the provider's default; none for `apple` and `custom` without an endpoint, and for a
@@ -109,6 +128,7 @@ public:
 
 private:
     std::shared_ptr<OnDeviceModel> m_onDevice;
+    LLMRetrySleeper m_sleep;
 };
 
 }  // namespace sagely

@@ -267,6 +267,15 @@ const Property<bool>& AICoach::isThinking() const {
 const Property<std::string>& AICoach::partialReply() const {
     return m_impl->partialReply;
 }
+
+const Property<std::string>& AICoach::retryStatus() const {
+    return m_impl->retryStatus;
+}
+
+std::string AICoach::retryStatusText(std::chrono::milliseconds wait) {
+    const auto seconds = (wait.count() + 999) / 1000;
+    return "Retrying in " + std::to_string(seconds) + " s\u2026";
+}
 const Property<bool>& AICoach::isLoadingManual() const {
     return m_impl->isLoadingManual;
 }

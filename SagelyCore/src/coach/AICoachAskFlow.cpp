@@ -44,11 +44,12 @@ void capMessages(CoachConversation& conversation) {
 // Runs on the worker thread: only the values given, never the coach.
 detail::ModelOutcome askModel(LLMService& llm, const std::vector<LLMMessage>& messages,
                               const CoachConfig& config, const CancellationToken& cancellation,
-                              detail::PartialReply& partial) {
+                              detail::PartialReply& partial, const LLMRetryHandler& onRetry) {
     detail::ModelOutcome outcome;
     try {
-        LLMReply reply = llm.stream(messages, config, std::nullopt, cancellation,
-                                    [&partial](std::string_view piece) { partial.add(piece); });
+        LLMReply reply = llm.stream(
+            messages, config, std::nullopt, cancellation,
+            [&partial](std::string_view piece) { partial.add(piece); }, onRetry);
         outcome.reply = std::move(reply.text);
         outcome.usage = reply.usage;
     } catch (const CancelledError&) {
@@ -201,7 +202,7 @@ void AICoach::Impl::startRequest(CoachConversation conversation, const CoachConf
         ++latestGeneration, std::move(conversation), config, CancellationToken(),
         std::move(completion), std::nullopt, nullptr, nullptr});
     requests.emplace(request->generation, request);
-    if (!partialReply.get().empty()) partialReply.set({});
+    clearReplyInFlight();
     isThinking.set(true);
     error.set(std::nullopt);
     if (owner && owner->replyEnrichmentProvider) return askForEnrichment(request);
@@ -294,7 +295,14 @@ void AICoach::Impl::startWorker(const std::shared_ptr<detail::CoachRequest>& req
                      generation = request->generation, config = request->config,
                      cancellation = request->cancellation, messages = std::move(messages),
                      partial = request->partial, done]() mutable {
-            auto outcome = askModel(*llm, messages, config, cancellation, *partial);
+            const LLMRetryHandler onRetry = [&executor, &coach,
+                                             generation](std::chrono::milliseconds wait) {
+                executor->post([coach, generation, wait] {
+                    auto impl = coach.lock();
+                    if (impl && impl->owner) impl->retryArrived(generation, wait);
+                });
+            };
+            auto outcome = askModel(*llm, messages, config, cancellation, *partial, onRetry);
             partial->close();
             postOutcome(*executor, std::move(coach), generation, std::move(outcome));
             // Let go of shared services here, so a coach that waits for this worker finds
@@ -320,6 +328,19 @@ void AICoach::Impl::outcomeArrived(std::uint64_t generation, detail::ModelOutcom
     // A superseded request's reply is dropped, and the newer request owns isThinking.
     if (isSuperseded(*request)) return finish(request, std::nullopt);
     appendReply(request, std::move(*outcome.reply), outcome.usage);
+}
+
+// A wait before the request in flight is tried again; zero when the wait is over.
+void AICoach::Impl::retryArrived(std::uint64_t generation, std::chrono::milliseconds wait) {
+    auto found = requests.find(generation);
+    if (found == requests.end() || isSuperseded(*found->second)) return;
+    std::string status = wait.count() > 0 ? AICoach::retryStatusText(wait) : std::string();
+    if (status != retryStatus.get()) retryStatus.set(std::move(status));
+}
+
+void AICoach::Impl::clearReplyInFlight() {
+    if (!partialReply.get().empty()) partialReply.set({});
+    if (!retryStatus.get().empty()) retryStatus.set({});
 }
 
 // The text so far is shown; isThinking ends with the first of it.
@@ -352,7 +373,7 @@ void AICoach::Impl::appendReply(const std::shared_ptr<detail::CoachRequest>& req
     conversation.append(message);
     capMessages(conversation);
     store(std::move(conversation));
-    if (!partialReply.get().empty()) partialReply.set({});
+    clearReplyInFlight();
     isThinking.set(false);
     save();
     finish(request, std::move(message));
@@ -361,8 +382,7 @@ void AICoach::Impl::appendReply(const std::shared_ptr<detail::CoachRequest>& req
 void AICoach::Impl::endWithFailure(const std::shared_ptr<detail::CoachRequest>& request,
                                    const detail::ModelOutcome& outcome) {
     if (!outcome.cancelled && !isSuperseded(*request)) error.set(outcome.failure);
-    if (request->generation == latestGeneration && !partialReply.get().empty())
-        partialReply.set({});
+    if (request->generation == latestGeneration) clearReplyInFlight();
     isThinking.set(false);
     save();
     finish(request, std::nullopt);

@@ -81,6 +81,7 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
     Property<std::optional<std::string>> error;
     Property<std::optional<std::string>> lastSaveFailure;
     Property<std::string> partialReply;
+    Property<std::string> retryStatus;
 
     AICoach* owner;  // null once the coach is being destroyed
     std::shared_ptr<MainExecutor> executor;
@@ -130,6 +131,8 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
                      std::vector<LLMMessage> messages);
     void outcomeArrived(std::uint64_t generation, detail::ModelOutcome outcome);
     void partialArrived(std::uint64_t generation);
+    void retryArrived(std::uint64_t generation, std::chrono::milliseconds wait);
+    void clearReplyInFlight();
     void stop();
     void appendReply(const std::shared_ptr<detail::CoachRequest>& request, std::string reply,
                      std::optional<TokenUsage> usage = std::nullopt);

@@ -35,7 +35,7 @@ struct TransferContext {
     TransferContext() {
         if (easy == nullptr || multi == nullptr) {
             release();
-            throw TransportError("The network connection was lost.");
+            throw TransportError(std::string(kConnectionLostText));
         }
     }
     ~TransferContext() { release(); }
@@ -113,11 +113,25 @@ struct Reception {
     std::optional<std::size_t> limit;  // chosen from the status when the body starts
     bool tooLarge = false;
     bool errorBodyCut = false;
+    bool bodyArrived = false;
     std::exception_ptr failure;
     Clock::time_point lastActivity = Clock::now();
     curl_off_t downloaded = 0;
     curl_off_t uploaded = 0;
 };
+
+// The headers of the last reply the handle received (not those of earlier redirects).
+HeaderList replyHeaders(CURL* easy) {
+    HeaderList headers;
+    curl_header* previous = nullptr;
+    while (headers.size() < kMaxKeptHeaders) {
+        curl_header* header = curl_easy_nextheader(easy, CURLH_HEADER, -1, previous);
+        if (header == nullptr) break;
+        headers.emplace_back(header->name, header->value);
+        previous = header;
+    }
+    return headers;
+}
 
 bool isSuccess(long status) {
     return status >= 200 && status <= 299;
@@ -128,6 +142,7 @@ size_t appendBody(char* data, size_t size, size_t count, void* userData) {
     auto* received = static_cast<Reception*>(userData);
     const size_t length = size * count;
     received->lastActivity = Clock::now();
+    received->bodyArrived = received->bodyArrived || length > 0;
     try {
         if (!received->limit) {
             long status = 0;
@@ -254,7 +269,7 @@ Outcome drive(TransferContext& context, const CancellationToken& cancellation,
     while (true) {
         int running = 0;
         if (curl_multi_perform(multi, &running) != CURLM_OK) {
-            throw TransportError("The network connection was lost.");
+            throw TransportError(std::string(kConnectionLostText));
         }
         if (std::optional<CURLcode> result = finishedResult(multi)) {
             return {Outcome::Kind::finished, *result};
@@ -275,7 +290,7 @@ struct AttachedTransfer {
     TransferContext& context;
     explicit AttachedTransfer(TransferContext& c) : context(c) {
         if (curl_multi_add_handle(context.multi, context.easy) != CURLM_OK) {
-            throw TransportError("The network connection was lost.");
+            throw TransportError(std::string(kConnectionLostText));
         }
     }
     ~AttachedTransfer() { curl_multi_remove_handle(context.multi, context.easy); }
@@ -301,6 +316,14 @@ std::string originOf(const std::string& url) {
         curl_free(value);
     }
     return origin;
+}
+
+// The server reset or closed the connection (or sent nothing at all); over HTTP/2, reset the
+// stream or ended the session.
+bool isBrokenConnection(CURLcode result) {
+    return result == CURLE_RECV_ERROR || result == CURLE_SEND_ERROR ||
+           result == CURLE_GOT_NOTHING || result == CURLE_PARTIAL_FILE ||
+           result == CURLE_HTTP2_STREAM || result == CURLE_HTTP2;
 }
 
 bool isFollowedRedirect(long status) {
@@ -343,7 +366,7 @@ std::string transportFailureDescription(int curlCode) {
         case CURLE_URL_MALFORMAT:
             return "unsupported URL";
         default:
-            return "The network connection was lost.";
+            return std::string(kConnectionLostText);
     }
 }
 
@@ -387,6 +410,7 @@ HttpResponse perform(const HttpRequest& request, bool startAsGet,
             throw TransportError(std::string(kBadServerResponse));  // a final 1xx status
         }
         if (outcome.result != CURLE_OK && !received.errorBodyCut) {
+            if (isBrokenConnection(outcome.result)) throw ConnectionLost(received.bodyArrived);
             throw TransportError(transportFailureDescription(outcome.result));
         }
         char* location = nullptr;
@@ -404,6 +428,7 @@ HttpResponse perform(const HttpRequest& request, bool startAsGet,
             url = std::move(target);
             continue;
         }
+        response.headers = replyHeaders(context.easy);
         response.body = std::move(received.bytes);
         response.truncated = received.errorBodyCut;
         return response;

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <sagely/CancellationToken.h>
+#include <sagely/CoachLLMError.h>
 
 #include <chrono>
 #include <cstddef>
@@ -49,10 +50,15 @@ struct HttpRequest {
 
 struct HttpResponse {
     long status = 0;
+    /// The final reply's headers, names as the server wrote them (at most kMaxKeptHeaders).
+    HeaderList headers;
     std::string body;
     /// The body was cut at HttpLimits::maxErrorBodyBytes (error replies only).
     bool truncated = false;
 };
+
+/// The most headers of a reply kept in HttpResponse::headers.
+inline constexpr std::size_t kMaxKeptHeaders = 100;
 
 /// Sent when a success reply exceeds HttpLimits::maxReplyBytes.
 inline constexpr std::string_view kReplyTooLarge = "The AI response was too large.";
@@ -64,8 +70,26 @@ inline constexpr std::string_view kTooManyRedirects = "too many HTTP redirects";
 /// Sent when the server's reply is not HTTP the kit can read (a final 1xx status, say).
 inline constexpr std::string_view kBadServerResponse = "The server returned a bad response.";
 
+/// The sentence of a connection that broke, and of network failures without a sentence of their
+/// own.
+inline constexpr std::string_view kConnectionLostText = "The network connection was lost.";
+
+/// The connection was reset or closed before the reply was complete. Whether any byte of the
+/// reply's body had arrived decides whether the request may be sent again: once the body has
+/// started, its reader may already have shown some of it.
+class ConnectionLost : public TransportError {
+public:
+    explicit ConnectionLost(bool bodyArrived)
+        : TransportError(std::string(kConnectionLostText)), m_bodyArrived(bodyArrived) {}
+    bool bodyArrived() const { return m_bodyArrived; }
+
+private:
+    bool m_bodyArrived;
+};
+
 /// Sends `request` as a POST. Throws TransportError with a fixed sentence on a network failure
-/// or a broken limit, and CancelledError when the token is stopped first.
+/// or a broken limit (ConnectionLost for a broken connection), and CancelledError when the token
+/// is stopped first.
 HttpResponse post(const HttpRequest& request, const CancellationToken& cancellation);
 
 /// Sends `request` as a GET (its body is not sent), by the same rules as post().

@@ -12,10 +12,13 @@
 #include "llm/ModelListFormats.h"
 #include "llm/OllamaChatDialect.h"
 #include "llm/OpenAIChatDialect.h"
+#include "llm/RetryPolicy.h"
 #include "llm/StreamedReply.h"
 #include "settings/ProviderEndpoints.h"
 
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <set>
 
 namespace sagely {
@@ -121,17 +124,59 @@ detail::HttpRequest httpRequest(const Dialect& dialect, const std::vector<LLMMes
     return requestFor(dialect, messages, config, model, std::move(*url), streamed);
 }
 
+// Sleeps for `wait`, or throws CancelledError as soon as the token is stopped.
+void waitUnlessStopped(std::chrono::milliseconds wait, const CancellationToken& cancellation) {
+    std::mutex mutex;
+    std::condition_variable woken;
+    bool stopped = false;
+    const auto registration = cancellation.onStop([&] {
+        const std::lock_guard lock(mutex);
+        stopped = true;
+        woken.notify_all();
+    });
+    std::unique_lock lock(mutex);
+    woken.wait_for(lock, wait, [&] { return stopped; });
+    if (stopped) throw CancelledError();
+}
+
+// Posts `request` (its success body to `sink` when there is one) until a reply is not worth
+// another try, waiting in between as the retry policy says. A connection lost once the body had
+// started is never sent again: the reader may have shown part of it.
+detail::HttpResponse postWithRetries(const detail::HttpRequest& request,
+                                     const detail::BodySink& sink, const LLMRetrySleeper& sleep,
+                                     const CancellationToken& cancellation,
+                                     const LLMRetryHandler& onRetry) {
+    const detail::RetryPolicy policy;
+    for (int retry = 1;; ++retry) {
+        std::optional<std::chrono::milliseconds> wait;
+        try {
+            detail::HttpResponse response = detail::post(request, cancellation, sink);
+            wait = policy.waitAfterStatus(retry, response.status, response.headers, response.body);
+            if (!wait) return response;
+        } catch (const detail::ConnectionLost& lost) {
+            if (lost.bodyArrived()) throw;
+            wait = policy.waitAfterBrokenConnection(retry);
+            if (!wait) throw;
+        }
+        if (onRetry) onRetry(*wait);
+        sleep(*wait, cancellation);
+        if (onRetry) onRetry(std::chrono::milliseconds(0));
+    }
+}
+
 }  // namespace
 
 LLMReply LLMService::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                             const std::optional<std::string>& modelOverride,
-                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) {
+                            const CancellationToken& cancellation, const LLMDeltaHandler& onDelta,
+                            const LLMRetryHandler& /*onRetry*/) {
     LLMReply reply{complete(messages, config, modelOverride, cancellation)};
     if (onDelta && !reply.text.empty()) onDelta(reply.text);
     return reply;
 }
 
-LLMClient::LLMClient(std::shared_ptr<OnDeviceModel> onDevice) : m_onDevice(std::move(onDevice)) {}
+LLMClient::LLMClient(std::shared_ptr<OnDeviceModel> onDevice, LLMRetrySleeper sleep)
+    : m_onDevice(std::move(onDevice)), m_sleep(sleep ? std::move(sleep) : waitUnlessStopped) {}
 
 LLMClient::~LLMClient() = default;
 
@@ -143,14 +188,15 @@ std::string LLMClient::complete(const std::vector<LLMMessage>& messages, const C
         return AppleFoundationModelClient(m_onDevice).complete(messages, config, cancellation);
     }
     const Dialect& dialect = dialectFor(config.provider);
-    return readReply(dialect, detail::post(httpRequest(dialect, messages, config, modelOverride,
-                                                       /*streamed=*/false),
-                                           cancellation));
+    return readReply(dialect, postWithRetries(httpRequest(dialect, messages, config, modelOverride,
+                                                          /*streamed=*/false),
+                                              {}, m_sleep, cancellation, {}));
 }
 
 LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                            const std::optional<std::string>& modelOverride,
-                           const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) {
+                           const CancellationToken& cancellation, const LLMDeltaHandler& onDelta,
+                           const LLMRetryHandler& onRetry) {
     if (usesOnDeviceModel(config)) {
         if (!config.streamsReplies)
             return LLMService::stream(messages, config, modelOverride, cancellation, onDelta);
@@ -161,9 +207,9 @@ LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachC
     }
     const Dialect& dialect = dialectFor(config.provider);
     if (!config.streamsReplies) {
-        const detail::HttpResponse response =
-            detail::post(httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false),
-                         cancellation);
+        const detail::HttpResponse response = postWithRetries(
+            httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false), {}, m_sleep,
+            cancellation, onRetry);
         LLMReply reply{readReply(dialect, response), std::nullopt};
         dialect.readUsage(detail::parseAnswer(response.body), reply.usage);
         if (onDelta && !reply.text.empty()) onDelta(reply.text);
@@ -174,10 +220,11 @@ LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachC
     detail::StreamedReplyReader reader(dialect, onDelta);
     detail::HttpResponse response;
     try {
-        response = detail::post(request, cancellation,
-                                [&reader](std::string_view contentType, std::string_view bytes) {
-                                    reader.feed(contentType, bytes);
-                                });
+        const detail::BodySink sink = [&reader](std::string_view contentType,
+                                                std::string_view bytes) {
+            reader.feed(contentType, bytes);
+        };
+        response = postWithRetries(request, sink, m_sleep, cancellation, onRetry);
     } catch (const TransportError&) {
         // A stream lost (or gone silent) part-way ends there: the text so far is the reply.
         if (!reader.started()) throw;

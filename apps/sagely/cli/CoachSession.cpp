@@ -68,6 +68,8 @@ AskOutcome CoachSession::ask(const std::string& question,
             onPartial(text);
         });
     }
+    const Subscription retrying = m_coach->retryStatus().onDidChange(
+        [&](const std::string& status) { spinner.setNote(status); });
     m_coach->sendAndReturnReply(question, [&](std::optional<CoachMessage> reply) {
         outcome.reply = std::move(reply);
         finished = true;

@@ -33,7 +33,12 @@ void Spinner::tick() {
     const auto elapsed =
         std::chrono::duration_cast<std::chrono::seconds>(m_clock() - m_started).count();
     m_err << kClearLine << kFrames[m_frame++ % kFrames.size()] << ' ' << m_label << "… " << elapsed
-          << 's' << std::flush;
+          << 's' << (m_note.empty() ? "" : "  ") << m_note << std::flush;
+}
+
+void Spinner::setNote(std::string note) {
+    m_note = std::move(note);
+    tick();
 }
 
 void Spinner::stop() {

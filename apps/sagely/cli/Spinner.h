@@ -24,6 +24,8 @@ public:
     void start(std::string label);
     /// Redraws the frame and the elapsed whole seconds.
     void tick();
+    /// A note after the seconds ("Retrying in 4 s…"); empty for none. Redrawn at once.
+    void setNote(std::string note);
     void stop();
 
 private:
@@ -32,6 +34,7 @@ private:
     Clock m_clock;
     bool m_running = false;
     std::string m_label;
+    std::string m_note;
     std::chrono::steady_clock::time_point m_started;
     std::size_t m_frame = 0;
 };

@@ -4,6 +4,7 @@
 #include "support/CoachHarness.h"
 #include "support/FakeOnDeviceModel.h"
 #include "support/LoopbackHttpServer.h"
+#include "support/RetryWaits.h"
 
 #include <sagely/AICoach.h>
 #include <sagely/CoachConversation.h>
@@ -29,6 +30,7 @@ using testing::CoachHarness;
 using testing::FakeOnDeviceModel;
 using testing::LoopbackHttpServer;
 using testing::RecordedRequest;
+using testing::RetryWaits;
 using testing::ScriptedResponse;
 using Provider = CoachConfig::Provider;
 using Clock = std::chrono::steady_clock;
@@ -85,7 +87,9 @@ protected:
         harness.settings->maxTokens.set(1024);
     }
 
-    void makeCoach(std::shared_ptr<LLMService> llm = std::make_shared<LLMClient>()) {
+    // The kit's client, its retries waiting in `retryWaits` (at once unless held).
+    void makeCoach(std::shared_ptr<LLMService> llm = nullptr) {
+        if (!llm) llm = retryWaits->client();
         coach = harness.makeCoach({.contextProvider = guide, .llm = std::move(llm)});
         coach->replyEnrichmentProvider = [this](auto done) {
             done(CoachReplyEnrichment{kObservation, observationCard});
@@ -142,9 +146,9 @@ protected:
             {{"user", "How do I share?"}, {"assistant", "First answer"}, {"user", "And export?"}});
     }
 
-    std::string failureFor(ScriptedResponse response) {
+    std::string failureFor(ScriptedResponse response, int times = 1) {
         configure(Provider::openai, "sk-test", "/v1/chat/completions");
-        server.enqueue(std::move(response));
+        for (int i = 0; i < times; ++i) server.enqueue(response);
         makeCoach();
         EXPECT_FALSE(ask("Why?").has_value());
         EXPECT_EQ(coach->currentConversation().get()->messages().size(), 1u);
@@ -156,6 +160,7 @@ protected:
 
     CoachHarness harness;
     LoopbackHttpServer server;
+    std::shared_ptr<RetryWaits> retryWaits = std::make_shared<RetryWaits>();
     std::shared_ptr<StaticCoachContextProvider> guide =
         std::make_shared<StaticCoachContextProvider>("Notes", kSummary, kGuide);
     CoachCard observationCard{CoachCard::Style::info, "Observed", "Share sheet", {}, {}};
@@ -192,6 +197,42 @@ TEST_F(AICoachEndToEndTest, AReplyKeepsWhatItCostAndSavesIt) {
     coach->waitForPendingSaves();
     EXPECT_EQ(harness.savedConversations()[0].messages().back().usage(), (TokenUsage{812, 44}));
     EXPECT_EQ(harness.savedConversations()[0].messages().front().usage(), std::nullopt);
+}
+
+TEST_F(AICoachEndToEndTest, AWaitBeforeARetryIsPublishedAndClearedWithTheReply) {
+    configure(Provider::openai, "sk-openai", "/v1/chat/completions");
+    auto busy = ScriptedResponse::json(429, "{}");
+    busy.headers.emplace_back("retry-after-ms", "1500");
+    server.enqueue(busy);
+    server.enqueue(ScriptedResponse::json(200, openAIReply("After the wait")));
+    makeCoach();
+    std::vector<std::string> statuses;
+    const Subscription watching = coach->retryStatus().onDidChange(
+        [&](const std::string& status) { statuses.push_back(status); });
+    const auto reply = ask("Busy?");
+    ASSERT_TRUE(reply.has_value());
+    EXPECT_EQ(reply->content(), "After the wait");
+    EXPECT_EQ(retryWaits->waits(), std::vector<std::chrono::milliseconds>{1500ms});
+    EXPECT_EQ(statuses, (std::vector<std::string>{"Retrying in 2 s\u2026", ""}));
+    EXPECT_FALSE(coach->error().get().has_value());
+}
+
+TEST_F(AICoachEndToEndTest, StopEndsAWaitBeforeARetryAtOnce) {
+    configure(Provider::openai, "sk-openai", "/v1/chat/completions");
+    server.enqueue(ScriptedResponse::json(503, "{}"));
+    retryWaits->hold();
+    makeCoach();
+    auto recorder = harness.ask(*coach, "Busy?");
+    ASSERT_TRUE(harness.runPolling([&] { return !coach->retryStatus().get().empty(); }));
+    EXPECT_EQ(coach->retryStatus().get(), "Retrying in 1 s\u2026");
+    coach->stop();
+    ASSERT_TRUE(harness.runUntilAnswered(*recorder));
+    EXPECT_FALSE(recorder->reply.has_value());
+    EXPECT_EQ(coach->retryStatus().get(), "");
+    EXPECT_FALSE(coach->isThinking().get());
+    EXPECT_FALSE(coach->error().get().has_value());
+    EXPECT_EQ(server.requestCount(), 1u);
+    EXPECT_EQ(coach->currentConversation().get()->messages().size(), 1u);
 }
 
 TEST_F(AICoachEndToEndTest, Anthropic) {
@@ -270,9 +311,31 @@ TEST_F(AICoachEndToEndTest, ASecondCoachContinuesTheSavedConversation) {
 
 // --- Failures, as the user reads them ---
 
-TEST_F(AICoachEndToEndTest, RateLimited) {
-    EXPECT_EQ(failureFor(ScriptedResponse::json(429, R"({"error":"slow down"})")),
+TEST_F(AICoachEndToEndTest, ANewQuestionEndsAWaitBeforeARetryAtOnce) {
+    configure(Provider::openai, "sk-openai", "/v1/chat/completions");
+    server.enqueue(ScriptedResponse::json(529, "{}"));
+    server.enqueue(ScriptedResponse::json(200, openAIReply("Here now")));
+    retryWaits->hold();  // only a stopped token ends this wait
+    makeCoach();
+    auto first = harness.ask(*coach, "Busy?");
+    ASSERT_TRUE(harness.runPolling([&] { return !coach->retryStatus().get().empty(); }));
+    auto second = harness.ask(*coach, "And now?");
+    ASSERT_TRUE(harness.runUntilAnswered(*second));
+    ASSERT_TRUE(second->reply.has_value());
+    EXPECT_EQ(second->reply->content(), "Here now");
+    EXPECT_TRUE(harness.runUntilAnswered(*first));
+    EXPECT_FALSE(first->reply.has_value());
+    EXPECT_EQ(server.requestCount(), 2u);
+    EXPECT_EQ(retryWaits->waits().size(), 1u);
+    EXPECT_EQ(coach->retryStatus().get(), "");
+}
+
+TEST_F(AICoachEndToEndTest, RateLimitedAfterTheLastRetry) {
+    EXPECT_EQ(failureFor(ScriptedResponse::json(429, R"({"error":"slow down"})"), 4),
               "The AI provider rate-limited the request. Please wait and try again.");
+    EXPECT_EQ(server.requestCount(), 4u);
+    EXPECT_EQ(retryWaits->waits().size(), 3u);
+    EXPECT_EQ(coach->retryStatus().get(), "");
 }
 
 TEST_F(AICoachEndToEndTest, ServerErrorCarriesTheFirst300CharactersOfTheBody) {

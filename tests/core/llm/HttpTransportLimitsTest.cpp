@@ -6,6 +6,7 @@
 
 #include "llm/HttpTransport.h"
 #include "support/LoopbackHttpServer.h"
+#include "support/RetryWaits.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,7 @@
 using namespace sagely;
 using namespace std::chrono_literals;
 using sagely::testing::LoopbackHttpServer;
+using sagely::testing::RetryWaits;
 using sagely::testing::ScriptedResponse;
 
 namespace {
@@ -107,19 +109,22 @@ TEST(HttpTransportLimits, AnErrorBodyCutInsideACharacterStillGivesItsFirst300Cha
     // Three-byte characters: 64 KB ends inside one.
     std::string body;
     while (body.size() < (200 << 10)) body += "\u20ac";
-    server.enqueue(ScriptedResponse::text(503, body));
+    // 503 is tried again: the same reply to the request and each of its 3 retries.
+    for (int i = 0; i < 4; ++i) server.enqueue(ScriptedResponse::text(503, body));
     CoachConfig config;
     config.provider = Provider::custom;
     config.model = "m";
     config.customEndpoint = server.url("/v1/chat");
     try {
-        LLMClient().complete({{"user", "hi"}}, config, std::nullopt, {});
+        LLMClient(nullptr, std::make_shared<RetryWaits>()->sleeper())
+            .complete({{"user", "hi"}}, config, std::nullopt, {});
         ADD_FAILURE() << "complete() did not fail";
     } catch (const CoachLLMError& error) {
         std::string expected = "HTTP 503: ";
         for (int i = 0; i < 300; ++i) expected += "\u20ac";
         EXPECT_EQ(error.what(), expected);
     }
+    EXPECT_EQ(server.requestCount(), 4u);
 }
 
 // --- time --------------------------------------------------------------------------------------

@@ -6,6 +6,7 @@
 
 #include "llm/HttpTransport.h"
 #include "support/LoopbackHttpServer.h"
+#include "support/RetryWaits.h"
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>
@@ -21,6 +22,7 @@
 using namespace sagely;
 using namespace std::chrono_literals;
 using sagely::testing::LoopbackHttpServer;
+using sagely::testing::RetryWaits;
 using sagely::testing::ScriptedResponse;
 
 namespace {
@@ -34,7 +36,15 @@ const std::string kConnectionLost = "The network connection was lost.";
 class LLMClientFailureTest : public ::testing::Test {
 protected:
     LoopbackHttpServer m_server;
-    LLMClient m_client;
+    std::shared_ptr<RetryWaits> m_retryWaits = std::make_shared<RetryWaits>();
+    LLMClient m_client{nullptr, m_retryWaits->sleeper()};
+
+    /// A request and its retries.
+    static constexpr std::size_t kTries = 4;
+    /// The answer to a request and to each of its retries.
+    void enqueueOnEveryTry(const ScriptedResponse& response) {
+        for (std::size_t i = 0; i < kTries; ++i) m_server.enqueue(response);
+    }
 
     CoachConfig configFor(Provider provider, std::string key = "sk-test") {
         CoachConfig config;
@@ -112,12 +122,14 @@ std::uint16_t closedPort() {
 
 // --- HTTP statuses -----------------------------------------------------------------------------
 
-TEST_F(LLMClientFailureTest, Status429IsRateLimited) {
-    m_server.enqueue(ScriptedResponse::json(429, R"({"error":{"message":"Slow down"}})"));
+TEST_F(LLMClientFailureTest, Status429IsRateLimitedAfterTheLastRetry) {
+    enqueueOnEveryTry(ScriptedResponse::json(429, R"({"error":{"message":"Slow down"}})"));
     EXPECT_EQ(failureOf<CoachLLMError>(configFor(Provider::openai)),
               "The AI provider rate-limited the request. Please wait and try again.");
-    m_server.enqueue(ScriptedResponse::json(429, "{}"));
+    EXPECT_EQ(m_server.requestCount(), kTries);
+    enqueueOnEveryTry(ScriptedResponse::json(429, "{}"));
     EXPECT_EQ(kindOf(configFor(Provider::anthropic)), CoachLLMError::Kind::rateLimited);
+    EXPECT_EQ(m_server.requestCount(), 2 * kTries);
 }
 
 TEST_F(LLMClientFailureTest, Status500CarriesExactlyTheFirst300CharactersOfItsBody) {
@@ -131,9 +143,10 @@ TEST_F(LLMClientFailureTest, Status500CarriesExactlyTheFirst300CharactersOfItsBo
 TEST_F(LLMClientFailureTest, AnEmojiAsThe300thCharacterIsKeptWhole) {
     const std::string emoji = "\U0001F469\u200D\U0001F4BB";  // woman technologist, one character
     std::string body = repeated("e", 299) + emoji + repeated("z", 700);
-    m_server.enqueue(ScriptedResponse::text(503, body));
+    enqueueOnEveryTry(ScriptedResponse::text(503, body));
     EXPECT_EQ(failureOf<CoachLLMError>(configFor(Provider::gemini)),
               "HTTP 503: " + repeated("e", 299) + emoji);
+    EXPECT_EQ(m_server.requestCount(), kTries);
 }
 
 TEST_F(LLMClientFailureTest, AnErrorBodyShorterThan300CharactersIsKeptWhole) {
@@ -227,9 +240,10 @@ TEST_F(LLMClientFailureTest, AStoppedTokenSendsNothing) {
 
 // --- transport failures ------------------------------------------------------------------------
 
-TEST_F(LLMClientFailureTest, AConnectionResetBeforeAnAnswerIsALostConnection) {
-    m_server.enqueue(ScriptedResponse::resetWithoutAnswer());
+TEST_F(LLMClientFailureTest, AConnectionResetBeforeAnAnswerIsALostConnectionAfterTheLastRetry) {
+    enqueueOnEveryTry(ScriptedResponse::resetWithoutAnswer());
     EXPECT_EQ(failureOf<TransportError>(configFor(Provider::openai)), kConnectionLost);
+    EXPECT_EQ(m_server.requestCount(), kTries);
 }
 
 TEST_F(LLMClientFailureTest, AConnectionResetMidBodyIsALostConnection) {
@@ -238,6 +252,7 @@ TEST_F(LLMClientFailureTest, AConnectionResetMidBodyIsALostConnection) {
     response.ending = ScriptedResponse::Ending::resetConnection;
     m_server.enqueue(response);
     EXPECT_EQ(failureOf<TransportError>(configFor(Provider::openai)), kConnectionLost);
+    EXPECT_EQ(m_server.requestCount(), 1u);  // part of the reply came: never sent again
 }
 
 TEST_F(LLMClientFailureTest, AConnectionClosedMidBodyIsALostConnection) {
@@ -246,6 +261,7 @@ TEST_F(LLMClientFailureTest, AConnectionClosedMidBodyIsALostConnection) {
     response.ending = ScriptedResponse::Ending::closeConnection;
     m_server.enqueue(response);
     EXPECT_EQ(failureOf<TransportError>(configFor(Provider::local)), kConnectionLost);
+    EXPECT_EQ(m_server.requestCount(), 1u);
 }
 
 TEST_F(LLMClientFailureTest, ARefusedPortCannotBeConnectedTo) {

@@ -6,6 +6,7 @@
 #include <sagely/LLMClient.h>
 
 #include "support/LoopbackHttpServer.h"
+#include "support/RetryWaits.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -17,6 +18,7 @@ using namespace sagely;
 using namespace std::chrono_literals;
 using nlohmann::json;
 using sagely::testing::LoopbackHttpServer;
+using sagely::testing::RetryWaits;
 using sagely::testing::ScriptedResponse;
 
 namespace {
@@ -139,7 +141,8 @@ struct Format {
 class LLMClientStreamingTest : public ::testing::Test {
 protected:
     LoopbackHttpServer m_server;
-    LLMClient m_client;
+    std::shared_ptr<RetryWaits> m_retryWaits = std::make_shared<RetryWaits>();
+    LLMClient m_client{nullptr, m_retryWaits->sleeper()};
 
     CoachConfig configFor(Provider provider, std::string path) {
         CoachConfig config;
@@ -310,7 +313,10 @@ TEST_F(LLMClientStreamingTest, AStatusBeforeTheStreamFailsWithTodaysTexts) {
     const CoachConfig config = configFor(Provider::openai, "/v1/chat/completions");
     for (int round = 0; round < 2; ++round) {
         m_server.enqueue(ScriptedResponse::json(500, R"({"error":{"message":"boom"}})"));
-        m_server.enqueue(ScriptedResponse::json(429, R"({"error":{"message":"slow down"}})"));
+        // A rate limit is tried again: the same reply to the request and its 3 retries.
+        for (int i = 0; i < 4; ++i) {
+            m_server.enqueue(ScriptedResponse::json(429, R"({"error":{"message":"slow down"}})"));
+        }
     }
     std::vector<std::string> whole, streamedTexts;
     for (int i = 0; i < 2; ++i) {
@@ -330,6 +336,8 @@ TEST_F(LLMClientStreamingTest, AStatusBeforeTheStreamFailsWithTodaysTexts) {
     ASSERT_EQ(whole.size(), 2u);
     EXPECT_EQ(streamedTexts, whole);
     EXPECT_EQ(whole[0], R"(HTTP 500: {"error":{"message":"boom"}})");
+    EXPECT_EQ(whole[1], CoachLLMError::rateLimited().what());
+    EXPECT_EQ(m_server.requestCount(), 10u);
 }
 
 TEST_F(LLMClientStreamingTest, AStreamCutOffMidLineKeepsTheTextSoFar) {

@@ -23,6 +23,7 @@ class SAGELY_UI_EXPORT AICoachAdapter : public QObject {
     Q_OBJECT
     Q_PROPERTY(bool thinking READ isThinking NOTIFY thinkingChanged)
     Q_PROPERTY(QString partialReply READ partialReply NOTIFY partialReplyChanged)
+    Q_PROPERTY(QString retryStatus READ retryStatus NOTIFY retryStatusChanged)
     Q_PROPERTY(bool loadingManual READ isLoadingManual NOTIFY loadingManualChanged)
     Q_PROPERTY(bool manualReady READ manualReady NOTIFY manualReadyChanged)
     Q_PROPERTY(QString error READ error WRITE setError RESET clearError NOTIFY errorChanged)
@@ -43,6 +44,8 @@ public:
     bool isThinking() const;
     /// The reply in flight as it arrives; empty when none.
     QString partialReply() const;
+    /// "Retrying in N s…" while the request waits to be tried again; empty otherwise.
+    QString retryStatus() const;
     /// A request runs: thinking, or its reply arriving.
     bool isResponding() const;
     bool isLoadingManual() const;
@@ -79,6 +82,7 @@ Q_SIGNALS:
     void currentConversationChanged();
     void thinkingChanged(bool thinking);
     void partialReplyChanged();
+    void retryStatusChanged();
     void loadingManualChanged(bool loading);
     void manualReadyChanged(bool ready);
     void errorChanged();
