@@ -7,9 +7,9 @@ namespace sagely::cli {
 namespace {
 
 const std::vector<DeclaredOption> kRunOptions = {
-    {"provider", true}, {"model", true},     {"endpoint", true}, {"guide", true},
-    {"summary", true},  {"namespace", true}, {"offline", false}, {"json", false},
-    {"new", false},     {"no-stream", false}};
+    {"provider", true}, {"model", true},      {"endpoint", true},      {"guide", true},
+    {"summary", true},  {"namespace", true},  {"offline", false},      {"json", false},
+    {"new", false},     {"no-stream", false}, {"allow-actions", false}};
 
 const std::vector<DeclaredOption> kPromptOptions = {
     {"provider", true}, {"model", true},     {"endpoint", true}, {"guide", true},
@@ -23,7 +23,9 @@ constexpr std::string_view kRunOptionHelp =
     "  --guide FILE      the guide the coach answers from (default: the kit's bundled guide)\n"
     "  --summary TEXT    a summary of the live configuration, placed in the prompt\n"
     "  --namespace NAME  the conversation namespace (default: cli)\n"
-    "  --new             start a new conversation (default: go on with the latest one)\n";
+    "  --new             start a new conversation (default: go on with the latest one)\n"
+    "  --allow-actions   let the model change settings (use, set) without asking; by default\n"
+    "                    ask declines such calls and chat asks y/N\n";
 
 constexpr std::string_view kRunOnlyNote =
     "Options apply to this run only; the saved settings change only with use, set and key.\n"
