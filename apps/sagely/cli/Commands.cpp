@@ -23,12 +23,11 @@ constexpr std::string_view kRunOptionHelp =
     "  --guide FILE      the guide the coach answers from (default: the kit's bundled guide)\n"
     "  --summary TEXT    a summary of the live configuration, placed in the prompt\n"
     "  --namespace NAME  the conversation namespace (default: cli)\n"
-    "  --new             start a new conversation (default: go on with the latest one)\n"
-    "  --allow-actions   let the model change settings (use, set) without asking; by default\n"
-    "                    ask declines such calls and chat asks y/N\n";
+    "  --new             start a new conversation (default: go on with the latest one)\n";
 
 constexpr std::string_view kRunOnlyNote =
-    "Options apply to this run only; the saved settings change only with use, set and key.\n"
+    "Options apply to this run only; the saved settings change only with use, set and key,\n"
+    "or a change the model made with your approval.\n"
     "OPENAI_API_KEY, ANTHROPIC_API_KEY and GEMINI_API_KEY supply a key for one run.\n";
 
 std::string askDetails() {
@@ -36,7 +35,9 @@ std::string askDetails() {
            std::string(kRunOptionHelp) +
            "  --offline         answer from the guide alone, without any model\n"
            "  --json            print the reply as the kit's JSON message (once it is complete)\n"
-           "  --no-stream       wait for the whole reply instead of printing it as it arrives\n\n" +
+           "  --no-stream       wait for the whole reply instead of printing it as it arrives\n"
+           "  --allow-actions   let the model switch the provider or change a setting without\n"
+           "                    asking (by default such calls are declined)\n\n" +
            std::string(kRunOnlyNote) +
            "\nExit codes: 0 answered, 2 usage, 3 missing key or endpoint, or no answer offline,\n"
            "4 provider or network failure, 130 interrupted (Ctrl-C; the text so far is kept).\n";
@@ -54,7 +55,9 @@ std::string chatDetails() {
            "  --offline         answer from the guide alone, without any model\n"
            "  --json            print each reply as the kit's JSON message (once it is complete)\n"
            "  --no-stream       wait for each whole reply instead of printing it as it "
-           "arrives\n\n" +
+           "arrives\n"
+           "  --allow-actions   let the model switch the provider or change a setting without\n"
+           "                    asking (by default chat asks y/N for each)\n\n" +
            std::string(kRunOnlyNote);
 }
 
