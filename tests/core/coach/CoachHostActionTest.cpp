@@ -54,6 +54,7 @@ TEST(CoachHostActionTest, NamesOutsideTheAllowedSetAreRefusedWithAClearError) {
 TEST(CoachHostActionTest, SchemasOutsideTheSubsetAreRefusedWhenTheActionIsMade) {
     EXPECT_THROW(make("a", json{{"type", "string"}}), std::invalid_argument);
     EXPECT_THROW(make("a", json::array()), std::invalid_argument);
+    EXPECT_THROW(make("a", json{{"type", 5}}), std::invalid_argument);
     try {
         make("a", json{{"type", "object"},
                        {"properties", {{"size", {{"type", "integer"}, {"minimum", 1}}}}}});
