@@ -75,12 +75,13 @@ std::string sendableAPIKey(const std::string& apiKey) {
 }
 
 detail::HttpRequest requestFor(const Dialect& dialect, const std::vector<LLMMessage>& messages,
-                               const CoachConfig& config, const std::string& model, std::string url,
-                               bool streamed) {
+                               const std::vector<LLMTool>& tools, const CoachConfig& config,
+                               const std::string& model, std::string url, bool streamed) {
     detail::HttpRequest request;
     request.url = streamed ? dialect.streamingURL(std::move(url)) : std::move(url);
-    const nlohmann::json body = streamed ? dialect.streamingBody(messages, config, model)
-                                         : dialect.body(messages, config, model);
+    nlohmann::json body = streamed ? dialect.streamingBody(messages, config, model)
+                                   : dialect.body(messages, config, model);
+    if (!tools.empty()) dialect.addTools(body, tools);
     request.body = body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     request.timeout = dialect.timeout();
     request.headers.emplace_back("Content-Type", "application/json");
@@ -117,11 +118,12 @@ std::string readReply(const Dialect& dialect, const detail::HttpResponse& respon
 
 detail::HttpRequest httpRequest(const Dialect& dialect, const std::vector<LLMMessage>& messages,
                                 const CoachConfig& config,
-                                const std::optional<std::string>& modelOverride, bool streamed) {
+                                const std::optional<std::string>& modelOverride, bool streamed,
+                                const std::vector<LLMTool>& tools = {}) {
     const std::string model = modelOverride.value_or(config.resolvedModel());
     std::optional<std::string> url = detail::providerEndpoint(config, model);
     if (!url) throw CoachLLMError::invalidURL();
-    return requestFor(dialect, messages, config, model, std::move(*url), streamed);
+    return requestFor(dialect, messages, tools, config, model, std::move(*url), streamed);
 }
 
 // Sleeps for `wait`, or throws CancelledError as soon as the token is stopped.
@@ -164,6 +166,46 @@ detail::HttpResponse postWithRetries(const detail::HttpRequest& request,
     }
 }
 
+// One reply over HTTP, streamed unless the configuration says not, retried as the policy says;
+// calls are read only when tools were offered.
+LLMReply httpReply(const Dialect& dialect, const std::vector<LLMMessage>& messages,
+                   const std::vector<LLMTool>& tools, const CoachConfig& config,
+                   const std::optional<std::string>& modelOverride,
+                   const CancellationToken& cancellation, const LLMDeltaHandler& onDelta,
+                   const LLMRetrySleeper& sleep, const LLMRetryHandler& onRetry) {
+    const bool withCalls = !tools.empty();
+    if (!config.streamsReplies) {
+        const detail::HttpResponse response = postWithRetries(
+            httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false, tools), {},
+            sleep, cancellation, onRetry);
+        throwForErrorStatus(response);
+        LLMReply reply = detail::wholeReply(dialect, response.body, withCalls);
+        if (onDelta && !reply.text.empty()) onDelta(reply.text);
+        return reply;
+    }
+    const detail::HttpRequest request =
+        httpRequest(dialect, messages, config, modelOverride, /*streamed=*/true, tools);
+    detail::StreamedReplyReader reader(dialect, onDelta, withCalls);
+    detail::HttpResponse response;
+    try {
+        const detail::BodySink sink = [&reader](std::string_view contentType,
+                                                std::string_view bytes) {
+            reader.feed(contentType, bytes);
+        };
+        response = postWithRetries(request, sink, sleep, cancellation, onRetry);
+    } catch (const TransportError&) {
+        // A stream lost (or gone silent) part-way ends there: the text so far is the reply, and
+        // calls not seen whole are not made.
+        if (!reader.started()) throw;
+        if (reader.state().text.empty()) throw CoachLLMError::invalidResponse();
+        return {reader.state().text, reader.state().usage};
+    }
+    throwForErrorStatus(response);
+    std::string text = reader.finish();
+    return {std::move(text), reader.state().usage, reader.toolTurn().calls,
+            reader.toolTurn().providerTurn};
+}
+
 }  // namespace
 
 LLMReply LLMService::stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
@@ -173,6 +215,16 @@ LLMReply LLMService::stream(const std::vector<LLMMessage>& messages, const Coach
     LLMReply reply{complete(messages, config, modelOverride, cancellation)};
     if (onDelta && !reply.text.empty()) onDelta(reply.text);
     return reply;
+}
+
+LLMReply LLMService::streamWithTools(const std::vector<LLMMessage>& messages,
+                                     const std::vector<LLMTool>& /*tools*/,
+                                     const CoachConfig& config,
+                                     const std::optional<std::string>& modelOverride,
+                                     const CancellationToken& cancellation,
+                                     const LLMDeltaHandler& onDelta,
+                                     const LLMRetryHandler& onRetry) {
+    return stream(messages, config, modelOverride, cancellation, onDelta, onRetry);
 }
 
 LLMClient::LLMClient(std::shared_ptr<OnDeviceModel> onDevice, LLMRetrySleeper sleep)
@@ -205,35 +257,20 @@ LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachC
             AppleFoundationModelClient(m_onDevice).stream(messages, config, cancellation, onDelta),
             std::nullopt};
     }
-    const Dialect& dialect = dialectFor(config.provider);
-    if (!config.streamsReplies) {
-        const detail::HttpResponse response = postWithRetries(
-            httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false), {}, m_sleep,
-            cancellation, onRetry);
-        LLMReply reply{readReply(dialect, response), std::nullopt};
-        dialect.readUsage(detail::parseAnswer(response.body), reply.usage);
-        if (onDelta && !reply.text.empty()) onDelta(reply.text);
-        return reply;
-    }
-    const detail::HttpRequest request =
-        httpRequest(dialect, messages, config, modelOverride, /*streamed=*/true);
-    detail::StreamedReplyReader reader(dialect, onDelta);
-    detail::HttpResponse response;
-    try {
-        const detail::BodySink sink = [&reader](std::string_view contentType,
-                                                std::string_view bytes) {
-            reader.feed(contentType, bytes);
-        };
-        response = postWithRetries(request, sink, m_sleep, cancellation, onRetry);
-    } catch (const TransportError&) {
-        // A stream lost (or gone silent) part-way ends there: the text so far is the reply.
-        if (!reader.started()) throw;
-        if (reader.state().text.empty()) throw CoachLLMError::invalidResponse();
-        return {reader.state().text, reader.state().usage};
-    }
-    throwForErrorStatus(response);
-    std::string text = reader.finish();
-    return {std::move(text), reader.state().usage};
+    return httpReply(dialectFor(config.provider), messages, {}, config, modelOverride, cancellation,
+                     onDelta, m_sleep, onRetry);
+}
+
+LLMReply LLMClient::streamWithTools(const std::vector<LLMMessage>& messages,
+                                    const std::vector<LLMTool>& tools, const CoachConfig& config,
+                                    const std::optional<std::string>& modelOverride,
+                                    const CancellationToken& cancellation,
+                                    const LLMDeltaHandler& onDelta,
+                                    const LLMRetryHandler& onRetry) {
+    if (usesOnDeviceModel(config) || tools.empty())
+        return stream(messages, config, modelOverride, cancellation, onDelta, onRetry);
+    return httpReply(dialectFor(config.provider), messages, tools, config, modelOverride,
+                     cancellation, onDelta, m_sleep, onRetry);
 }
 
 std::optional<std::string> LLMClient::endpointURL(const CoachConfig& config) {
