@@ -1,6 +1,7 @@
 #include "ConversationPane.h"
 
 #include "Primitives.h"
+#include "SpokenText.h"
 
 #include <sagely/ui/CoachSymbols.h>
 
@@ -353,6 +354,26 @@ void ConversationPane::setPartialReply(const std::string& text) {
 
 QWidget* ConversationPane::partialReplyView() const {
     return m_streaming;
+}
+
+void ConversationPane::showApproval(const std::optional<PendingApproval>& pending,
+                                    const ActionApprovalCard::AnswerHandler& onAnswer) {
+    // Rebuilt only when the call changed: a rebuilt card would lose the focus and the check box.
+    if (pending == m_pending) return;
+    m_pending = pending;
+    if (m_approval) {
+        m_approval->hide();
+        m_approval->deleteLater();  // it may be delivering the click that led here
+        m_approval = nullptr;
+    }
+    if (pending) {
+        m_approval = new ActionApprovalCard(pending->title, pending->argumentSummary, onAnswer);
+        m_list->insertWidget(m_list->indexOf(m_streaming), m_approval);
+        m_approval->show();
+        announce(m_approval);
+        scrollToBottomOf(m_approval);
+    }
+    Q_EMIT contentChanged();
 }
 
 void ConversationPane::scrollToBottomOf(QWidget* target) {

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QApplication>
 #include <QFile>
 #include <QRegularExpression>
 #include <QStyle>
@@ -108,6 +109,48 @@ TEST(DemoHostTest, TheDemoWindowAnswersASpeechQuestionWithTheLesson) {
     EXPECT_NE(visibleChild(&window, QStringLiteral("openInCanvasButton")), nullptr);
     EXPECT_EQ(world.server.requestCount(), 0u);
     EXPECT_FALSE(saveScreenshot(&window, QStringLiteral("demo-speech-lesson")).isEmpty());
+}
+
+TEST(DemoHostTest, TheGuideOpensAtAChapterByItsTitle) {
+    const QString manual = QString::fromStdString(demoManual());
+    const QStringList chapters = tessel::GuideWindow::chapterTitles(manual);
+    ASSERT_EQ(chapters.size(), 19);
+    EXPECT_EQ(chapters[6], QStringLiteral("The AI Canvas"));
+    CoachWorld world;
+    AICoach coach(world.executor, std::make_shared<DemoContext>(), world.settings.get(), "demo");
+    tessel::DemoMainWindow window(coach, *world.settings, manual);
+    window.show();
+    ASSERT_TRUE(window.openGuideChapter(QStringLiteral("Teach Mode")));
+    auto* guide = window.findChild<tessel::GuideWindow*>(QStringLiteral("guideWindow"));
+    ASSERT_NE(guide, nullptr);
+    EXPECT_TRUE(guide->isVisible());
+    EXPECT_EQ(guide->currentHeading(), QStringLiteral("8. Teach Mode"));
+    EXPECT_FALSE(window.openGuideChapter(QStringLiteral("Time Travel")));
+}
+
+TEST(DemoHostTest, TheAppearanceSwitchesBetweenLightAndDarkPalettes) {
+    CoachWorld world;
+    AICoach coach(world.executor, std::make_shared<DemoContext>(), world.settings.get(), "demo");
+    tessel::DemoMainWindow window(coach, *world.settings, QStringLiteral("# Guide"));
+    const QPalette original = QApplication::palette();
+    window.useDarkAppearance(true);
+    EXPECT_TRUE(window.usesDarkAppearance());
+    EXPECT_LT(QApplication::palette().color(QPalette::Window).lightness(), 80);
+    window.useDarkAppearance(false);
+    EXPECT_FALSE(window.usesDarkAppearance());
+    EXPECT_GT(QApplication::palette().color(QPalette::Window).lightness(), 150);
+    QApplication::setPalette(original);
+}
+
+TEST(DemoHostTest, ACanvasIsCreatedWithItsName) {
+    CoachWorld world;
+    AICoach coach(world.executor, std::make_shared<DemoContext>(), world.settings.get(), "demo");
+    tessel::DemoMainWindow window(coach, *world.settings, QStringLiteral("# Guide"));
+    tessel::CanvasWindow* canvas = window.createCanvas(QStringLiteral("Launch"));
+    ASSERT_NE(canvas, nullptr);
+    EXPECT_TRUE(canvas->isVisible());
+    EXPECT_EQ(canvas->title(), QStringLiteral("Launch"));
+    EXPECT_TRUE(visibleTexts(canvas).contains(QStringLiteral("Launch")));
 }
 
 }  // namespace
