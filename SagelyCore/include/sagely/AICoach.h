@@ -20,6 +20,19 @@
 //   (the pending completion is released uncalled), and the destructor does not wait for the
 //   network. A question still waiting for its reply is saved with the conversation.
 //
+// Host actions: the actions the context provider offers (hostActions(), asked once per question)
+// go with the request. When the model calls some, each call is checked against its schema (a
+// misfit goes back to the model as an error), then runs at once if it is read-only, pre-approved
+// or "always allowed" in this conversation, else waits in `pendingAction` until the host calls
+// approvePendingAction() or denyPendingAction() (a denial goes back as "the user declined").
+// Handlers run on the main thread, one call at a time, in the order the model made them. Once
+// every call of the round has its outcome, the round is appended as one assistant message
+// (CoachMessage::actionCalls) and the results go back to the model, which answers or calls
+// again — at most kMaxActionRounds rounds per question, then the coach stops with
+// kActionRoundLimitMessage. A new question, stop() or destroying the coach ends the loop at once:
+// calls not run yet are kept as cancelled, and the result of a handler already running is kept
+// but not sent.
+//
 // Saving: each change hands only what it changed to the coach's writer thread, which writes the
 // file soon after (the saves of a burst once, with the latest list), merged with what other
 // hosts saved, crash-safe (temporary file, flushed, renamed). The outcome reaches
@@ -32,6 +45,7 @@
 // property notifications; destroying it from a completion is fine.
 #pragma once
 
+#include <sagely/CoachActionCall.h>
 #include <sagely/CoachContextProvider.h>
 #include <sagely/CoachConversation.h>
 #include <sagely/CoachLLMError.h>
@@ -44,6 +58,7 @@
 #include <sagely/LLMClient.h>
 #include <sagely/MainExecutor.h>
 #include <sagely/Observable.h>
+#include <sagely/Uuid.h>
 
 #include <cstddef>
 #include <functional>
@@ -93,6 +108,25 @@ public:
     /// Stored in `error` when the custom provider has a key but no endpoint.
     static constexpr const char* kCustomEndpointMissingMessage =
         "Custom API requires an endpoint URL (OpenAI-compatible /v1/chat/completions).";
+    /// The most rounds of action calls a question may take before the coach stops.
+    static constexpr int kMaxActionRounds = 6;
+    /// The assistant message appended when the model still calls actions after the last round.
+    static constexpr const char* kActionRoundLimitMessage =
+        "I stopped here: this question needed more than 6 rounds of actions. Ask again with a "
+        "narrower request if something is left to do.";
+
+    /// A call that waits for the user's decision.
+    struct PendingAction {
+        Uuid conversationId;
+        std::string callId;
+        /// The action's name and what the user reads for it ("Create canvas").
+        std::string actionName;
+        std::string title;
+        /// The arguments as compact JSON text, and as a line the user reads ("name = Launch").
+        std::string arguments;
+        std::string argumentSummary;
+    };
+
     /// The most messages a conversation keeps after a model reply; the oldest go first.
     static constexpr std::size_t kMaxMessagesPerConversation = 500;
 
@@ -120,6 +154,11 @@ public:
     /// The last failure's text, or "LOCAL_ONLY" / "NO_API_KEY". Views may clear it.
     const Property<std::optional<std::string>>& error() const;
     void setError(std::optional<std::string> error);
+    /// The call waiting for the user's approval, or none.
+    const Property<std::optional<PendingAction>>& pendingAction() const;
+    /// The calls of the round in progress with their outcomes so far (a view shows "Done: …" /
+    /// "Declined" lines from them until the round's message is appended); empty otherwise.
+    const Property<std::vector<CoachActionCall>>& actionsInProgress() const;
     /// Why the last save of the conversations did not reach the disk; none when it did (or
     /// nothing was saved yet). Never shown as `error`: a host may tell the user in its own way.
     const Property<std::optional<std::string>>& lastSaveFailure() const;
@@ -150,6 +189,14 @@ public:
     /// assistant message (and reaches the completion) and the conversation is saved; with no
     /// text yet, nothing is appended. Nothing happens when no request runs.
     void stop();
+
+    /// Runs the pending call; with `alwaysForThisConversation`, later calls of the same action in
+    /// this conversation run without asking (until the coach is destroyed). Nothing happens
+    /// when no call is pending.
+    void approvePendingAction(bool alwaysForThisConversation = false);
+    /// Declines the pending call: the model is told the user declined. Nothing happens when no
+    /// call is pending.
+    void denyPendingAction();
 
     /// Blocks until every save asked for so far is on disk (or has failed), then publishes its
     /// outcome in lastSaveFailure. For a host that reads the file itself, shuts down in

@@ -3,13 +3,16 @@
 // The coach calls these on the main thread while it builds the system prompt of a model request:
 // manualText(), configurationSummary() and, for every provider but the on-device one,
 // recentActivity(10). An empty string means "none". A host may also implement
-// CoachLocalActionHandler on the same object to answer questions without a model.
+// CoachLocalActionHandler on the same object to answer questions without a model, and offer
+// actions the model may call through hostActions().
 #pragma once
 
+#include <sagely/CoachHostAction.h>
 #include <sagely/Export.h>
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace sagely {
 
@@ -25,6 +28,10 @@ public:
     virtual std::optional<std::string> shortcutInfo(const std::string& name) = 0;
     /// The host's recent activity (the RECENT ACTIVITY section); the coach asks for 10 entries.
     virtual std::string recentActivity(int limit) = 0;
+    /// The actions the model may call while it answers the next question (default: none). Asked
+    /// on the main thread once per question, so the list may change between questions; with
+    /// none, requests are exactly those of a host without actions.
+    virtual std::vector<CoachHostAction> hostActions() { return {}; }
 };
 
 }  // namespace sagely

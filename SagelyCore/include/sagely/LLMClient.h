@@ -39,6 +39,10 @@ struct LLMReply {
     std::string text;
     /// What the reply cost, when the provider said.
     std::optional<TokenUsage> usage;
+    /// The actions the model called, in its order (its text, often empty, comes before them).
+    std::vector<LLMToolCall> toolCalls{};
+    /// With calls: the turn as the format sent it, for LLMMessage::providerTurn.
+    std::string providerTurn{};
 };
 
 /// Receives each new piece of a reply's visible text, on the thread that asked, as it arrives.
@@ -57,6 +61,13 @@ public:
     virtual LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                             const std::optional<std::string>& modelOverride,
                             const CancellationToken& cancellation, const LLMDeltaHandler& onDelta);
+    /// As stream(), offering `tools` to the model; its calls come back in LLMReply::toolCalls.
+    /// With no tools the request is exactly stream()'s. The default ignores the tools.
+    virtual LLMReply streamWithTools(const std::vector<LLMMessage>& messages,
+                                     const std::vector<LLMTool>& tools, const CoachConfig& config,
+                                     const std::optional<std::string>& modelOverride,
+                                     const CancellationToken& cancellation,
+                                     const LLMDeltaHandler& onDelta);
 };
 
 class SAGELY_EXPORT LLMClient final : public LLMService {
@@ -75,6 +86,13 @@ public:
     LLMReply stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                     const std::optional<std::string>& modelOverride,
                     const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) override;
+    /// Tools go in each format's shape (OpenAI and custom, Anthropic, Gemini, Ollama); the
+    /// on-device model is asked without them.
+    LLMReply streamWithTools(const std::vector<LLMMessage>& messages,
+                             const std::vector<LLMTool>& tools, const CoachConfig& config,
+                             const std::optional<std::string>& modelOverride,
+                             const CancellationToken& cancellation,
+                             const LLMDeltaHandler& onDelta) override;
 
     /// The request URL for the configuration: the trimmed custom endpoint when there is one,
     /// else the provider's default; none for `apple` and `custom` without an endpoint, and for a

@@ -282,6 +282,12 @@ void AICoach::setError(std::optional<std::string> error) {
 const Property<std::optional<std::string>>& AICoach::lastSaveFailure() const {
     return m_impl->lastSaveFailure;
 }
+const Property<std::optional<AICoach::PendingAction>>& AICoach::pendingAction() const {
+    return m_impl->pendingAction;
+}
+const Property<std::vector<CoachActionCall>>& AICoach::actionsInProgress() const {
+    return m_impl->actionsInProgress;
+}
 
 CoachSettingsStore& AICoach::settings() const {
     return *m_impl->settings;
@@ -323,6 +329,16 @@ void AICoach::waitForPendingSaves() {
 void AICoach::stop() {
     auto impl = m_impl;  // the completion may destroy this coach
     impl->stop();
+}
+
+void AICoach::approvePendingAction(bool alwaysForThisConversation) {
+    auto impl = m_impl;  // the completion may destroy this coach
+    impl->decidePendingAction(true, alwaysForThisConversation);
+}
+
+void AICoach::denyPendingAction() {
+    auto impl = m_impl;
+    impl->decidePendingAction(false, false);
 }
 
 void AICoach::setConversationPersistenceAllowed(std::function<bool()> allowed) {

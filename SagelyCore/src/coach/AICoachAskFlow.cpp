@@ -7,6 +7,8 @@
 #include <sagely/Log.h>
 #include <sagely/Text.h>
 
+#include "model/json/DataModelAccess.h"
+
 #include <atomic>
 #include <thread>
 #include <utility>
@@ -43,14 +45,20 @@ void capMessages(CoachConversation& conversation) {
 
 // Runs on the worker thread: only the values given, never the coach.
 detail::ModelOutcome askModel(LLMService& llm, const std::vector<LLMMessage>& messages,
-                              const CoachConfig& config, const CancellationToken& cancellation,
+                              const std::vector<LLMTool>& tools, const CoachConfig& config,
+                              const CancellationToken& cancellation,
                               detail::PartialReply& partial) {
     detail::ModelOutcome outcome;
     try {
-        LLMReply reply = llm.stream(messages, config, std::nullopt, cancellation,
-                                    [&partial](std::string_view piece) { partial.add(piece); });
+        auto onDelta = [&partial](std::string_view piece) { partial.add(piece); };
+        LLMReply reply =
+            tools.empty()
+                ? llm.stream(messages, config, std::nullopt, cancellation, onDelta)
+                : llm.streamWithTools(messages, tools, config, std::nullopt, cancellation, onDelta);
         outcome.reply = std::move(reply.text);
         outcome.usage = reply.usage;
+        outcome.toolCalls = std::move(reply.toolCalls);
+        outcome.providerTurn = std::move(reply.providerTurn);
     } catch (const CancelledError&) {
         outcome.cancelled = true;
     } catch (const Error& error) {
@@ -59,6 +67,55 @@ detail::ModelOutcome askModel(LLMService& llm, const std::vector<LLMMessage>& me
         outcome.failure = kUnknownFailure;
     }
     return outcome;
+}
+
+bool usesOnDeviceModel(const CoachConfig& config) {
+    return config.provider == CoachConfig::Provider::apple && text::isBlank(config.customEndpoint);
+}
+
+std::vector<LLMTool> toolsOf(const std::vector<CoachHostAction>& actions) {
+    std::vector<LLMTool> tools;
+    tools.reserve(actions.size());
+    for (const CoachHostAction& action : actions)
+        tools.push_back({action.name(), action.description(), action.parameters().dump()});
+    return tools;
+}
+
+// What the model is told for a call that never ran because the question ended first.
+const char* const kNotRunResult = "Not run: the user stopped the request before this action ran.";
+
+std::string resultForModel(const CoachActionCall& call) {
+    return call.status == CoachActionCall::Status::pending ? kNotRunResult : call.result;
+}
+
+bool isErrorResult(const CoachActionCall& call) {
+    using enum CoachActionCall::Status;
+    return call.status == failed || call.status == invalid;
+}
+
+// A round as plain text, for a request that offers no actions (the formats refuse calls and
+// results without tools declared): the model still learns what was done.
+std::string roundAsText(const CoachMessage& message) {
+    std::string text = message.content();
+    for (const CoachActionCall& call : message.actionCalls()) {
+        if (!text.empty()) text += "\n";
+        text += "[" + call.summaryLine() + " (" + call.name + " " + call.arguments +
+                "): " + resultForModel(call) + "]";
+    }
+    return text;
+}
+
+// "name = Launch, size = 3": the arguments as the approval card shows them.
+std::string argumentSummary(const nlohmann::json& arguments) {
+    std::string summary;
+    for (const auto& [key, value] : arguments.items()) {
+        if (!summary.empty()) summary += ", ";
+        summary += key + " = " +
+                   (value.is_string()
+                        ? value.get<std::string>()
+                        : value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    }
+    return summary;
 }
 
 }  // namespace
@@ -211,6 +268,18 @@ void AICoach::Impl::startRequest(CoachConversation conversation, const CoachConf
 void AICoach::Impl::cancelRunningRequest() {
     for (auto& [generation, request] : requests) {
         request->cancellation.requestStop();
+        if (request->awaitingDecision) {
+            // Its calls are settled now, before the next question is sent; it ends from the
+            // queue, as a cancelled request does.
+            cancelRound(*request);
+            executor->post([coach = weak_from_this(), generation = generation] {
+                auto impl = coach.lock();
+                if (!impl || !impl->owner) return;
+                auto found = impl->requests.find(generation);
+                if (found != impl->requests.end()) impl->finish(found->second, std::nullopt);
+            });
+            continue;
+        }
         if (request->worker) continue;
         // Still waiting for its enrichment, which may never come: end it from the queue, as if
         // the enrichment had arrived after the cancel.
@@ -247,9 +316,13 @@ void AICoach::Impl::enrichmentArrived(std::uint64_t generation,
         observation = std::move(enrichment->systemPromptSection);
         request->observationCard = std::move(enrichment->observationCard);
     }
+    request->observation = observation;
     std::vector<LLMMessage> messages;
     try {
-        messages = modelMessages(latest(*request), request->config.provider, observation);
+        if (contextProvider && !usesOnDeviceModel(request->config))
+            request->actions = contextProvider->hostActions();
+        messages = modelMessages(latest(*request), request->config.provider, observation,
+                                 !request->actions.empty());
     } catch (const std::exception& failure) {
         return endWithFailure(request, detail::ModelOutcome::failed(failure.what()));
     } catch (...) {
@@ -259,9 +332,10 @@ void AICoach::Impl::enrichmentArrived(std::uint64_t generation,
     startWorker(request, std::move(messages));
 }
 
-std::vector<LLMMessage> AICoach::Impl::modelMessages(
-    const CoachConversation& conversation, CoachConfig::Provider provider,
-    const std::optional<std::string>& observation) {
+std::vector<LLMMessage> AICoach::Impl::modelMessages(const CoachConversation& conversation,
+                                                     CoachConfig::Provider provider,
+                                                     const std::optional<std::string>& observation,
+                                                     bool withActions) {
     const auto& history = conversation.messages();
     std::string_view query;
     for (auto message = history.rbegin(); message != history.rend(); ++message) {
@@ -275,7 +349,25 @@ std::vector<LLMMessage> AICoach::Impl::modelMessages(
         {"system", buildCoachSystemPrompt(provider, query, observation, contextProvider.get())});
     for (const auto& message : history) {
         if (message.role() == CoachMessage::Role::system) continue;
-        messages.push_back({std::string(rawValue(message.role())), message.content()});
+        const auto& calls = message.actionCalls();
+        if (calls.empty()) {
+            messages.push_back({std::string(rawValue(message.role())), message.content()});
+            continue;
+        }
+        if (!withActions) {
+            messages.push_back({"assistant", roundAsText(message)});
+            continue;
+        }
+        LLMMessage asked{"assistant", message.content()};
+        LLMMessage answered{"tool", ""};
+        for (const CoachActionCall& call : calls) {
+            asked.toolCalls.push_back({call.id, call.name, call.arguments});
+            answered.toolResults.push_back(
+                {call.id, call.name, resultForModel(call), isErrorResult(call)});
+        }
+        asked.providerTurn = message.providerTurn();
+        messages.push_back(std::move(asked));
+        messages.push_back(std::move(answered));
     }
     return CoachPromptBudget::budgetMessages(std::move(messages), provider);
 }
@@ -293,8 +385,9 @@ void AICoach::Impl::startWorker(const std::shared_ptr<detail::CoachRequest>& req
         std::thread([llm = llm, executor = executor, coach = weak_from_this(),
                      generation = request->generation, config = request->config,
                      cancellation = request->cancellation, messages = std::move(messages),
-                     partial = request->partial, done]() mutable {
-            auto outcome = askModel(*llm, messages, config, cancellation, *partial);
+                     tools = toolsOf(request->actions), partial = request->partial,
+                     done]() mutable {
+            auto outcome = askModel(*llm, messages, tools, config, cancellation, *partial);
             partial->close();
             postOutcome(*executor, std::move(coach), generation, std::move(outcome));
             // Let go of shared services here, so a coach that waits for this worker finds
@@ -319,13 +412,15 @@ void AICoach::Impl::outcomeArrived(std::uint64_t generation, detail::ModelOutcom
     if (!outcome.reply) return endWithFailure(request, outcome);
     // A superseded request's reply is dropped, and the newer request owns isThinking.
     if (isSuperseded(*request)) return finish(request, std::nullopt);
+    if (!outcome.toolCalls.empty() && !request->actions.empty())
+        return beginRound(request, std::move(outcome));
     appendReply(request, std::move(*outcome.reply), outcome.usage);
 }
 
 // The text so far is shown; isThinking ends with the first of it.
 void AICoach::Impl::partialArrived(std::uint64_t generation) {
     auto found = requests.find(generation);
-    if (found == requests.end() || isSuperseded(*found->second)) return;
+    if (found == requests.end() || isSuperseded(*found->second) || !found->second->partial) return;
     std::string text = found->second->partial->text();
     if (text.empty() || text == partialReply.get()) return;
     if (isThinking.get()) isThinking.set(false);
@@ -339,9 +434,200 @@ void AICoach::Impl::stop() {
     if (found == requests.end()) return;
     auto request = found->second;
     request->cancellation.requestStop();
+    if (request->roundMessage) cancelRound(*request);
     std::string text = request->partial ? request->partial->text() : std::string();
     if (text.empty()) return endWithFailure(request, detail::ModelOutcome::cancelledRequest());
     appendReply(request, std::move(text));
+}
+
+// --- Host actions ---
+
+// The model called actions: the round is appended at once (its calls pending) and decided call
+// by call.
+void AICoach::Impl::beginRound(const std::shared_ptr<detail::CoachRequest>& request,
+                               detail::ModelOutcome outcome) {
+    if (request->rounds >= kMaxActionRounds) {
+        return appendReply(request, kActionRoundLimitMessage, outcome.usage);
+    }
+    ++request->rounds;
+    std::vector<CoachActionCall> calls;
+    for (LLMToolCall& asked : outcome.toolCalls) {
+        CoachActionCall call;
+        call.id = std::move(asked.id);
+        call.name = std::move(asked.name);
+        call.arguments = text::isBlank(asked.arguments) ? "{}" : std::move(asked.arguments);
+        call.title = call.name;
+        for (const CoachHostAction& action : request->actions)
+            if (action.name() == call.name) call.title = action.title();
+        calls.push_back(std::move(call));
+    }
+    CoachMessage round = CoachMessage::actionRound(std::move(*outcome.reply), calls,
+                                                   std::move(outcome.providerTurn), outcome.usage);
+    request->roundMessage = round.id();
+    request->partial.reset();  // its text is the round's now; Stop must not append it again
+    request->nextCall = 0;
+    CoachConversation conversation = latest(*request);
+    conversation.append(std::move(round));
+    store(std::move(conversation));
+    if (!partialReply.get().empty()) partialReply.set({});
+    actionsInProgress.set(calls);
+    save();
+    decideCalls(request);
+}
+
+// Decides the round's calls in order: a call that needs the user's word waits in pendingAction;
+// once all are decided, the results go back to the model.
+void AICoach::Impl::decideCalls(const std::shared_ptr<detail::CoachRequest>& request) {
+    std::vector<CoachActionCall> calls = roundCalls(*request);
+    while (request->nextCall < calls.size()) {
+        CoachActionCall& call = calls[request->nextCall];
+        const CoachHostAction* action = nullptr;
+        for (const CoachHostAction& offered : request->actions)
+            if (offered.name() == call.name) action = &offered;
+        const nlohmann::json arguments = nlohmann::json::parse(call.arguments, nullptr, false);
+        std::optional<std::string> problem;
+        if (action == nullptr) {
+            problem =
+                "No action named "
+                " + call.name + "
+                " is offered.";
+        } else if (!arguments.is_object()) {
+            problem = "The arguments are not a JSON object.";
+        } else if (auto misfit = action->argumentProblem(arguments)) {
+            problem = "Invalid arguments: " + *misfit +
+                      ". Call it again with arguments that fit "
+                      "its schema.";
+        }
+        if (problem) {
+            call.status = CoachActionCall::Status::invalid;
+            call.result = std::move(*problem);
+            ++request->nextCall;
+            continue;
+        }
+        const bool allowed =
+            !action->needsApproval() ||
+            alwaysAllowed.contains({request->conversation.id().toString(), action->name()});
+        if (!allowed) {
+            updateRound(*request, calls);
+            request->awaitingDecision = true;
+            if (isThinking.get()) isThinking.set(false);
+            pendingAction.set(PendingAction{request->conversation.id(), call.id, call.name,
+                                            call.title, call.arguments,
+                                            argumentSummary(arguments)});
+            return;
+        }
+        runCall(call, *action, arguments);
+        ++request->nextCall;
+        // A handler may have asked a new question or stopped: its result is kept, not sent.
+        if (isSuperseded(*request)) {
+            updateRound(*request, calls);
+            return dropRound(request);
+        }
+    }
+    updateRound(*request, calls);
+    actionsInProgress.set({});
+    askAgain(request);
+}
+
+void AICoach::Impl::runCall(CoachActionCall& call, const CoachHostAction& action,
+                            const nlohmann::json& arguments) {
+    CoachHostActionResult result = action.run(arguments);
+    call.status = result.failed ? CoachActionCall::Status::failed : CoachActionCall::Status::done;
+    call.result = std::move(result.text);
+    call.card = std::move(result.card);
+}
+
+void AICoach::Impl::decidePendingAction(bool approved, bool always) {
+    auto pending = pendingAction.get();
+    if (!pending) return;
+    auto found = requests.find(latestGeneration);
+    pendingAction.set(std::nullopt);
+    if (found == requests.end() || !found->second->awaitingDecision) return;
+    auto request = found->second;
+    request->awaitingDecision = false;
+    std::vector<CoachActionCall> calls = roundCalls(*request);
+    if (request->nextCall >= calls.size()) return;
+    CoachActionCall& call = calls[request->nextCall];
+    if (approved) {
+        if (always) alwaysAllowed.insert({request->conversation.id().toString(), call.name});
+        const CoachHostAction* action = nullptr;
+        for (const CoachHostAction& offered : request->actions)
+            if (offered.name() == call.name) action = &offered;
+        runCall(call, *action, nlohmann::json::parse(call.arguments));
+    } else {
+        call.status = CoachActionCall::Status::declined;
+        call.result =
+            "The user declined this action; it was not run. Do not try it again "
+            "unless the user asks.";
+    }
+    ++request->nextCall;
+    updateRound(*request, calls);
+    if (isSuperseded(*request)) return dropRound(request);
+    isThinking.set(true);
+    decideCalls(request);
+}
+
+// The results go back to the model in a new request of the same question.
+void AICoach::Impl::askAgain(const std::shared_ptr<detail::CoachRequest>& request) {
+    isThinking.set(true);
+    std::vector<LLMMessage> messages;
+    try {
+        messages =
+            modelMessages(latest(*request), request->config.provider, request->observation, true);
+    } catch (const std::exception& failure) {
+        return endWithFailure(request, detail::ModelOutcome::failed(failure.what()));
+    } catch (...) {
+        return endWithFailure(request, detail::ModelOutcome::failed(kUnknownFailure));
+    }
+    startWorker(request, std::move(messages));
+}
+
+// A round whose question ended while it ran (stopped, or a new question): what is left is
+// cancelled, nothing goes back to the model. stop() or the next question already own the
+// published state; this request only ends.
+void AICoach::Impl::dropRound(const std::shared_ptr<detail::CoachRequest>& request) {
+    cancelRound(*request);
+    save();
+    finish(request, std::nullopt);
+}
+
+std::vector<CoachActionCall> AICoach::Impl::roundCalls(const detail::CoachRequest& request) const {
+    for (const CoachMessage& message : latest(request).messages())
+        if (message.id() == request.roundMessage) return message.actionCalls();
+    return {};
+}
+
+// The round's message is replaced by one with the same identity and the calls' new outcomes.
+void AICoach::Impl::updateRound(const detail::CoachRequest& request,
+                                std::vector<CoachActionCall> calls) {
+    CoachConversation conversation = latest(request);
+    for (CoachMessage& message : conversation.messages()) {
+        if (message.id() != request.roundMessage) continue;
+        message = detail::DataModelAccess::message(
+            message.id(), message.role(), message.content(), std::nullopt, std::nullopt,
+            message.usage(), message.timestamp(), calls, message.providerTurn());
+        if (request.generation == latestGeneration) actionsInProgress.set(calls);
+        store(std::move(conversation));
+        save();
+        return;
+    }
+}
+
+// Calls not decided yet will not run: they are kept as cancelled.
+void AICoach::Impl::cancelRound(detail::CoachRequest& request) {
+    request.awaitingDecision = false;
+    std::vector<CoachActionCall> calls = roundCalls(request);
+    bool changed = false;
+    for (CoachActionCall& call : calls) {
+        if (call.status != CoachActionCall::Status::pending) continue;
+        call.status = CoachActionCall::Status::cancelled;
+        call.result = kNotRunResult;
+        changed = true;
+    }
+    if (changed) updateRound(request, std::move(calls));
+    if (pendingAction.get() && pendingAction.get()->conversationId == request.conversation.id())
+        pendingAction.set(std::nullopt);
+    if (!actionsInProgress.get().empty()) actionsInProgress.set({});
 }
 
 void AICoach::Impl::appendReply(const std::shared_ptr<detail::CoachRequest>& request,

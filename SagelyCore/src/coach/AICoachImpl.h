@@ -13,6 +13,8 @@
 
 #include "coach/PartialReply.h"
 
+#include <nlohmann/json.hpp>
+
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
@@ -20,6 +22,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -46,6 +49,8 @@ struct ModelOutcome {
     std::string failure;
     bool cancelled = false;
     std::optional<TokenUsage> usage;
+    std::vector<LLMToolCall> toolCalls{};
+    std::string providerTurn{};
 
     static ModelOutcome cancelledRequest() { return {std::nullopt, {}, true}; }
     static ModelOutcome failed(std::string failure) { return {std::nullopt, std::move(failure)}; }
@@ -61,6 +66,15 @@ struct CoachRequest {
     std::optional<CoachCard> observationCard;
     std::shared_ptr<WorkerDone> worker;     // set once the worker thread runs
     std::shared_ptr<PartialReply> partial;  // set with the worker
+
+    // Host actions: asked once per question; the rounds of calls so far; the round in progress
+    // (its message in the conversation, and the next of its calls to decide).
+    std::vector<CoachHostAction> actions{};
+    std::optional<std::string> observation{};
+    int rounds = 0;
+    std::optional<Uuid> roundMessage{};
+    std::size_t nextCall = 0;
+    bool awaitingDecision = false;
 };
 
 }  // namespace detail
@@ -81,6 +95,8 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
     Property<std::optional<std::string>> error;
     Property<std::optional<std::string>> lastSaveFailure;
     Property<std::string> partialReply;
+    Property<std::optional<PendingAction>> pendingAction;
+    Property<std::vector<CoachActionCall>> actionsInProgress;
 
     AICoach* owner;  // null once the coach is being destroyed
     std::shared_ptr<MainExecutor> executor;
@@ -95,6 +111,9 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
     // it is in step; it falls out of step while persistence is switched off.
     std::unique_ptr<detail::ConversationWriter> writer;
     bool writerInStep = false;
+
+    // "Always allow for this conversation": conversation id and action name.
+    std::set<std::pair<std::string, std::string>> alwaysAllowed;
 
     std::uint64_t latestGeneration = 0;
     std::map<std::uint64_t, std::shared_ptr<detail::CoachRequest>> requests;  // unfinished
@@ -128,9 +147,20 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
                            std::optional<CoachReplyEnrichment> enrichment);
     void startWorker(const std::shared_ptr<detail::CoachRequest>& request,
                      std::vector<LLMMessage> messages);
+    void askAgain(const std::shared_ptr<detail::CoachRequest>& request);
+    void beginRound(const std::shared_ptr<detail::CoachRequest>& request,
+                    detail::ModelOutcome outcome);
+    void decideCalls(const std::shared_ptr<detail::CoachRequest>& request);
+    void runCall(CoachActionCall& call, const CoachHostAction& action,
+                 const nlohmann::json& arguments);
+    void dropRound(const std::shared_ptr<detail::CoachRequest>& request);
+    std::vector<CoachActionCall> roundCalls(const detail::CoachRequest& request) const;
+    void updateRound(const detail::CoachRequest& request, std::vector<CoachActionCall> calls);
+    void cancelRound(detail::CoachRequest& request);
     void outcomeArrived(std::uint64_t generation, detail::ModelOutcome outcome);
     void partialArrived(std::uint64_t generation);
     void stop();
+    void decidePendingAction(bool approved, bool always);
     void appendReply(const std::shared_ptr<detail::CoachRequest>& request, std::string reply,
                      std::optional<TokenUsage> usage = std::nullopt);
     void endWithFailure(const std::shared_ptr<detail::CoachRequest>& request,
@@ -141,7 +171,8 @@ struct SAGELY_NO_EXPORT AICoach::Impl : std::enable_shared_from_this<AICoach::Im
     const CoachConversation& latest(const detail::CoachRequest& request) const;
     std::vector<LLMMessage> modelMessages(const CoachConversation& conversation,
                                           CoachConfig::Provider provider,
-                                          const std::optional<std::string>& observation);
+                                          const std::optional<std::string>& observation,
+                                          bool withActions = false);
 
     class EnrichmentHandoff;
     static void postOutcome(MainExecutor& executor, std::weak_ptr<Impl> coach,

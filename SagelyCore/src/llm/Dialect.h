@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,6 +30,18 @@ struct StreamState {
     std::optional<std::int64_t> textBlock;
     /// The token counts the stream reported last.
     std::optional<TokenUsage> usage;
+    /// Calls as they are pieced together, by the format's index (OpenAI's tool-call index,
+    /// Anthropic's block index, an arrival count for the formats that send calls whole).
+    std::map<std::int64_t, LLMToolCall> calls;
+    /// The turn as received, for formats that send it back verbatim (Gemini: every part;
+    /// Anthropic: the content blocks by index); null when the format rebuilds it.
+    nlohmann::json turn;
+};
+
+/// The action calls of a reply, and the turn to send back with their results.
+struct ToolTurn {
+    std::vector<LLMToolCall> calls;
+    std::string providerTurn;
 };
 
 class Dialect {
@@ -64,9 +77,31 @@ public:
     virtual void readUsage(const nlohmann::json& object,
                            std::optional<TokenUsage>& usage) const = 0;
 
+    /// Adds the offered actions to a request body (called only when there are some).
+    virtual void addTools(nlohmann::json& body, const std::vector<LLMTool>& tools) const = 0;
+    /// The calls of a whole answer, and its turn as this format sends it back.
+    virtual ToolTurn toolTurn(const nlohmann::json& answer) const = 0;
+    /// Takes what one streamed event adds to the calls (and the turn) into `state`.
+    virtual void readStreamedCalls(const SseEvent& event, const nlohmann::json& data,
+                                   StreamState& state) const = 0;
+    /// The calls of a stream once it ended.
+    virtual ToolTurn streamedToolTurn(const StreamState& state) const;
+
     virtual std::chrono::seconds timeout() const { return std::chrono::seconds(90); }
     virtual bool sendsAPIKey() const { return true; }
 };
+
+/// The opaque turn text for `format` ({"format": …, "content": …}).
+std::string providerTurnText(std::string_view format, const nlohmann::json& content);
+/// The content of a turn made for `format`; none for another format's turn or none at all.
+std::optional<nlohmann::json> providerTurnContent(std::string_view format, const std::string& turn);
+/// Parsed call arguments: an object, or {} for text that is not a JSON object (the model then
+/// sees what the kit made of its call).
+nlohmann::json argumentsObject(const std::string& arguments);
+/// Compact JSON text of a value, with ill-formed UTF-8 replaced.
+std::string compactJson(const nlohmann::json& value);
+/// A call id for formats that may give none: "call_<n>".
+std::string madeUpCallId(std::size_t index);
 
 /// "role" and "content" of one message, as every format that copies roles writes it.
 inline nlohmann::json apiMessage(const LLMMessage& message) {

@@ -20,6 +20,56 @@ std::optional<std::string> visibleText(const nlohmann::json& part) {
     return stringValue(member(&part, "text"));
 }
 
+constexpr std::string_view kFormat = "gemini";
+
+// The model's content as received when it came from this format (every part, thought
+// signatures included), else rebuilt from the calls.
+nlohmann::json modelContent(const LLMMessage& message) {
+    if (auto turn = providerTurnContent(kFormat, message.providerTurn); turn && turn->is_object())
+        return *turn;
+    nlohmann::json parts = nlohmann::json::array();
+    if (!message.content.empty()) parts.push_back({{"text", message.content}});
+    for (const LLMToolCall& call : message.toolCalls) {
+        parts.push_back(
+            {{"functionCall",
+              {{"id", call.id}, {"name", call.name}, {"args", argumentsObject(call.arguments)}}}});
+    }
+    return {{"role", "model"}, {"parts", std::move(parts)}};
+}
+
+// One functionResponse part per call, in call order; failures go under "error".
+nlohmann::json responseParts(const LLMMessage& message) {
+    nlohmann::json parts = nlohmann::json::array();
+    for (const LLMToolResult& result : message.toolResults) {
+        nlohmann::json response = {
+            {"name", result.name},
+            {"response", {{result.isError ? "error" : "output", result.content}}}};
+        // Ids the kit made up were never the model's; only the model's own go back.
+        if (!result.callId.starts_with("call_")) response["id"] = result.callId;
+        parts.push_back({{"functionResponse", std::move(response)}});
+    }
+    return parts;
+}
+
+void takeCalls(const nlohmann::json& parts, std::map<std::int64_t, LLMToolCall>& into) {
+    for (const nlohmann::json& part : parts) {
+        const nlohmann::json* call = member(&part, "functionCall");
+        if (call == nullptr) continue;
+        const nlohmann::json* args = member(call, "args");
+        const auto index = static_cast<std::int64_t>(into.size());
+        into[index] = {
+            stringValue(member(call, "id")).value_or(madeUpCallId(static_cast<std::size_t>(index))),
+            stringValue(member(call, "name")).value_or(""),
+            args != nullptr ? compactJson(*args) : "{}"};
+    }
+}
+
+const nlohmann::json* candidateParts(const nlohmann::json& object) {
+    const nlohmann::json* candidate = firstElement(member(&object, "candidates"));
+    const nlohmann::json* parts = member(member(candidate, "content"), "parts");
+    return parts != nullptr && parts->is_array() ? parts : nullptr;
+}
+
 }  // namespace
 
 std::string GeminiGenerateContentDialect::defaultURL(const std::string& model) {
@@ -38,6 +88,21 @@ nlohmann::json GeminiGenerateContentDialect::body(const std::vector<LLMMessage>&
             if (hasSystem) system += "\n\n";
             system += message.content;
             hasSystem = true;
+            continue;
+        }
+        if (!message.toolCalls.empty()) {
+            contents.push_back(modelContent(message));
+            continue;
+        }
+        if (!message.toolResults.empty()) {
+            contents.push_back({{"role", "user"}, {"parts", responseParts(message)}});
+            continue;
+        }
+        // A question right after function responses joins their content: turns alternate.
+        if (message.role == "user" && !contents.empty() && contents.back()["role"] == "user" &&
+            contents.back()["parts"].front().contains("functionCall") == false &&
+            contents.back()["parts"].front().contains("functionResponse")) {
+            contents.back()["parts"].push_back({{"text", message.content}});
             continue;
         }
         contents.push_back({{"role", message.role == "assistant" ? "model" : "user"},
@@ -107,6 +172,49 @@ void GeminiGenerateContentDialect::readUsage(const nlohmann::json& object,
     auto thoughts = countValue(member(counts, "thoughtsTokenCount"));
     if (input || output || thoughts)
         usage = TokenUsage{input.value_or(0), output.value_or(0) + thoughts.value_or(0)};
+}
+
+void GeminiGenerateContentDialect::addTools(nlohmann::json& body,
+                                            const std::vector<LLMTool>& tools) const {
+    nlohmann::json declarations = nlohmann::json::array();
+    for (const LLMTool& tool : tools) {
+        declarations.push_back({{"name", tool.name},
+                                {"description", tool.description},
+                                {"parametersJsonSchema", nlohmann::json::parse(tool.parameters)}});
+    }
+    body["tools"] = nlohmann::json::array({{{"functionDeclarations", std::move(declarations)}}});
+}
+
+// Every functionCall part is a call; the content goes back verbatim.
+ToolTurn GeminiGenerateContentDialect::toolTurn(const nlohmann::json& answer) const {
+    StreamState state;
+    const nlohmann::json* parts = candidateParts(answer);
+    if (parts == nullptr) return {};
+    takeCalls(*parts, state.calls);
+    ToolTurn turn = Dialect::streamedToolTurn(state);
+    if (!turn.calls.empty()) {
+        turn.providerTurn = providerTurnText(
+            kFormat, *member(firstElement(member(&answer, "candidates")), "content"));
+    }
+    return turn;
+}
+
+// Calls come whole; every part of every chunk is kept for the turn.
+void GeminiGenerateContentDialect::readStreamedCalls(const SseEvent& /*event*/,
+                                                     const nlohmann::json& data,
+                                                     StreamState& state) const {
+    const nlohmann::json* parts = candidateParts(data);
+    if (parts == nullptr) return;
+    takeCalls(*parts, state.calls);
+    if (!state.turn.is_array()) state.turn = nlohmann::json::array();
+    for (const nlohmann::json& part : *parts) state.turn.push_back(part);
+}
+
+ToolTurn GeminiGenerateContentDialect::streamedToolTurn(const StreamState& state) const {
+    ToolTurn turn = Dialect::streamedToolTurn(state);
+    if (!turn.calls.empty())
+        turn.providerTurn = providerTurnText(kFormat, {{"role", "model"}, {"parts", state.turn}});
+    return turn;
 }
 
 }  // namespace sagely::detail

@@ -65,12 +65,13 @@ std::string sendableAPIKey(const std::string& apiKey) {
 }
 
 detail::HttpRequest requestFor(const Dialect& dialect, const std::vector<LLMMessage>& messages,
-                               const CoachConfig& config, const std::string& model, std::string url,
-                               bool streamed) {
+                               const std::vector<LLMTool>& tools, const CoachConfig& config,
+                               const std::string& model, std::string url, bool streamed) {
     detail::HttpRequest request;
     request.url = streamed ? dialect.streamingURL(std::move(url)) : std::move(url);
-    const nlohmann::json body = streamed ? dialect.streamingBody(messages, config, model)
-                                         : dialect.body(messages, config, model);
+    nlohmann::json body = streamed ? dialect.streamingBody(messages, config, model)
+                                   : dialect.body(messages, config, model);
+    if (!tools.empty()) dialect.addTools(body, tools);
     request.body = body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     request.timeout = dialect.timeout();
     request.headers.emplace_back("Content-Type", "application/json");
@@ -107,11 +108,50 @@ std::string readReply(const Dialect& dialect, const detail::HttpResponse& respon
 
 detail::HttpRequest httpRequest(const Dialect& dialect, const std::vector<LLMMessage>& messages,
                                 const CoachConfig& config,
-                                const std::optional<std::string>& modelOverride, bool streamed) {
+                                const std::optional<std::string>& modelOverride, bool streamed,
+                                const std::vector<LLMTool>& tools = {}) {
     const std::string model = modelOverride.value_or(config.resolvedModel());
     std::optional<std::string> url = detail::providerEndpoint(config, model);
     if (!url) throw CoachLLMError::invalidURL();
-    return requestFor(dialect, messages, config, model, std::move(*url), streamed);
+    return requestFor(dialect, messages, tools, config, model, std::move(*url), streamed);
+}
+
+// One reply over HTTP, streamed unless the configuration says not; calls are read only when
+// tools were offered.
+LLMReply httpReply(const Dialect& dialect, const std::vector<LLMMessage>& messages,
+                   const std::vector<LLMTool>& tools, const CoachConfig& config,
+                   const std::optional<std::string>& modelOverride,
+                   const CancellationToken& cancellation, const LLMDeltaHandler& onDelta) {
+    const bool withCalls = !tools.empty();
+    if (!config.streamsReplies) {
+        const detail::HttpResponse response = detail::post(
+            httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false, tools),
+            cancellation);
+        throwForErrorStatus(response);
+        LLMReply reply = detail::wholeReply(dialect, response.body, withCalls);
+        if (onDelta && !reply.text.empty()) onDelta(reply.text);
+        return reply;
+    }
+    const detail::HttpRequest request =
+        httpRequest(dialect, messages, config, modelOverride, /*streamed=*/true, tools);
+    detail::StreamedReplyReader reader(dialect, onDelta, withCalls);
+    detail::HttpResponse response;
+    try {
+        response = detail::post(request, cancellation,
+                                [&reader](std::string_view contentType, std::string_view bytes) {
+                                    reader.feed(contentType, bytes);
+                                });
+    } catch (const TransportError&) {
+        // A stream lost (or gone silent) part-way ends there: the text so far is the reply, and
+        // calls not seen whole are not made.
+        if (!reader.started()) throw;
+        if (reader.state().text.empty()) throw CoachLLMError::invalidResponse();
+        return {reader.state().text, reader.state().usage};
+    }
+    throwForErrorStatus(response);
+    std::string text = reader.finish();
+    return {std::move(text), reader.state().usage, reader.toolTurn().calls,
+            reader.toolTurn().providerTurn};
 }
 
 }  // namespace
@@ -122,6 +162,15 @@ LLMReply LLMService::stream(const std::vector<LLMMessage>& messages, const Coach
     LLMReply reply{complete(messages, config, modelOverride, cancellation)};
     if (onDelta && !reply.text.empty()) onDelta(reply.text);
     return reply;
+}
+
+LLMReply LLMService::streamWithTools(const std::vector<LLMMessage>& messages,
+                                     const std::vector<LLMTool>& /*tools*/,
+                                     const CoachConfig& config,
+                                     const std::optional<std::string>& modelOverride,
+                                     const CancellationToken& cancellation,
+                                     const LLMDeltaHandler& onDelta) {
+    return stream(messages, config, modelOverride, cancellation, onDelta);
 }
 
 LLMClient::LLMClient(std::shared_ptr<OnDeviceModel> onDevice) : m_onDevice(std::move(onDevice)) {}
@@ -150,34 +199,19 @@ LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachC
     if (usesOnDeviceModel(config)) {
         return LLMService::stream(messages, config, modelOverride, cancellation, onDelta);
     }
-    const Dialect& dialect = dialectFor(config.provider);
-    if (!config.streamsReplies) {
-        const detail::HttpResponse response =
-            detail::post(httpRequest(dialect, messages, config, modelOverride, /*streamed=*/false),
-                         cancellation);
-        LLMReply reply{readReply(dialect, response), std::nullopt};
-        dialect.readUsage(detail::parseAnswer(response.body), reply.usage);
-        if (onDelta && !reply.text.empty()) onDelta(reply.text);
-        return reply;
-    }
-    const detail::HttpRequest request =
-        httpRequest(dialect, messages, config, modelOverride, /*streamed=*/true);
-    detail::StreamedReplyReader reader(dialect, onDelta);
-    detail::HttpResponse response;
-    try {
-        response = detail::post(request, cancellation,
-                                [&reader](std::string_view contentType, std::string_view bytes) {
-                                    reader.feed(contentType, bytes);
-                                });
-    } catch (const TransportError&) {
-        // A stream lost (or gone silent) part-way ends there: the text so far is the reply.
-        if (!reader.started()) throw;
-        if (reader.state().text.empty()) throw CoachLLMError::invalidResponse();
-        return {reader.state().text, reader.state().usage};
-    }
-    throwForErrorStatus(response);
-    std::string text = reader.finish();
-    return {std::move(text), reader.state().usage};
+    return httpReply(dialectFor(config.provider), messages, {}, config, modelOverride, cancellation,
+                     onDelta);
+}
+
+LLMReply LLMClient::streamWithTools(const std::vector<LLMMessage>& messages,
+                                    const std::vector<LLMTool>& tools, const CoachConfig& config,
+                                    const std::optional<std::string>& modelOverride,
+                                    const CancellationToken& cancellation,
+                                    const LLMDeltaHandler& onDelta) {
+    if (usesOnDeviceModel(config) || tools.empty())
+        return stream(messages, config, modelOverride, cancellation, onDelta);
+    return httpReply(dialectFor(config.provider), messages, tools, config, modelOverride,
+                     cancellation, onDelta);
 }
 
 std::optional<std::string> LLMClient::endpointURL(const CoachConfig& config) {

@@ -5,7 +5,29 @@ namespace sagely::detail {
 nlohmann::json OllamaChatDialect::body(const std::vector<LLMMessage>& messages,
                                        const CoachConfig& config, const std::string& model) const {
     nlohmann::json wireMessages = nlohmann::json::array();
-    for (const LLMMessage& message : messages) wireMessages.push_back(apiMessage(message));
+    for (const LLMMessage& message : messages) {
+        if (!message.toolResults.empty()) {
+            for (const LLMToolResult& result : message.toolResults) {
+                wireMessages.push_back({{"role", "tool"},
+                                        {"content", result.content},
+                                        {"tool_name", result.name},
+                                        {"tool_call_id", result.callId}});
+            }
+            continue;
+        }
+        nlohmann::json wire = apiMessage(message);
+        if (!message.toolCalls.empty()) {
+            nlohmann::json calls = nlohmann::json::array();
+            for (const LLMToolCall& call : message.toolCalls) {
+                calls.push_back(
+                    {{"id", call.id},
+                     {"function",
+                      {{"name", call.name}, {"arguments", argumentsObject(call.arguments)}}}});
+            }
+            wire["tool_calls"] = std::move(calls);
+        }
+        wireMessages.push_back(std::move(wire));
+    }
     return {{"model", model},
             {"messages", std::move(wireMessages)},
             {"stream", false},
@@ -18,6 +40,51 @@ HeaderList OllamaChatDialect::headers(const std::string& /*apiKey*/) const {
 
 std::optional<std::string> OllamaChatDialect::replyText(const nlohmann::json& answer) const {
     return stringValue(member(member(&answer, "message"), "content"));
+}
+
+// The same envelope as OpenAI's; the server keeps only the schema keys it knows.
+void OllamaChatDialect::addTools(nlohmann::json& body, const std::vector<LLMTool>& tools) const {
+    nlohmann::json declared = nlohmann::json::array();
+    for (const LLMTool& tool : tools) {
+        declared.push_back({{"type", "function"},
+                            {"function",
+                             {{"name", tool.name},
+                              {"description", tool.description},
+                              {"parameters", nlohmann::json::parse(tool.parameters)}}}});
+    }
+    body["tools"] = std::move(declared);
+}
+
+namespace {
+
+// message.tool_calls: whole calls whose arguments are an object; servers before 0.12.10 give no
+// id.
+void takeCalls(const nlohmann::json& object, std::map<std::int64_t, LLMToolCall>& into) {
+    const nlohmann::json* calls = member(member(&object, "message"), "tool_calls");
+    if (calls == nullptr || !calls->is_array()) return;
+    for (const nlohmann::json& call : *calls) {
+        const nlohmann::json* function = member(&call, "function");
+        const nlohmann::json* arguments = member(function, "arguments");
+        const auto index = static_cast<std::int64_t>(into.size());
+        into[index] = {stringValue(member(&call, "id"))
+                           .value_or(madeUpCallId(static_cast<std::size_t>(index))),
+                       stringValue(member(function, "name")).value_or(""),
+                       arguments != nullptr ? compactJson(*arguments) : "{}"};
+    }
+}
+
+}  // namespace
+
+ToolTurn OllamaChatDialect::toolTurn(const nlohmann::json& answer) const {
+    StreamState state;
+    takeCalls(answer, state.calls);
+    return streamedToolTurn(state);
+}
+
+// Calls come whole, in a line of their own before the last one.
+void OllamaChatDialect::readStreamedCalls(const SseEvent& /*event*/, const nlohmann::json& data,
+                                          StreamState& state) const {
+    takeCalls(data, state.calls);
 }
 
 // Each line holds the next piece of content (thinking is not the reply); "done" ends it.

@@ -15,6 +15,10 @@ public:
     std::string streamedText(const SseEvent& event, const nlohmann::json& data,
                              StreamState& state) const override;
     void readUsage(const nlohmann::json& object, std::optional<TokenUsage>& usage) const override;
+    void addTools(nlohmann::json& body, const std::vector<LLMTool>& tools) const override;
+    ToolTurn toolTurn(const nlohmann::json& answer) const override;
+    void readStreamedCalls(const SseEvent& event, const nlohmann::json& data,
+                           StreamState& state) const override;
 
     /// A local model may take a while to load before it answers.
     std::chrono::seconds timeout() const override { return std::chrono::seconds(120); }

@@ -4,10 +4,37 @@
 
 namespace sagely::detail {
 
+namespace {
+
+// An assistant message keeps its calls; a "tool" message becomes one message per result.
+void addWireMessages(nlohmann::json& wireMessages, const LLMMessage& message) {
+    if (!message.toolResults.empty()) {
+        for (const LLMToolResult& result : message.toolResults) {
+            wireMessages.push_back(
+                {{"role", "tool"}, {"tool_call_id", result.callId}, {"content", result.content}});
+        }
+        return;
+    }
+    nlohmann::json wire = apiMessage(message);
+    if (!message.toolCalls.empty()) {
+        if (message.content.empty()) wire["content"] = nullptr;
+        nlohmann::json calls = nlohmann::json::array();
+        for (const LLMToolCall& call : message.toolCalls) {
+            calls.push_back({{"id", call.id},
+                             {"type", "function"},
+                             {"function", {{"name", call.name}, {"arguments", call.arguments}}}});
+        }
+        wire["tool_calls"] = std::move(calls);
+    }
+    wireMessages.push_back(std::move(wire));
+}
+
+}  // namespace
+
 nlohmann::json OpenAIChatDialect::body(const std::vector<LLMMessage>& messages,
                                        const CoachConfig& config, const std::string& model) const {
     nlohmann::json wireMessages = nlohmann::json::array();
-    for (const LLMMessage& message : messages) wireMessages.push_back(apiMessage(message));
+    for (const LLMMessage& message : messages) addWireMessages(wireMessages, message);
     // Only the gpt-oss family wants the newer key; other reasoning models accept "max_tokens".
     const char* limitKey =
         text::contains(text::lowercased(model), "gpt-oss") ? "max_completion_tokens" : "max_tokens";
@@ -28,6 +55,55 @@ std::optional<std::string> OpenAIChatDialect::replyText(const nlohmann::json& an
     const nlohmann::json* content = member(message, "content");
     if (content == nullptr || content->is_null()) return stringValue(member(message, "refusal"));
     return stringValue(content);
+}
+
+void OpenAIChatDialect::addTools(nlohmann::json& body, const std::vector<LLMTool>& tools) const {
+    nlohmann::json declared = nlohmann::json::array();
+    for (const LLMTool& tool : tools) {
+        declared.push_back({{"type", "function"},
+                            {"function",
+                             {{"name", tool.name},
+                              {"description", tool.description},
+                              {"parameters", nlohmann::json::parse(tool.parameters)}}}});
+    }
+    body["tools"] = std::move(declared);
+}
+
+// Calls are decided by the presence of tool_calls, not by finish_reason; "arguments" is JSON
+// text, kept as the model wrote it (checked later).
+ToolTurn OpenAIChatDialect::toolTurn(const nlohmann::json& answer) const {
+    ToolTurn turn;
+    const nlohmann::json* message = member(firstElement(member(&answer, "choices")), "message");
+    const nlohmann::json* calls = member(message, "tool_calls");
+    if (calls == nullptr || !calls->is_array()) return turn;
+    for (const nlohmann::json& call : *calls) {
+        const nlohmann::json* function = member(&call, "function");
+        turn.calls.push_back({stringValue(member(&call, "id")).value_or(""),
+                              stringValue(member(function, "name")).value_or(""),
+                              stringValue(member(function, "arguments")).value_or("")});
+    }
+    for (std::size_t i = 0; i < turn.calls.size(); ++i)
+        if (turn.calls[i].id.empty()) turn.calls[i].id = madeUpCallId(i);
+    return turn;
+}
+
+// The first fragment of a call carries its id and name, later ones pieces of its arguments;
+// all are keyed by "index".
+void OpenAIChatDialect::readStreamedCalls(const SseEvent& /*event*/, const nlohmann::json& data,
+                                          StreamState& state) const {
+    const nlohmann::json* delta = member(firstElement(member(&data, "choices")), "delta");
+    const nlohmann::json* calls = member(delta, "tool_calls");
+    if (calls == nullptr || !calls->is_array()) return;
+    for (const nlohmann::json& fragment : *calls) {
+        const auto index = countValue(member(&fragment, "index"));
+        if (!index) continue;
+        LLMToolCall& call = state.calls[*index];
+        if (auto id = stringValue(member(&fragment, "id"))) call.id = *id;
+        const nlohmann::json* function = member(&fragment, "function");
+        if (auto name = stringValue(member(function, "name"))) call.name += *name;
+        call.arguments += stringValue(member(function, "arguments")).value_or("");
+        if (call.id.empty()) call.id = madeUpCallId(static_cast<std::size_t>(*index));
+    }
 }
 
 // Usage comes in one more chunk before "[DONE]"; only OpenAI itself is sure to accept the option.

@@ -35,16 +35,30 @@ nlohmann::json parseAnswer(const std::string& body) {
 }
 
 std::string wholeReplyText(const Dialect& dialect, const std::string& body) {
-    const nlohmann::json answer = parseAnswer(body);
-    if (!answer.is_object()) throw CoachLLMError::invalidResponse();
-    std::optional<std::string> reply = dialect.replyText(answer);
-    if (!reply) throw CoachLLMError::invalidResponse();
-    return std::move(*reply);
+    return wholeReply(dialect, body, /*withCalls=*/false).text;
 }
 
-StreamedReplyReader::StreamedReplyReader(const Dialect& dialect, DeltaHandler onDelta)
+LLMReply wholeReply(const Dialect& dialect, const std::string& body, bool withCalls) {
+    const nlohmann::json answer = parseAnswer(body);
+    if (!answer.is_object()) throw CoachLLMError::invalidResponse();
+    LLMReply reply;
+    if (withCalls) {
+        ToolTurn turn = dialect.toolTurn(answer);
+        reply.toolCalls = std::move(turn.calls);
+        reply.providerTurn = std::move(turn.providerTurn);
+    }
+    std::optional<std::string> text = dialect.replyText(answer);
+    if (!text && reply.toolCalls.empty()) throw CoachLLMError::invalidResponse();
+    reply.text = std::move(text).value_or("");
+    dialect.readUsage(answer, reply.usage);
+    return reply;
+}
+
+StreamedReplyReader::StreamedReplyReader(const Dialect& dialect, DeltaHandler onDelta,
+                                         bool withCalls)
     : m_dialect(dialect),
       m_onDelta(std::move(onDelta)),
+      m_withCalls(withCalls),
       m_framing(std::in_place_type<SseParser>, [this](const SseEvent& e) { event(e); }) {
     if (dialect.streamsLines()) {
         m_framing.emplace<NdjsonSplitter>([this](std::string_view line) {
@@ -75,6 +89,7 @@ void StreamedReplyReader::event(const SseEvent& event) {
         throw CoachLLMError::serverError("An error occurred during streaming");
     }
     m_dialect.readUsage(data, m_state.usage);
+    if (m_withCalls) m_dialect.readStreamedCalls(event, data, m_state);
     std::string delta = m_dialect.streamedText(event, data, m_state);
     if (delta.empty()) return;
     m_state.text += delta;
@@ -92,13 +107,16 @@ std::string StreamedReplyReader::finish() {
         // A declared stream cut before its first event had no text; anything else is read as
         // the whole reply it claims to be (and fails as one when it is not JSON).
         if (m_declaredStream && answer.is_discarded()) throw CoachLLMError::invalidResponse();
-        std::string reply = wholeReplyText(m_dialect, m_body);
-        m_dialect.readUsage(answer, m_state.usage);
-        m_state.text = reply;
+        LLMReply reply = wholeReply(m_dialect, m_body, m_withCalls);
+        m_state.usage = reply.usage;
+        m_state.text = reply.text;
         m_state.finished = true;
-        return reply;
+        m_turn = {std::move(reply.toolCalls), std::move(reply.providerTurn)};
+        return std::move(reply.text);
     }
-    if (m_state.text.empty() && !m_state.finished) throw CoachLLMError::invalidResponse();
+    if (m_withCalls) m_turn = m_dialect.streamedToolTurn(m_state);
+    if (m_state.text.empty() && !m_state.finished && m_turn.calls.empty())
+        throw CoachLLMError::invalidResponse();
     return m_state.text;
 }
 

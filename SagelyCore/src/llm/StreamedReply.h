@@ -7,6 +7,8 @@
 #include "llm/Dialect.h"
 #include "llm/StreamFraming.h"
 
+#include <sagely/LLMClient.h>
+
 #include <functional>
 #include <optional>
 #include <string>
@@ -19,13 +21,19 @@ namespace sagely::detail {
 /// is not JSON and CoachLLMError::invalidResponse for one without a reply.
 std::string wholeReplyText(const Dialect& dialect, const std::string& body);
 
+/// A whole success body as a reply: its text and, when actions were offered (`withCalls`), its
+/// calls; a reply with calls may have no text. Throws as wholeReplyText().
+LLMReply wholeReply(const Dialect& dialect, const std::string& body, bool withCalls);
+
 /// A whole JSON answer; a DecodingError when it is not an object or an array.
 nlohmann::json parseAnswer(const std::string& body);
 
 class StreamedReplyReader {
 public:
     using DeltaHandler = std::function<void(std::string_view delta)>;
-    StreamedReplyReader(const Dialect& dialect, DeltaHandler onDelta);
+    /// `withCalls`: actions were offered, so the model's calls are read (and a reply may be
+    /// calls alone).
+    StreamedReplyReader(const Dialect& dialect, DeltaHandler onDelta, bool withCalls = false);
 
     /// Bytes of a success body as they arrive. Throws CoachLLMError::serverError for an error
     /// the provider reports in the stream.
@@ -35,6 +43,8 @@ public:
     std::string finish();
 
     const StreamState& state() const { return m_state; }
+    /// The calls once the body ended (none unless `withCalls`).
+    const ToolTurn& toolTurn() const { return m_turn; }
     /// Some of the body arrived.
     bool started() const { return m_whole.has_value(); }
 
@@ -48,6 +58,8 @@ private:
     bool m_declaredStream = false;  // text/event-stream or application/x-ndjson
     std::string m_body;             // kept until the first event: it may be a whole reply
     bool m_sawEvent = false;
+    bool m_withCalls = false;
+    ToolTurn m_turn;
     std::variant<SseParser, NdjsonSplitter> m_framing;
 };
 

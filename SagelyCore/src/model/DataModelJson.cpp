@@ -145,6 +145,18 @@ struct Writer {
         return json;
     }
 
+    static Json of(const CoachActionCall& call) {
+        Json json = Json::object();
+        json["id"] = of(call.id);
+        json["name"] = of(call.name);
+        if (!call.title.empty()) json["title"] = of(call.title);
+        json["arguments"] = of(call.arguments);
+        json["status"] = rawValue(call.status);
+        json["result"] = of(call.result);
+        optional(json, "card", call.card);
+        return json;
+    }
+
     static Json of(const CoachMessage& message) {
         Json json = Json::object();
         json["id"] = message.id().toString();
@@ -153,6 +165,13 @@ struct Writer {
         optional(json, "card", message.card());
         optional(json, "lesson", message.lesson());
         optional(json, "usage", message.usage());
+        if (!message.actionCalls().empty()) json["actionCalls"] = of(message.actionCalls());
+        if (!message.providerTurn().empty()) {
+            // Stored as the JSON it is; a turn that is not JSON (never made by the kit) is left
+            // out.
+            Json turn = Json::parse(message.providerTurn(), nullptr, false);
+            if (!turn.is_discarded()) json["providerTurn"] = std::move(turn);
+        }
         json["timestamp"] = time(message.timestamp(), "timestamp");
         return json;
     }
@@ -283,6 +302,13 @@ struct Reader {
         section.title = required(title, "title");
         section.items = required(items, "items");
         return section;
+    }
+
+    /// A provider's turn, kept as compact JSON text (key order as stored).
+    static std::string turnText(Json& json) {
+        if (!json.is_object()) fail("expected an object");
+        unknown(json);
+        return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     }
 
     static std::int64_t count(Json& json) {
@@ -467,6 +493,39 @@ struct Reader {
         return lesson;
     }
 
+    static CoachActionCall actionCall(Json& json) {
+        std::optional<std::string> id, name, title, arguments, result;
+        std::optional<CoachActionCall::Status> status;
+        std::optional<CoachCard> attachedCard;
+        fields(json, [&](const std::string& key, Json& value) {
+            if (key == "id")
+                id = string(value);
+            else if (key == "name")
+                name = string(value);
+            else if (key == "title")
+                title = optionalString(value);
+            else if (key == "arguments")
+                arguments = string(value);
+            else if (key == "status")
+                status = enumeration(value, actionStatusFromRawValue, "status");
+            else if (key == "result")
+                result = string(value);
+            else if (key == "card")
+                attachedCard = optional(value, card);
+            else
+                unknown(value);
+        });
+        CoachActionCall call;
+        call.id = required(id, "id");
+        call.name = required(name, "name");
+        call.title = title.value_or("");
+        call.arguments = required(arguments, "arguments");
+        call.status = required(status, "status");
+        call.result = required(result, "result");
+        call.card = std::move(attachedCard);
+        return call;
+    }
+
     static CoachMessage message(Json& json) {
         std::optional<Uuid> id;
         std::optional<CoachMessage::Role> role;
@@ -474,6 +533,8 @@ struct Reader {
         std::optional<CoachCard> attachedCard;
         std::optional<CoachLesson> attachedLesson;
         std::optional<TokenUsage> usage;
+        std::optional<std::vector<CoachActionCall>> actionCalls;
+        std::string providerTurn;
         std::optional<Timestamp> timestamp;
         fields(json, [&](const std::string& key, Json& value) {
             if (key == "id")
@@ -488,6 +549,11 @@ struct Reader {
                 attachedLesson = optional(value, lesson);
             else if (key == "usage")
                 usage = optional(value, tokenUsage);
+            else if (key == "actionCalls")
+                actionCalls = optional(
+                    value, [](Json& calls) { return array<CoachActionCall>(calls, actionCall); });
+            else if (key == "providerTurn")
+                providerTurn = value.is_null() ? std::string() : turnText(value);
             else if (key == "timestamp")
                 timestamp = time(value);
             else
@@ -497,9 +563,11 @@ struct Reader {
         CoachMessage::Role messageRole = required(role, "role");
         std::string messageContent = required(content, "content");
         Timestamp messageTimestamp = required(timestamp, "timestamp");
-        return detail::DataModelAccess::message(messageId, messageRole, std::move(messageContent),
-                                                std::move(attachedCard), std::move(attachedLesson),
-                                                usage, messageTimestamp);
+        return detail::DataModelAccess::message(
+            messageId, messageRole, std::move(messageContent), std::move(attachedCard),
+            std::move(attachedLesson), usage, messageTimestamp,
+            std::move(actionCalls).value_or(std::vector<CoachActionCall>{}),
+            std::move(providerTurn));
     }
 
     static CoachConversation conversation(Json& json) {

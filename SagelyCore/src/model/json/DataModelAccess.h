@@ -14,9 +14,10 @@ namespace sagely::detail {
 struct DataModelAccess {
     static CoachMessage message(Uuid id, CoachMessage::Role role, std::string content,
                                 std::optional<CoachCard> card, std::optional<CoachLesson> lesson,
-                                std::optional<TokenUsage> usage, Timestamp timestamp) {
+                                std::optional<TokenUsage> usage, Timestamp timestamp,
+                                std::vector<CoachActionCall> actionCalls, std::string providerTurn) {
         return CoachMessage(id, role, std::move(content), std::move(card), std::move(lesson), usage,
-                            timestamp);
+                            timestamp, std::move(actionCalls), std::move(providerTurn));
     }
 
     static CoachConversation conversation(Uuid id, std::string title,
