@@ -70,6 +70,18 @@ private:
     std::size_t m_shownBytes = 0;
 };
 
+namespace {
+
+bool sameCallOutcomes(const CoachMessage& shown, const CoachMessage& latest) {
+    return std::equal(shown.actionCalls().begin(), shown.actionCalls().end(),
+                      latest.actionCalls().begin(), latest.actionCalls().end(),
+                      [](const CoachActionCall& a, const CoachActionCall& b) {
+                          return a.id == b.id && a.status == b.status;
+                      });
+}
+
+}  // namespace
+
 MessageSlot::MessageSlot(CoachMessage message, int width) : m_message(std::move(message)) {
     setObjectName(QStringLiteral("messageSlot"));
     setFixedHeight(estimatedHeight(m_message, width));
@@ -86,6 +98,7 @@ int MessageSlot::estimatedHeight(const CoachMessage& message, int width) {
         height +=
             90 + 22 * int(message.card()->sections.size() * 2 + message.card()->suggestions.size());
     if (message.lesson()) height += 120 + 40 * int(message.lesson()->blocks.size() * 3);
+    for (const CoachActionCall& call : message.actionCalls()) height += call.card ? 130 : 24;
     return height;
 }
 
@@ -236,6 +249,9 @@ bool ConversationPane::applyDifference(const CoachConversation& conversation) {
     for (std::size_t i = 0; i < kept; ++i)
         if (m_slots[dropped + i]->message().id() != messages[i].id()) return false;
     for (std::size_t i = 0; i < dropped; ++i) removeSlot(0);
+    // The one message that changes in place: a round of action calls, as each call is answered.
+    for (std::size_t i = 0; i < kept; ++i)
+        if (!sameCallOutcomes(m_slots[i]->message(), messages[i])) replaceSlot(i, messages[i]);
     for (std::size_t i = kept; i < messages.size(); ++i) appendSlot(messages[i]);
     return true;
 }
@@ -247,6 +263,14 @@ void ConversationPane::appendSlot(const CoachMessage& message) {
     m_list->insertWidget(int(1 + m_slots.size()), slot);
     slot->show();
     m_slots.push_back(slot);
+}
+
+void ConversationPane::replaceSlot(std::size_t index, const CoachMessage& message) {
+    auto* slot = new MessageSlot(message, m_scroll->viewport()->width() - 32);
+    m_list->insertWidget(m_list->indexOf(m_slots[index]), slot);
+    slot->show();
+    removeSlot(index);
+    m_slots.insert(m_slots.begin() + std::ptrdiff_t(index), slot);
 }
 
 void ConversationPane::removeSlot(std::size_t index) {

@@ -100,6 +100,8 @@ private:
     void rebuild(const CoachConversation& conversation);
     bool applyDifference(const CoachConversation& conversation);
     void appendSlot(const CoachMessage& message);
+    /// Swaps the slot for one of the message's newer state.
+    void replaceSlot(std::size_t index, const CoachMessage& message);
     void removeSlot(std::size_t index);
     void fitContent();
     void scheduleRealize();

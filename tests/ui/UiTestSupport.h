@@ -82,6 +82,8 @@ public:
         std::string guideText = "# Tessel guide\nOpen Speech in the sidebar.";
         CoachLocalActionResolver resolver = {};
         bool allowsLLMCompletion = true;
+        /// The host actions the context provider offers the model.
+        std::vector<CoachHostAction> actions = {};
     };
     std::unique_ptr<AICoach> makeCoach(CoachOptions options);
     std::unique_ptr<AICoach> makeCoach() { return makeCoach(CoachOptions{}); }

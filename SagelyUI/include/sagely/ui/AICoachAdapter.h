@@ -43,7 +43,7 @@ public:
     bool isThinking() const;
     /// The reply in flight as it arrives; empty when none.
     QString partialReply() const;
-    /// A request runs: thinking, or its reply arriving.
+    /// A request runs: thinking, its reply arriving, or an action call waiting for the user.
     bool isResponding() const;
     bool isLoadingManual() const;
     bool manualReady() const;
@@ -73,6 +73,10 @@ public Q_SLOTS:
     void send(const QString& question);
     /// Ends the request in flight, keeping the text that arrived.
     void stop();
+    /// Answers the host action call that waits for the user (nothing happens when none does);
+    /// with `always`, later calls of that action in this conversation run without asking.
+    void approvePendingAction(bool always = false);
+    void denyPendingAction();
 
 Q_SIGNALS:
     void conversationsChanged();
@@ -82,6 +86,8 @@ Q_SIGNALS:
     void loadingManualChanged(bool loading);
     void manualReadyChanged(bool ready);
     void errorChanged();
+    /// A host action call started or stopped waiting for the user's answer.
+    void pendingActionChanged();
 
 private:
     AICoach& m_coach;
