@@ -26,8 +26,6 @@ public:
     ActionApprovalCard(const std::string& title, const std::string& argumentSummary,
                        AnswerHandler onAnswer, QWidget* parent = nullptr);
 
-    QPushButton* allowButton() const { return m_allow; }
-
 private:
     void answer(bool allowed);
 

@@ -76,8 +76,6 @@ public:
     /// messages, or none.
     void showApproval(const std::optional<PendingApproval>& pending,
                       const ActionApprovalCard::AnswerHandler& onAnswer);
-    /// The approval card shown, or null.
-    ActionApprovalCard* approvalCard() const { return m_approval; }
 
     QScrollArea* scrollArea() const { return m_scroll; }
     /// The bubbles built so far, in display order.
