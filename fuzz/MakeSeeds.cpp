@@ -98,6 +98,18 @@ int main(int argc, char** argv) {
           "\x05: keep-alive\r\ndata: " +
               json{{"choices", {{{"delta", {{"content", text}}}}}}}.dump() +
               "\r\n\r\nevent: ping\ndata: {}\n\ndata: [DONE]\n\n");
+    // A schema and arguments of equal length: the fuzzer cuts its input in the middle.
+    {
+        const std::string schema = json{
+            {"type", "object"},
+            {"properties",
+             {{"name", {{"type", "string"}}},
+              {"tags", {{"type", "array"}, {"items", {{"enum", {"a", "b"}}}}}}}},
+            {"required", {"name"}}}.dump();
+        std::string arguments = json{{"name", "Launch"}, {"tags", {"a"}}}.dump();
+        arguments.resize(schema.size(), ' ');
+        write(out / "fuzz-json-schema", "canvas.json", schema + arguments);
+    }
     write(out / "fuzz-stream-framing", "ollama.ndjson",
           "\x0b" + json{{"message", {{"content", text}}}, {"done", false}}.dump() +
               "\n{\"done\":true}\n");

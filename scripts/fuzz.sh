@@ -23,7 +23,7 @@ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
   -DSAGELY_BUILD_UI=OFF -DSAGELY_BUILD_BENCHMARKS=OFF -DSAGELY_INSTALL=OFF >/dev/null
 cmake --build "$build" -j "$(nproc)"
 
-targets=(fuzz-conversations fuzz-settings fuzz-formatter fuzz-stream-framing
+targets=(fuzz-conversations fuzz-settings fuzz-formatter fuzz-stream-framing fuzz-json-schema
          fuzz-reply-openai fuzz-reply-anthropic fuzz-reply-gemini fuzz-reply-ollama)
 
 # The kit's resources (the bundled guide) are found beside the executables.

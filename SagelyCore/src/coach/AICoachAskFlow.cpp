@@ -77,7 +77,9 @@ std::vector<LLMTool> toolsOf(const std::vector<CoachHostAction>& actions) {
     std::vector<LLMTool> tools;
     tools.reserve(actions.size());
     for (const CoachHostAction& action : actions)
-        tools.push_back({action.name(), action.description(), action.parameters().dump()});
+        tools.push_back(
+            {action.name(), action.description(),
+             action.parameters().dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)});
     return tools;
 }
 
@@ -93,8 +95,8 @@ bool isErrorResult(const CoachActionCall& call) {
     return call.status == failed || call.status == invalid;
 }
 
-// A round as plain text, for a request that offers no actions (the formats refuse calls and
-// results without tools declared): the model still learns what was done.
+// A round as plain text, for a request that offers no actions (calls and results without
+// declared tools may be refused): the model still learns what was done.
 std::string roundAsText(const CoachMessage& message) {
     std::string text = message.content();
     for (const CoachActionCall& call : message.actionCalls()) {

@@ -41,7 +41,9 @@ CoachHostAction::CoachHostAction(std::string name, std::string description,
         throw std::invalid_argument("Host action " + name +
                                     ": the description must be one non-empty line.");
     }
-    if (!parameters.is_object() || parameters.value("type", std::string()) != "object") {
+    const nlohmann::json* type =
+        parameters.is_object() && parameters.contains("type") ? &parameters["type"] : nullptr;
+    if (type == nullptr || *type != "object") {
         throw std::invalid_argument("Host action " + name +
                                     ": the parameters must be an object schema "
                                     "({\"type\": \"object\", …}).");

@@ -31,6 +31,18 @@ std::string compactJson(const nlohmann::json& value) {
     return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
+nlohmann::json functionTools(const std::vector<LLMTool>& tools) {
+    nlohmann::json declared = nlohmann::json::array();
+    for (const LLMTool& tool : tools) {
+        declared.push_back({{"type", "function"},
+                            {"function",
+                             {{"name", tool.name},
+                              {"description", tool.description},
+                              {"parameters", nlohmann::json::parse(tool.parameters)}}}});
+    }
+    return declared;
+}
+
 std::string madeUpCallId(std::size_t index) {
     return "call_" + std::to_string(index + 1);
 }

@@ -100,6 +100,8 @@ std::optional<nlohmann::json> providerTurnContent(std::string_view format, const
 nlohmann::json argumentsObject(const std::string& arguments);
 /// Compact JSON text of a value, with ill-formed UTF-8 replaced.
 std::string compactJson(const nlohmann::json& value);
+/// The "tools" of OpenAI's envelope, which Ollama shares: {"type": "function", "function": …}.
+nlohmann::json functionTools(const std::vector<LLMTool>& tools);
 /// A call id for formats that may give none: "call_<n>".
 std::string madeUpCallId(std::size_t index);
 

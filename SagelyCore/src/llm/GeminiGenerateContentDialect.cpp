@@ -100,7 +100,6 @@ nlohmann::json GeminiGenerateContentDialect::body(const std::vector<LLMMessage>&
         }
         // A question right after function responses joins their content: turns alternate.
         if (message.role == "user" && !contents.empty() && contents.back()["role"] == "user" &&
-            contents.back()["parts"].front().contains("functionCall") == false &&
             contents.back()["parts"].front().contains("functionResponse")) {
             contents.back()["parts"].push_back({{"text", message.content}});
             continue;

@@ -44,15 +44,7 @@ std::optional<std::string> OllamaChatDialect::replyText(const nlohmann::json& an
 
 // The same envelope as OpenAI's; the server keeps only the schema keys it knows.
 void OllamaChatDialect::addTools(nlohmann::json& body, const std::vector<LLMTool>& tools) const {
-    nlohmann::json declared = nlohmann::json::array();
-    for (const LLMTool& tool : tools) {
-        declared.push_back({{"type", "function"},
-                            {"function",
-                             {{"name", tool.name},
-                              {"description", tool.description},
-                              {"parameters", nlohmann::json::parse(tool.parameters)}}}});
-    }
-    body["tools"] = std::move(declared);
+    body["tools"] = functionTools(tools);
 }
 
 namespace {

@@ -58,15 +58,7 @@ std::optional<std::string> OpenAIChatDialect::replyText(const nlohmann::json& an
 }
 
 void OpenAIChatDialect::addTools(nlohmann::json& body, const std::vector<LLMTool>& tools) const {
-    nlohmann::json declared = nlohmann::json::array();
-    for (const LLMTool& tool : tools) {
-        declared.push_back({{"type", "function"},
-                            {"function",
-                             {{"name", tool.name},
-                              {"description", tool.description},
-                              {"parameters", nlohmann::json::parse(tool.parameters)}}}});
-    }
-    body["tools"] = std::move(declared);
+    body["tools"] = functionTools(tools);
 }
 
 // Calls are decided by the presence of tool_calls, not by finish_reason; "arguments" is JSON

@@ -12,6 +12,9 @@ int askCommand(const ParsedArguments& arguments, Host& host) {
     if (question.empty()) throw UsageError("a question is needed");
     RunOptions options = RunOptions::fromArguments(arguments);
     CoachSession session(host, std::move(options));
+    // No one to ask: calls that change something run only when the command line allows them.
+    const bool allow = session.options().allowActions;
+    session.setApprover([allow](const AICoach::PendingAction&) { return allow; });
     StreamedReplyWriter streamed(host);
     const bool json = session.options().json;  // the final message only
     const AskOutcome outcome = session.ask(question, [&](const std::string& text) {

@@ -22,6 +22,16 @@ public:
 
     int run(LineReader& reader) {
         if (m_host.inIsTerminal) greet();
+        m_session.setApprover([this, &reader](const AICoach::PendingAction& pending) {
+            if (m_session.options().allowActions) return true;
+            // The arguments are the model's text: shown plain, never as terminal codes.
+            std::string question = "Run " + pending.title;
+            if (!pending.argumentSummary.empty())
+                question += " with " + Renderer::plain(pending.argumentSummary);
+            auto answer = reader.readLine(question + "? [y/N] ");
+            const std::string word = answer ? text::lowercased(text::trimmed(*answer)) : "";
+            return word == "y" || word == "yes";
+        });
         while (auto line = reader.readLine(std::string(kPrompt))) {
             const std::string input = text::trimmed(*line);
             if (input.empty()) continue;

@@ -7,6 +7,11 @@
 // reaches the file with its reply or failure, or when the session closes while it waits. With
 // --offline the coach is local-only and answers from the guide.
 //
+// The model may call the CLI's actions over the kit's own state: the settings and the saved
+// conversations (read-only), and use_provider / set_setting, which run only when the approver
+// says yes (none: every such call is declined). Each decided call prints a "Done: …" /
+// "Declined: …" line.
+//
 // Waiting runs the main-thread queue in short slices, drawing the spinner until text arrives
 // and watching for Ctrl-C; an interrupted request is stopped (the text received so far becomes
 // the reply) and the session closed.
@@ -57,8 +62,13 @@ public:
     AskOutcome ask(const std::string& question,
                    const std::function<void(const std::string&)>& onPartial = {});
 
+    /// Decides a call that needs the user's approval (true: run it).
+    using Approver = std::function<bool(const AICoach::PendingAction&)>;
+    void setApprover(Approver approver) { m_approver = std::move(approver); }
+
 private:
     void openCoach();
+    std::vector<CoachHostAction> actions();
     void continueLatestConversation();
     void close();
 
@@ -69,6 +79,7 @@ private:
     std::filesystem::path m_conversationFile;
     std::shared_ptr<ManualExecutor> m_executor = std::make_shared<ManualExecutor>();
     std::unique_ptr<AICoach> m_coach;
+    Approver m_approver;
 };
 
 }  // namespace sagely::cli

@@ -7,9 +7,9 @@ namespace sagely::cli {
 namespace {
 
 const std::vector<DeclaredOption> kRunOptions = {
-    {"provider", true}, {"model", true},     {"endpoint", true}, {"guide", true},
-    {"summary", true},  {"namespace", true}, {"offline", false}, {"json", false},
-    {"new", false},     {"no-stream", false}};
+    {"provider", true}, {"model", true},      {"endpoint", true},      {"guide", true},
+    {"summary", true},  {"namespace", true},  {"offline", false},      {"json", false},
+    {"new", false},     {"no-stream", false}, {"allow-actions", false}};
 
 const std::vector<DeclaredOption> kPromptOptions = {
     {"provider", true}, {"model", true},     {"endpoint", true}, {"guide", true},
@@ -26,7 +26,8 @@ constexpr std::string_view kRunOptionHelp =
     "  --new             start a new conversation (default: go on with the latest one)\n";
 
 constexpr std::string_view kRunOnlyNote =
-    "Options apply to this run only; the saved settings change only with use, set and key.\n"
+    "Options apply to this run only; the saved settings change only with use, set and key,\n"
+    "or a change the model made with your approval.\n"
     "OPENAI_API_KEY, ANTHROPIC_API_KEY and GEMINI_API_KEY supply a key for one run.\n";
 
 std::string askDetails() {
@@ -34,7 +35,9 @@ std::string askDetails() {
            std::string(kRunOptionHelp) +
            "  --offline         answer from the guide alone, without any model\n"
            "  --json            print the reply as the kit's JSON message (once it is complete)\n"
-           "  --no-stream       wait for the whole reply instead of printing it as it arrives\n\n" +
+           "  --no-stream       wait for the whole reply instead of printing it as it arrives\n"
+           "  --allow-actions   let the model switch the provider or change a setting without\n"
+           "                    asking (by default such calls are declined)\n\n" +
            std::string(kRunOnlyNote) +
            "\nExit codes: 0 answered, 2 usage, 3 missing key or endpoint, or no answer offline,\n"
            "4 provider or network failure, 130 interrupted (Ctrl-C; the text so far is kept).\n";
@@ -52,7 +55,9 @@ std::string chatDetails() {
            "  --offline         answer from the guide alone, without any model\n"
            "  --json            print each reply as the kit's JSON message (once it is complete)\n"
            "  --no-stream       wait for each whole reply instead of printing it as it "
-           "arrives\n\n" +
+           "arrives\n"
+           "  --allow-actions   let the model switch the provider or change a setting without\n"
+           "                    asking (by default chat asks y/N for each)\n\n" +
            std::string(kRunOnlyNote);
 }
 

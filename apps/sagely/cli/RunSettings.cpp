@@ -64,6 +64,7 @@ RunOptions RunOptions::fromArguments(const ParsedArguments& arguments) {
     options.json = arguments.has("json");
     options.startNew = arguments.has("new");
     options.noStream = arguments.has("no-stream");
+    options.allowActions = arguments.has("allow-actions");
     return options;
 }
 

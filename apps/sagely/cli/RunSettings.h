@@ -14,6 +14,7 @@
 #include "cli/Host.h"
 
 #include <sagely/CoachConfig.h>
+#include <sagely/CoachHostAction.h>
 #include <sagely/CoachSettingsStore.h>
 #include <sagely/StaticCoachContextProvider.h>
 
@@ -43,7 +44,8 @@ struct RunOptions {
     bool offline = false;
     bool json = false;
     bool startNew = false;
-    bool noStream = false;  // the reply comes in one piece, by a request without streaming
+    bool noStream = false;      // the reply comes in one piece, by a request without streaming
+    bool allowActions = false;  // calls that need approval run without asking
 
     /// Reads the options; an unknown provider or an unreadable or oversized guide file is a
     /// UsageError.
@@ -59,6 +61,10 @@ std::string namespaceArgument(const ParsedArguments& arguments);
 /// What the run tells the coach about its host: the guide, the --summary text, and a title that
 /// reads "No live app activity is connected for sagely." as recent activity.
 std::shared_ptr<StaticCoachContextProvider> makeContextProvider(const RunOptions& options);
+
+/// The actions over the saved settings offered to the model: read_settings (read-only),
+/// use_provider and set_setting (the user approves each). Their handlers use `host`.
+std::vector<CoachHostAction> settingsActions(Host& host);
 
 /// The user's saved settings: the kit's store on the host's storage folder and secret store.
 std::unique_ptr<CoachSettingsStore> openSavedSettings(const Host& host);

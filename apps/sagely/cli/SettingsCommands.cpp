@@ -10,6 +10,9 @@
 #include <cmath>
 #include <cstdio>
 #include <ostream>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
 
 namespace sagely::cli {
 namespace {
@@ -152,6 +155,78 @@ int settingsCommand(const ParsedArguments& arguments, Host& host) {
     expectNoArguments(arguments);
     printSettings(*openSavedSettings(host), host.out);
     return exitOk;
+}
+
+std::vector<CoachHostAction> settingsActions(Host& host) {
+    using nlohmann::json;
+    std::vector<CoachHostAction> actions;
+    actions.push_back(
+        CoachHostAction("read_settings",
+                        "The kit's saved settings: provider, model, endpoint, temperature, max "
+                        "tokens, and which providers have a key.",
+                        json{{"type", "object"}, {"properties", json::object()}},
+                        [&host](const json&) {
+                            std::ostringstream out;
+                            printSettings(*openSavedSettings(host), out);
+                            return CoachHostActionResult{out.str(), std::nullopt, false};
+                        })
+            .setReadOnly()
+            .setTitle("Read the settings"));
+    json providers = json::array();
+    for (Provider provider : CoachConfig::allProviders())
+        providers.push_back(std::string(storageID(provider)));
+    actions.push_back(
+        CoachHostAction(
+            "use_provider", "Saves the provider (and optionally its model) the coach uses.",
+            json{{"type", "object"},
+                 {"properties",
+                  {{"provider", {{"type", "string"}, {"enum", providers}}},
+                   {"model", {{"type", "string"}}}}},
+                 {"required", {"provider"}}},
+            [&host](const json& arguments) {
+                auto store = openSavedSettings(host);
+                store->selectProvider(*parseProvider(arguments["provider"].get<std::string>()));
+                if (arguments.contains("model")) store->model.set(arguments["model"]);
+                if (auto failure = store->lastSaveFailure.get())
+                    return CoachHostActionResult{"Not saved: " + *failure, std::nullopt, true};
+                std::ostringstream out;
+                printSettings(*store, out);
+                return CoachHostActionResult{out.str(), std::nullopt, false};
+            })
+            .setTitle("Use a provider"));
+    actions.push_back(
+        CoachHostAction(
+            "set_setting",
+            "Saves the temperature (0.0 to 1.2 in steps of 0.1) or max tokens (256 to 8192 in "
+            "steps of 256).",
+            json{{"type", "object"},
+                 {"properties",
+                  {{"setting", {{"type", "string"}, {"enum", {"temperature", "max-tokens"}}}},
+                   {"value", {{"type", "number"}}}}},
+                 {"required", {"setting", "value"}}},
+            [&host](const json& arguments) {
+                const std::string word = arguments["value"].dump();
+                auto store = openSavedSettings(host);
+                std::string done;
+                try {
+                    if (arguments["setting"] == "temperature") {
+                        const double value = temperatureArgument(word);
+                        store->temperature.set(value);
+                        done = "Temperature: " + formatTemperature(value);
+                    } else {
+                        const std::int64_t value = maxTokensArgument(word);
+                        store->maxTokens.set(value);
+                        done = "Max tokens: " + std::to_string(value);
+                    }
+                } catch (const UsageError& refused) {
+                    return CoachHostActionResult{refused.what(), std::nullopt, true};
+                }
+                if (auto failure = store->lastSaveFailure.get())
+                    return CoachHostActionResult{"Not saved: " + *failure, std::nullopt, true};
+                return CoachHostActionResult{done, std::nullopt, false};
+            })
+            .setTitle("Change a setting"));
+    return actions;
 }
 
 }  // namespace sagely::cli
