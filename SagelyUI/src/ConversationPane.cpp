@@ -386,6 +386,7 @@ void ConversationPane::showApproval(const std::optional<PendingApproval>& pendin
     if (pending == m_pending) return;
     m_pending = pending;
     if (m_approval) {
+        if (m_scrollTarget == m_approval) m_scrollTarget = nullptr;
         m_approval->hide();
         m_approval->deleteLater();  // it may be delivering the click that led here
         m_approval = nullptr;
