@@ -27,6 +27,8 @@ AICoachAdapter::AICoachAdapter(AICoach& coach, QObject* parent) : QObject(parent
         coach.manualReady().onDidChange([this](bool value) { Q_EMIT manualReadyChanged(value); }));
     m_subscriptions.push_back(
         coach.error().onDidChange([this](const auto&) { Q_EMIT errorChanged(); }));
+    m_subscriptions.push_back(
+        coach.pendingAction().onDidChange([this](const auto&) { Q_EMIT pendingActionChanged(); }));
 }
 
 AICoachAdapter::~AICoachAdapter() = default;
@@ -41,7 +43,8 @@ QString AICoachAdapter::retryStatus() const {
     return QString::fromStdString(m_coach.retryStatus().get());
 }
 bool AICoachAdapter::isResponding() const {
-    return m_coach.isThinking().get() || !m_coach.partialReply().get().empty();
+    return m_coach.isThinking().get() || !m_coach.partialReply().get().empty() ||
+           m_coach.pendingAction().get().has_value();
 }
 bool AICoachAdapter::isLoadingManual() const {
     return m_coach.isLoadingManual().get();
@@ -126,6 +129,14 @@ void AICoachAdapter::deleteConversation(const QString& id) {
 
 void AICoachAdapter::stop() {
     m_coach.stop();
+}
+
+void AICoachAdapter::approvePendingAction(bool always) {
+    m_coach.approvePendingAction(always);
+}
+
+void AICoachAdapter::denyPendingAction() {
+    m_coach.denyPendingAction();
 }
 
 void AICoachAdapter::send(const QString& question) {

@@ -166,6 +166,10 @@ void CoachWorkspaceView::connectCoach() {
             &CoachWorkspaceView::onLoadingManualChanged);
     connect(m_adapter, &AICoachAdapter::errorChanged, this,
             &CoachWorkspaceView::refreshErrorBanner);
+    connect(m_adapter, &AICoachAdapter::pendingActionChanged, this, [this] {
+        refreshApproval();
+        m_input->setResponding(m_adapter->isResponding());
+    });
 }
 
 void CoachWorkspaceView::onCurrentConversationChanged() {
@@ -173,7 +177,23 @@ void CoachWorkspaceView::onCurrentConversationChanged() {
     const auto& current = m_adapter->currentConversation();
     m_content->setCurrentIndex(current ? 1 : 0);
     if (current) m_pane->showConversation(*current);
+    refreshApproval();
     scheduleTabOrder();
+}
+
+void CoachWorkspaceView::refreshApproval() {
+    // Shown only with its own conversation: another one open must not offer to run it.
+    std::optional<ConversationPane::PendingApproval> shown;
+    const auto& pending = coach().pendingAction().get();
+    const auto& current = m_adapter->currentConversation();
+    if (pending && current && pending->conversationId == current->id())
+        shown = {pending->callId, pending->title, pending->argumentSummary};
+    m_pane->showApproval(shown, [this](bool allowed, bool always) {
+        if (allowed)
+            m_adapter->approvePendingAction(always);
+        else
+            m_adapter->denyPendingAction();
+    });
 }
 
 void CoachWorkspaceView::onThinkingChanged() {

@@ -1,6 +1,7 @@
 #include "ConversationPane.h"
 
 #include "Primitives.h"
+#include "SpokenText.h"
 
 #include <sagely/ui/CoachSymbols.h>
 
@@ -72,6 +73,18 @@ private:
     std::size_t m_shownBytes = 0;
 };
 
+namespace {
+
+bool sameCallOutcomes(const CoachMessage& shown, const CoachMessage& latest) {
+    return std::equal(shown.actionCalls().begin(), shown.actionCalls().end(),
+                      latest.actionCalls().begin(), latest.actionCalls().end(),
+                      [](const CoachActionCall& a, const CoachActionCall& b) {
+                          return a.id == b.id && a.status == b.status;
+                      });
+}
+
+}  // namespace
+
 MessageSlot::MessageSlot(CoachMessage message, int width) : m_message(std::move(message)) {
     setObjectName(QStringLiteral("messageSlot"));
     setFixedHeight(estimatedHeight(m_message, width));
@@ -88,6 +101,7 @@ int MessageSlot::estimatedHeight(const CoachMessage& message, int width) {
         height +=
             90 + 22 * int(message.card()->sections.size() * 2 + message.card()->suggestions.size());
     if (message.lesson()) height += 120 + 40 * int(message.lesson()->blocks.size() * 3);
+    for (const CoachActionCall& call : message.actionCalls()) height += call.card ? 130 : 24;
     return height;
 }
 
@@ -245,6 +259,9 @@ bool ConversationPane::applyDifference(const CoachConversation& conversation) {
     for (std::size_t i = 0; i < kept; ++i)
         if (m_slots[dropped + i]->message().id() != messages[i].id()) return false;
     for (std::size_t i = 0; i < dropped; ++i) removeSlot(0);
+    // The one message that changes in place: a round of action calls, as each call is answered.
+    for (std::size_t i = 0; i < kept; ++i)
+        if (!sameCallOutcomes(m_slots[i]->message(), messages[i])) replaceSlot(i, messages[i]);
     for (std::size_t i = kept; i < messages.size(); ++i) appendSlot(messages[i]);
     return true;
 }
@@ -256,6 +273,14 @@ void ConversationPane::appendSlot(const CoachMessage& message) {
     m_list->insertWidget(int(1 + m_slots.size()), slot);
     slot->show();
     m_slots.push_back(slot);
+}
+
+void ConversationPane::replaceSlot(std::size_t index, const CoachMessage& message) {
+    auto* slot = new MessageSlot(message, m_scroll->viewport()->width() - 32);
+    m_list->insertWidget(m_list->indexOf(m_slots[index]), slot);
+    slot->show();
+    removeSlot(index);
+    m_slots.insert(m_slots.begin() + std::ptrdiff_t(index), slot);
 }
 
 void ConversationPane::removeSlot(std::size_t index) {
@@ -363,6 +388,27 @@ void ConversationPane::setPartialReply(const std::string& text) {
 
 QWidget* ConversationPane::partialReplyView() const {
     return m_streaming;
+}
+
+void ConversationPane::showApproval(const std::optional<PendingApproval>& pending,
+                                    const ActionApprovalCard::AnswerHandler& onAnswer) {
+    // Rebuilt only when the call changed: a rebuilt card would lose the focus and the check box.
+    if (pending == m_pending) return;
+    m_pending = pending;
+    if (m_approval) {
+        if (m_scrollTarget == m_approval) m_scrollTarget = nullptr;
+        m_approval->hide();
+        m_approval->deleteLater();  // it may be delivering the click that led here
+        m_approval = nullptr;
+    }
+    if (pending) {
+        m_approval = new ActionApprovalCard(pending->title, pending->argumentSummary, onAnswer);
+        m_list->insertWidget(m_list->indexOf(m_streaming), m_approval);
+        m_approval->show();
+        announce(m_approval);
+        scrollToBottomOf(m_approval);
+    }
+    Q_EMIT contentChanged();
 }
 
 void ConversationPane::scrollToBottomOf(QWidget* target) {

@@ -10,8 +10,11 @@
 // to the last message; when thinking starts it scrolls to the thinking row. Once there, the view
 // stays pinned to the bottom while bubbles (the reply arriving among them) grow or the
 // viewport shrinks, until the user scrolls up. Procedure steps and cards appear with the
-// complete reply's bubble.
+// complete reply's bubble. A host action call that waits for the user's answer shows its approval
+// card under the messages.
 #pragma once
+
+#include "ActionViews.h"
 
 #include <sagely/CoachConversation.h>
 #include <sagely/ui/CoachBranding.h>
@@ -64,6 +67,18 @@ public:
     void setRetryStatus(const QString& status);
     QWidget* partialReplyView() const;
 
+    /// The call waiting for the user: what the approval card asks.
+    struct PendingApproval {
+        std::string callId;
+        std::string title;
+        std::string argumentSummary;
+        friend bool operator==(const PendingApproval&, const PendingApproval&) = default;
+    };
+    /// Shows the approval card of the call that waits (answers go to `onAnswer`) under the
+    /// messages, or none.
+    void showApproval(const std::optional<PendingApproval>& pending,
+                      const ActionApprovalCard::AnswerHandler& onAnswer);
+
     QScrollArea* scrollArea() const { return m_scroll; }
     /// The bubbles built so far, in display order.
     std::vector<MessageBubble*> bubbles() const;
@@ -85,6 +100,8 @@ private:
     void rebuild(const CoachConversation& conversation);
     bool applyDifference(const CoachConversation& conversation);
     void appendSlot(const CoachMessage& message);
+    /// Swaps the slot for one of the message's newer state.
+    void replaceSlot(std::size_t index, const CoachMessage& message);
     void removeSlot(std::size_t index);
     void fitContent();
     void scheduleRealize();
@@ -104,6 +121,8 @@ private:
     QWidget* m_suggestions;
     QWidget* m_thinking;
     class StreamingText* m_streaming;
+    std::optional<PendingApproval> m_pending;
+    ActionApprovalCard* m_approval = nullptr;
     QPropertyAnimation* m_animation;
     std::optional<Uuid> m_conversationId;
     std::vector<MessageSlot*> m_slots;

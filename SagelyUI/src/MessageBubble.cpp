@@ -5,6 +5,7 @@
 #include <sagely/ui/CoachLessonView.h>
 #include <sagely/ui/CoachUserMessageText.h>
 
+#include "ActionViews.h"
 #include "Primitives.h"
 #include "SpokenText.h"
 
@@ -32,7 +33,10 @@ MessageBubble::MessageBubble(CoachMessage message, SuggestionHandler onSuggestio
     if (m_message.role() == CoachMessage::Role::assistant)
         row->addWidget(avatar(), 0, Qt::AlignTop);
     auto* column = nestedVStack(row, 6);
-    column->addWidget(textBubble(), 0, edge);
+    // A round of action calls often comes without text of its own.
+    if (!m_message.content().empty() || m_message.actionCalls().empty())
+        column->addWidget(textBubble(), 0, edge);
+    addActionCalls(column);
     addAttachments(column);
     auto* time =
         new StyledLabel(timeText(m_message.timestamp()), TextStyle::caption2, Tint::tertiary);
@@ -44,6 +48,9 @@ MessageBubble::MessageBubble(CoachMessage message, SuggestionHandler onSuggestio
     // Read out as one piece: who said what, then what the message carries and when.
     setAccessibleName(spokenMessage(m_message));
     QStringList carried;
+    for (const CoachActionCall& call : m_message.actionCalls())
+        if (call.status != CoachActionCall::Status::pending)
+            carried << QString::fromStdString(call.summaryLine());
     if (const auto& card = m_message.card()) carried << spokenCard(*card);
     if (const auto& lesson = m_message.lesson()) carried << spokenLesson(*lesson);
     carried << localized("Sent at %1").arg(time->text());
@@ -92,6 +99,20 @@ QWidget* MessageBubble::textBubble() const {
     else
         layout->addWidget(new CoachAssistantMessageText(m_message));
     return bubble;
+}
+
+void MessageBubble::addActionCalls(QBoxLayout* column) {
+    for (const CoachActionCall& call : m_message.actionCalls()) {
+        using Status = CoachActionCall::Status;
+        if (call.status == Status::pending) continue;  // its approval card stands for it
+        const ActionOutcome outcome =
+            call.status == Status::done ? ActionOutcome::ran
+            : call.status == Status::declined || call.status == Status::cancelled
+                ? ActionOutcome::declined
+                : ActionOutcome::failed;
+        column->addWidget(actionOutcomeLine(call.summaryLine(), outcome));
+        if (call.card) column->addWidget(new CoachCardView(*call.card, m_onSuggestionSelected));
+    }
 }
 
 void MessageBubble::addAttachments(QBoxLayout* column) {

@@ -1,6 +1,6 @@
 // What the demo host, Tessel, tells its coach: its manual, a summary of its live state, its
-// recent activity, a local answer for speech set-up questions, and a live observation that
-// comes with every model reply.
+// recent activity, a local answer for speech set-up questions, a live observation that comes
+// with every model reply, and the actions the model may call.
 #pragma once
 
 #include <sagely/CoachContextProvider.h>
@@ -9,6 +9,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tessel {
 
@@ -22,6 +23,10 @@ public:
     std::string recentActivity(int limit) override;
     /// Speech set-up questions get the built-in speech lesson; everything else goes to the model.
     std::optional<sagely::CoachLocalActionResult> localAction(const std::string& question) override;
+    std::vector<sagely::CoachHostAction> hostActions() override { return actions; }
+
+    /// The actions offered to the model (made by demoActions() once the window exists).
+    std::vector<sagely::CoachHostAction> actions;
 
     /// Whether a question asks how to set up speech.
     static bool asksForSpeechSetup(const std::string& question);

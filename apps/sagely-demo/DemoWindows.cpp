@@ -9,9 +9,11 @@
 #include <QDialogButtonBox>
 #include <QLabel>
 #include <QMenuBar>
+#include <QRegularExpression>
 #include <QStatusBar>
 #include <QStyle>
 #include <QTabWidget>
+#include <QTextBlock>
 #include <QTextBrowser>
 #include <QVBoxLayout>
 
@@ -37,20 +39,69 @@ QString qs(const std::string& text) {
     return QString::fromStdString(text);
 }
 
+QPalette darkPalette() {
+    QPalette palette;
+    palette.setColor(QPalette::Window, QColor(0x1E, 0x1E, 0x1E));
+    palette.setColor(QPalette::WindowText, QColor(0xEE, 0xEE, 0xEE));
+    palette.setColor(QPalette::Base, QColor(0x28, 0x28, 0x28));
+    palette.setColor(QPalette::AlternateBase, QColor(0x32, 0x32, 0x32));
+    palette.setColor(QPalette::Text, QColor(0xEE, 0xEE, 0xEE));
+    palette.setColor(QPalette::Button, QColor(0x3A, 0x3A, 0x3A));
+    palette.setColor(QPalette::ButtonText, QColor(0xEE, 0xEE, 0xEE));
+    palette.setColor(QPalette::Highlight, QColor(0x0A, 0x84, 0xFF));
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::PlaceholderText, QColor(0x99, 0x99, 0x99));
+    return palette;
+}
+
+// A chapter heading of the manual: "## 7. The AI Canvas".
+const QRegularExpression& chapterHeading() {
+    static const QRegularExpression heading(QStringLiteral(R"(^## \d+\. (.+)$)"),
+                                            QRegularExpression::MultilineOption);
+    return heading;
+}
+
 }  // namespace
 
 GuideWindow::GuideWindow(const QString& markdown, QWidget* parent) : QDialog(parent) {
     setWindowTitle(tr("Tessel Guide"));
     setObjectName(QStringLiteral("guideWindow"));
     auto* layout = new QVBoxLayout(this);
-    auto* browser = new QTextBrowser;
-    browser->setOpenExternalLinks(true);
-    browser->setMarkdown(markdown);
-    layout->addWidget(browser);
+    m_browser = new QTextBrowser;
+    m_browser->setObjectName(QStringLiteral("guideText"));
+    m_browser->setOpenExternalLinks(true);
+    m_browser->setMarkdown(markdown);
+    layout->addWidget(m_browser);
     resize(720, 800);
 }
 
-CanvasWindow::CanvasWindow(const sagely::CoachLesson& lesson, QWidget* parent) : QDialog(parent) {
+QStringList GuideWindow::chapterTitles(const QString& markdown) {
+    QStringList titles;
+    for (auto match = chapterHeading().globalMatch(markdown); match.hasNext();)
+        titles << match.next().captured(1).trimmed();
+    return titles;
+}
+
+bool GuideWindow::showChapter(const QString& title) {
+    for (QTextBlock block = m_browser->document()->begin(); block.isValid(); block = block.next()) {
+        if (block.blockFormat().headingLevel() != 2 ||
+            !block.text().endsWith(QStringLiteral(". ") + title))
+            continue;
+        // To the end first, so that the heading lands at the top of the view.
+        m_browser->moveCursor(QTextCursor::End);
+        m_browser->setTextCursor(QTextCursor(block));
+        m_browser->ensureCursorVisible();
+        return true;
+    }
+    return false;
+}
+
+QString GuideWindow::currentHeading() const {
+    return m_browser->textCursor().block().text();
+}
+
+CanvasWindow::CanvasWindow(const sagely::CoachLesson& lesson, QWidget* parent)
+    : QDialog(parent), m_title(qs(lesson.title)) {
     setWindowTitle(tr("AI Canvas"));
     setObjectName(QStringLiteral("canvasWindow"));
     setAttribute(Qt::WA_DeleteOnClose);
@@ -138,6 +189,10 @@ void DemoMainWindow::buildMenus() {
     QMenu* coach = menuBar()->addMenu(tr("&Coach"));
     coach->addAction(tr("New Conversation"), [this] { m_coach.newConversation(); })
         ->setShortcut(QKeySequence::New);
+    QMenu* view = menuBar()->addMenu(tr("&View"));
+    m_darkAction = view->addAction(tr("Dark Appearance"));
+    m_darkAction->setCheckable(true);
+    connect(m_darkAction, &QAction::toggled, this, &DemoMainWindow::useDarkAppearance);
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("Tessel Guide"), this, &DemoMainWindow::openGuide)
         ->setShortcut(QKeySequence::HelpContents);
@@ -158,6 +213,26 @@ void DemoMainWindow::openGuide() {
 void DemoMainWindow::openCanvas(const sagely::CoachLesson& lesson) {
     auto* canvas = new CanvasWindow(lesson, this);
     canvas->show();
+}
+
+bool DemoMainWindow::openGuideChapter(const QString& title) {
+    openGuide();
+    return m_guide->showChapter(title);
+}
+
+void DemoMainWindow::useDarkAppearance(bool dark) {
+    if (dark == m_dark) return;
+    m_dark = dark;
+    QApplication::setPalette(dark ? darkPalette() : QApplication::style()->standardPalette());
+    m_darkAction->setChecked(dark);
+}
+
+CanvasWindow* DemoMainWindow::createCanvas(const QString& name) {
+    sagely::CoachLesson lesson;
+    lesson.title = name.toStdString();
+    auto* canvas = new CanvasWindow(lesson, this);
+    canvas->show();
+    return canvas;
 }
 
 }  // namespace tessel

@@ -4,6 +4,7 @@
 //   sagely-demo --storage DIR         settings and conversations under DIR, keys in memory
 //   sagely-demo --ask "QUESTION"      asks a question as soon as the window is up
 //   sagely-demo --screenshot FILE     saves a picture of the window after a moment, then quits
+#include "DemoActions.h"
 #include "DemoContext.h"
 #include "DemoWindows.h"
 
@@ -76,6 +77,7 @@ int main(int argc, char** argv) {
     coach.replyEnrichmentProvider = [](auto done) { done(tessel::DemoContext::liveObservation()); };
 
     tessel::DemoMainWindow window(coach, settings, QString::fromStdString(context->manualText()));
+    context->actions = tessel::demoActions(window);
     window.show();
 
     if (!options.question.isEmpty()) {

@@ -2,6 +2,7 @@
 // observation it adds to model replies, and the whole demo window answering locally.
 #include "UiTestSupport.h"
 
+#include "DemoActions.h"
 #include "DemoContext.h"
 #include "DemoWindows.h"
 
@@ -9,7 +10,9 @@
 #include <sagely/ui/CoachWorkspaceView.h>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
+#include <QApplication>
 #include <QFile>
 #include <QRegularExpression>
 #include <QStyle>
@@ -108,6 +111,87 @@ TEST(DemoHostTest, TheDemoWindowAnswersASpeechQuestionWithTheLesson) {
     EXPECT_NE(visibleChild(&window, QStringLiteral("openInCanvasButton")), nullptr);
     EXPECT_EQ(world.server.requestCount(), 0u);
     EXPECT_FALSE(saveScreenshot(&window, QStringLiteral("demo-speech-lesson")).isEmpty());
+}
+
+TEST(DemoHostTest, TheGuideOpensAtAChapterByItsTitle) {
+    const QString manual = QString::fromStdString(demoManual());
+    const QStringList chapters = tessel::GuideWindow::chapterTitles(manual);
+    ASSERT_EQ(chapters.size(), 19);
+    EXPECT_EQ(chapters[6], QStringLiteral("The AI Canvas"));
+    CoachWorld world;
+    AICoach coach(world.executor, std::make_shared<DemoContext>(), world.settings.get(), "demo");
+    tessel::DemoMainWindow window(coach, *world.settings, manual);
+    window.show();
+    ASSERT_TRUE(window.openGuideChapter(QStringLiteral("Teach Mode")));
+    auto* guide = window.findChild<tessel::GuideWindow*>(QStringLiteral("guideWindow"));
+    ASSERT_NE(guide, nullptr);
+    EXPECT_TRUE(guide->isVisible());
+    EXPECT_EQ(guide->currentHeading(), QStringLiteral("8. Teach Mode"));
+    EXPECT_FALSE(window.openGuideChapter(QStringLiteral("Time Travel")));
+}
+
+TEST(DemoHostTest, TheAppearanceSwitchesBetweenLightAndDarkPalettes) {
+    CoachWorld world;
+    AICoach coach(world.executor, std::make_shared<DemoContext>(), world.settings.get(), "demo");
+    tessel::DemoMainWindow window(coach, *world.settings, QStringLiteral("# Guide"));
+    const QPalette original = QApplication::palette();
+    window.useDarkAppearance(true);
+    EXPECT_TRUE(window.usesDarkAppearance());
+    EXPECT_LT(QApplication::palette().color(QPalette::Window).lightness(), 80);
+    window.useDarkAppearance(false);
+    EXPECT_FALSE(window.usesDarkAppearance());
+    EXPECT_GT(QApplication::palette().color(QPalette::Window).lightness(), 150);
+    QApplication::setPalette(original);
+}
+
+TEST(DemoHostTest, ACanvasIsCreatedWithItsName) {
+    CoachWorld world;
+    AICoach coach(world.executor, std::make_shared<DemoContext>(), world.settings.get(), "demo");
+    tessel::DemoMainWindow window(coach, *world.settings, QStringLiteral("# Guide"));
+    tessel::CanvasWindow* canvas = window.createCanvas(QStringLiteral("Launch"));
+    ASSERT_NE(canvas, nullptr);
+    EXPECT_TRUE(canvas->isVisible());
+    EXPECT_EQ(canvas->title(), QStringLiteral("Launch"));
+    EXPECT_TRUE(visibleTexts(canvas).contains(QStringLiteral("Launch")));
+}
+
+TEST(DemoHostTest, ItOffersThreeActionsAndOnlyTheGuideRunsWithoutAsking) {
+    CoachWorld world;
+    auto context = std::make_shared<DemoContext>();
+    AICoach coach(world.executor, context, world.settings.get(), "demo");
+    tessel::DemoMainWindow window(coach, *world.settings, QString::fromStdString(demoManual()));
+    context->actions = tessel::demoActions(window);
+    const std::vector<CoachHostAction> actions = context->hostActions();
+    ASSERT_EQ(actions.size(), 3u);
+    EXPECT_EQ(actions[0].name(), "open_guide_chapter");
+    EXPECT_FALSE(actions[0].needsApproval());
+    EXPECT_EQ(actions[1].name(), "switch_appearance");
+    EXPECT_TRUE(actions[1].needsApproval());
+    EXPECT_EQ(actions[2].name(), "create_canvas");
+    EXPECT_TRUE(actions[2].needsApproval());
+    EXPECT_EQ(actions[2].title(), "Create canvas");
+
+    // Only the guide's own chapters fit the schema.
+    EXPECT_TRUE(actions[0].argumentProblem({{"chapter", "Time Travel"}}).has_value());
+    const auto opened = actions[0].run({{"chapter", "Teach Mode"}});
+    EXPECT_FALSE(opened.failed) << opened.text;
+    EXPECT_EQ(window.findChild<tessel::GuideWindow*>()->currentHeading(),
+              QStringLiteral("8. Teach Mode"));
+
+    const QPalette original = QApplication::palette();
+    EXPECT_FALSE(actions[1].run({{"appearance", "dark"}}).failed);
+    EXPECT_TRUE(window.usesDarkAppearance());
+    window.useDarkAppearance(false);
+    QApplication::setPalette(original);
+
+    const auto canvas = actions[2].run({{"name", "Launch"}});
+    EXPECT_FALSE(canvas.failed);
+    ASSERT_TRUE(canvas.card.has_value());
+    EXPECT_EQ(canvas.card->subtitle, std::optional<std::string>("Launch"));
+    const auto canvases = window.findChildren<tessel::CanvasWindow*>();
+    ASSERT_EQ(canvases.size(), 1);
+    EXPECT_EQ(canvases[0]->title(), QStringLiteral("Launch"));
+    EXPECT_TRUE(actions[2].run({{"name", "  "}}).failed);
 }
 
 }  // namespace

@@ -100,9 +100,26 @@ void CoachWorld::useOpenAI(const std::string& apiKey) {
     settings->customEndpoint.set(server.url("/v1/chat/completions"));
 }
 
+namespace {
+
+// The sample host's context, offering the actions it was given.
+class ActionOfferingProvider final : public StaticCoachContextProvider {
+public:
+    ActionOfferingProvider(std::string guideText, std::vector<CoachHostAction> actions)
+        : StaticCoachContextProvider("Tessel", "Tessel 3.2 with one open document.",
+                                     std::move(guideText)),
+          m_actions(std::move(actions)) {}
+    std::vector<CoachHostAction> hostActions() override { return m_actions; }
+
+private:
+    std::vector<CoachHostAction> m_actions;
+};
+
+}  // namespace
+
 std::unique_ptr<AICoach> CoachWorld::makeCoach(CoachOptions options) {
-    auto provider = std::make_shared<StaticCoachContextProvider>(
-        "Tessel", "Tessel 3.2 with one open document.", options.guideText);
+    auto provider = std::make_shared<ActionOfferingProvider>(std::move(options.guideText),
+                                                             std::move(options.actions));
     return std::make_unique<AICoach>(executor, provider, settings.get(), "ui-tests",
                                      std::move(options.resolver), options.allowsLLMCompletion,
                                      std::move(options.llm));

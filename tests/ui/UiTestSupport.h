@@ -83,6 +83,8 @@ public:
         CoachLocalActionResolver resolver = {};
         bool allowsLLMCompletion = true;
         std::shared_ptr<LLMService> llm;  // default: the kit's client
+        /// The host actions the context provider offers the model.
+        std::vector<CoachHostAction> actions = {};
     };
     std::unique_ptr<AICoach> makeCoach(CoachOptions options);
     std::unique_ptr<AICoach> makeCoach() { return makeCoach(CoachOptions{}); }

@@ -46,7 +46,7 @@ public:
     QString partialReply() const;
     /// "Retrying in N s…" while the request waits to be tried again; empty otherwise.
     QString retryStatus() const;
-    /// A request runs: thinking, or its reply arriving.
+    /// A request runs: thinking, its reply arriving, or an action call waiting for the user.
     bool isResponding() const;
     bool isLoadingManual() const;
     bool manualReady() const;
@@ -76,6 +76,10 @@ public Q_SLOTS:
     void send(const QString& question);
     /// Ends the request in flight, keeping the text that arrived.
     void stop();
+    /// Answers the host action call that waits for the user (nothing happens when none does);
+    /// with `always`, later calls of that action in this conversation run without asking.
+    void approvePendingAction(bool always = false);
+    void denyPendingAction();
 
 Q_SIGNALS:
     void conversationsChanged();
@@ -86,6 +90,8 @@ Q_SIGNALS:
     void loadingManualChanged(bool loading);
     void manualReadyChanged(bool ready);
     void errorChanged();
+    /// A host action call started or stopped waiting for the user's answer.
+    void pendingActionChanged();
 
 private:
     AICoach& m_coach;

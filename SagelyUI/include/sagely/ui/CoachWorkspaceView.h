@@ -92,6 +92,7 @@ private:
     void setReadyBannerShown(bool shown);
     void refreshKnowledgeBanner();
     void refreshErrorBanner();
+    void refreshApproval();
     void chooseSuggestion(const std::string& suggestion);
     /// Tab goes sidebar, messages, their suggestions, banner, input, footer; asked for whenever
     /// buttons come or go.

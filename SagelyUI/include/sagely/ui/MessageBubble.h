@@ -1,7 +1,8 @@
 // MessageBubble — one chat message as a row: the avatar (a sparkle for the assistant before the
 // bubble, a person for the user after it, none for a system message), the text bubble (white on
-// blue for the user, on a light grey for everyone else), the message's card and lesson beneath
-// it, and the time of day.
+// blue for the user, on a light grey for everyone else; a round of host action calls without text
+// has none), a line for each answered call ("Done: Create canvas") with the card its action
+// returned, the message's card and lesson beneath it, and the time of day.
 //
 // The row spans the full width and leans to the trailing edge for the user, the leading edge
 // otherwise. It keeps no state and calls nothing on the engine: suggestions and the canvas go
@@ -41,6 +42,7 @@ public:
 private:
     QWidget* avatar() const;
     QWidget* textBubble() const;
+    void addActionCalls(QBoxLayout* column);
     void addAttachments(QBoxLayout* column);
 
     CoachMessage m_message;
