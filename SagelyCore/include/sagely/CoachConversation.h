@@ -57,8 +57,10 @@ private:
     CoachConversation() = default;
     CoachConversation(Uuid id, std::string title, std::vector<CoachMessage> messages,
                       Timestamp createdAt, Timestamp updatedAt);
-    CoachConversation(Uuid id, std::string title, Timestamp createdAt, Timestamp updatedAt,
-                      std::shared_ptr<const detail::StoredConversation> stored);
+    // Made only inside the kit, so the shared library keeps it to itself.
+    SAGELY_NO_EXPORT CoachConversation(Uuid id, std::string title, Timestamp createdAt,
+                                       Timestamp updatedAt,
+                                       std::shared_ptr<const detail::StoredConversation> stored);
 
     void decodeMessages() const;
     // Any change makes the stored text stale.
