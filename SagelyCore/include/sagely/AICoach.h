@@ -163,8 +163,9 @@ public:
     void setError(std::optional<std::string> error);
     /// The call waiting for the user's approval, or none.
     const Property<std::optional<PendingAction>>& pendingAction() const;
-    /// The calls of the round in progress with their outcomes so far (a view shows "Done: …" /
-    /// "Declined" lines from them until the round's message is appended); empty otherwise.
+    /// The calls of the round in progress with their outcomes so far; empty otherwise. The
+    /// round's message is in the conversation from the start and is updated with the same
+    /// outcomes, so a view may draw either.
     const Property<std::vector<CoachActionCall>>& actionsInProgress() const;
     /// Why the last save of the conversations did not reach the disk; none when it did (or
     /// nothing was saved yet). Never shown as `error`: a host may tell the user in its own way.

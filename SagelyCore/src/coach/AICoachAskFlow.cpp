@@ -46,8 +46,8 @@ void capMessages(CoachConversation& conversation) {
 // Runs on the worker thread: only the values given, never the coach.
 detail::ModelOutcome askModel(LLMService& llm, const std::vector<LLMMessage>& messages,
                               const std::vector<LLMTool>& tools, const CoachConfig& config,
-                              const CancellationToken& cancellation,
-                              detail::PartialReply& partial, const LLMRetryHandler& onRetry) {
+                              const CancellationToken& cancellation, detail::PartialReply& partial,
+                              const LLMRetryHandler& onRetry) {
     detail::ModelOutcome outcome;
     try {
         auto onDelta = [&partial](std::string_view piece) { partial.add(piece); };
@@ -396,8 +396,7 @@ void AICoach::Impl::startWorker(const std::shared_ptr<detail::CoachRequest>& req
                     if (impl && impl->owner) impl->retryArrived(generation, wait);
                 });
             };
-            auto outcome =
-                askModel(*llm, messages, tools, config, cancellation, *partial, onRetry);
+            auto outcome = askModel(*llm, messages, tools, config, cancellation, *partial, onRetry);
             partial->close();
             postOutcome(*executor, std::move(coach), generation, std::move(outcome));
             // Let go of shared services here, so a coach that waits for this worker finds
