@@ -157,11 +157,6 @@ void BM_AskOfflineEndToEnd(benchmark::State& state) {
 }
 BENCHMARK(BM_AskOfflineEndToEnd)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(7);
 
-std::string sseChunk(const std::string& piece) {
-    return "data: " + nlohmann::json{{"choices", {{{"delta", {{"content", piece}}}}}}}.dump() +
-           "\n\n";
-}
-
 void BM_DeltaToCliWrite(benchmark::State& state) {
     using sagely::testing::LoopbackHttpServer;
     constexpr std::size_t kDeltas = 200;
@@ -174,7 +169,8 @@ void BM_DeltaToCliWrite(benchmark::State& state) {
         sagely::testing::ScriptedResponse response;
         response.headers = {{"Content-Type", "text/event-stream"}};
         for (std::size_t i = 0; i < kDeltas; ++i)
-            response.bodyChunks.push_back(sseChunk("line " + std::to_string(i) + "\n"));
+            response.bodyChunks.push_back(
+                sagely::testing::openAIStreamEvent("line " + std::to_string(i) + "\n"));
         response.bodyChunks.push_back("data: [DONE]\n\n");
         response.delayBetweenChunks = std::chrono::milliseconds(5);
         response.chunkSent = [&](std::size_t i) {

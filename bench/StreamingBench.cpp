@@ -29,11 +29,6 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-std::string sseChunk(const std::string& piece) {
-    return "data: " + nlohmann::json{{"choices", {{{"delta", {{"content", piece}}}}}}}.dump() +
-           "\n\n";
-}
-
 // Each delta is "<i> " so the published text tells which deltas it holds.
 std::string deltaText(std::size_t i) {
     return std::to_string(i) + " ";
@@ -48,7 +43,7 @@ void BM_DeltaToPartialReply(benchmark::State& state) {
         ScriptedResponse response;
         response.headers = {{"Content-Type", "text/event-stream"}};
         for (std::size_t i = 0; i < kDeltas; ++i)
-            response.bodyChunks.push_back(sseChunk(deltaText(i)));
+            response.bodyChunks.push_back(sagely::testing::openAIStreamEvent(deltaText(i)));
         response.bodyChunks.push_back("data: [DONE]\n\n");
         response.delayBetweenChunks = std::chrono::milliseconds(5);
         response.chunkSent = [&](std::size_t i) {
@@ -98,7 +93,8 @@ void BM_ClientCpuPer1000Deltas(benchmark::State& state) {
     ScriptedResponse response;
     response.headers = {{"Content-Type", "text/event-stream"}};
     std::string body;
-    for (std::size_t i = 0; i < 1000; ++i) body += sseChunk("word" + std::to_string(i) + " ");
+    for (std::size_t i = 0; i < 1000; ++i)
+        body += sagely::testing::openAIStreamEvent("word" + std::to_string(i) + " ");
     body += "data: [DONE]\n\n";
     for (std::size_t at = 0; at < body.size(); at += 4096)
         response.bodyChunks.push_back(body.substr(at, 4096));
