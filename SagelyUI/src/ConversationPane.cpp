@@ -2,6 +2,7 @@
 
 #include "Primitives.h"
 #include "SpokenText.h"
+#include "StreamingReplyText.h"
 
 #include <sagely/ui/CoachSymbols.h>
 
@@ -12,66 +13,12 @@
 #include <QPropertyAnimation>
 #include <QScrollArea>
 #include <QScrollBar>
-#include <QTextCursor>
-#include <QTextDocument>
-#include <QTextEdit>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
 
 namespace sagely::ui::detail {
-
-// The reply arriving: a read-only text whose document takes each new tail at its end, so only
-// the last paragraph is laid out again; the widget is as tall as its document.
-class StreamingText : public QTextEdit {
-public:
-    StreamingText() {
-        setObjectName(QStringLiteral("partialReply"));
-        setAccessibleName(localized("Reply so far"));
-        setReadOnly(true);
-        setFrameShape(QFrame::NoFrame);
-        setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-        setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-        setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
-        viewport()->setAutoFillBackground(false);
-        hide();
-    }
-
-    // `text` begins with what is shown unless it is empty (a new reply starts from nothing).
-    void showText(const std::string& text) {
-        if (text.size() < m_shownBytes || text.empty()) {
-            clear();
-            m_shownBytes = 0;
-        }
-        if (text.size() > m_shownBytes) {
-            QTextCursor end(document());
-            end.movePosition(QTextCursor::End);
-            end.insertText(QString::fromUtf8(text.data() + m_shownBytes,
-                                             qsizetype(text.size() - m_shownBytes)));
-            m_shownBytes = text.size();
-        }
-        setVisible(!text.empty());
-        fitHeight();
-    }
-
-protected:
-    void resizeEvent(QResizeEvent* event) override {
-        QTextEdit::resizeEvent(event);
-        fitHeight();
-    }
-
-private:
-    void fitHeight() {
-        // Setting the width, even an unchanged one, lays the whole document out again.
-        if (document()->textWidth() != viewport()->width())
-            document()->setTextWidth(viewport()->width());
-        const int height = int(document()->size().height()) + 2 * frameWidth();
-        if (height != this->height()) setFixedHeight(height);
-    }
-
-    std::size_t m_shownBytes = 0;
-};
 
 namespace {
 
@@ -139,7 +86,7 @@ ConversationPane::ConversationPane(const CoachBranding& branding,
     m_list = vstack(m_content, 16, 16);
     m_suggestions = suggestionPanel(branding);
     m_list->addWidget(m_suggestions);
-    m_streaming = new StreamingText;
+    m_streaming = new StreamingReplyText;
     m_list->addWidget(m_streaming);
     m_thinking = thinkingRow();
     m_list->addWidget(m_thinking);

@@ -60,8 +60,9 @@ public:
     /// Shows the conversation, reusing the slots of messages already shown.
     void showConversation(const CoachConversation& conversation);
     void setThinking(bool thinking);
-    /// The reply in flight, as plain text in a bubble under the messages; it only grows (the
-    /// new tail is laid out, not the whole text) until it is emptied, which hides the bubble.
+    /// The reply in flight, under the messages, with its paragraphs drawn as in its finished
+    /// bubble; it only grows (only its end is laid out again) until it is emptied, which hides
+    /// it.
     void setPartialReply(const std::string& text);
     /// Shown in the thinking row instead of "Thinking..." while not empty.
     void setRetryStatus(const QString& status);
@@ -120,7 +121,7 @@ private:
     QVBoxLayout* m_list;
     QWidget* m_suggestions;
     QWidget* m_thinking;
-    class StreamingText* m_streaming;
+    class StreamingReplyText* m_streaming;
     std::optional<PendingApproval> m_pending;
     ActionApprovalCard* m_approval = nullptr;
     QPropertyAnimation* m_animation;

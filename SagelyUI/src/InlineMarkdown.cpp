@@ -50,29 +50,43 @@ QString prepared(std::string_view markdown) {
     return lines.join(u'\n');
 }
 
+// Renders into lines: a line ends at each break outside every span, so that a text can be shown
+// line by line; a break inside a span (emphasis going on across a line end) stays in its line.
 struct Renderer {
-    QString html;
+    QStringList lines{QString()};
+    int openSpans = 0;
     int paragraphs = 0;
 
+    QString& html() { return lines.back(); }
+    void lineBreak() {
+        if (openSpans > 0)
+            html() += QStringLiteral("<br>");
+        else
+            lines.append(QString());
+    }
     void open(MD_BLOCKTYPE type) {
-        if (type == MD_BLOCK_P && paragraphs++ > 0) html += QStringLiteral("<br><br>");
+        if (type == MD_BLOCK_P && paragraphs++ > 0) {
+            lineBreak();
+            lineBreak();
+        }
     }
     void openSpan(MD_SPANTYPE type, void* detail) {
+        ++openSpans;
         switch (type) {
             case MD_SPAN_EM:
-                html += QStringLiteral("<i>");
+                html() += QStringLiteral("<i>");
                 break;
             case MD_SPAN_STRONG:
-                html += QStringLiteral("<b>");
+                html() += QStringLiteral("<b>");
                 break;
             case MD_SPAN_CODE:
-                html += QStringLiteral("<code>");
+                html() += QStringLiteral("<code>");
                 break;
             case MD_SPAN_DEL:
-                html += QStringLiteral("<s>");
+                html() += QStringLiteral("<s>");
                 break;
             case MD_SPAN_U:
-                html += QStringLiteral("<u>");
+                html() += QStringLiteral("<u>");
                 break;
             case MD_SPAN_A:
                 openLink(*static_cast<MD_SPAN_A_DETAIL*>(detail));
@@ -82,24 +96,25 @@ struct Renderer {
         }
     }
     void closeSpan(MD_SPANTYPE type) {
+        --openSpans;
         switch (type) {
             case MD_SPAN_EM:
-                html += QStringLiteral("</i>");
+                html() += QStringLiteral("</i>");
                 break;
             case MD_SPAN_STRONG:
-                html += QStringLiteral("</b>");
+                html() += QStringLiteral("</b>");
                 break;
             case MD_SPAN_CODE:
-                html += QStringLiteral("</code>");
+                html() += QStringLiteral("</code>");
                 break;
             case MD_SPAN_DEL:
-                html += QStringLiteral("</s>");
+                html() += QStringLiteral("</s>");
                 break;
             case MD_SPAN_U:
-                html += QStringLiteral("</u>");
+                html() += QStringLiteral("</u>");
                 break;
             case MD_SPAN_A:
-                html += QStringLiteral("</a>");
+                html() += QStringLiteral("</a>");
                 break;
             default:
                 break;
@@ -107,23 +122,23 @@ struct Renderer {
     }
     void openLink(const MD_SPAN_A_DETAIL& link) {
         const QString href = QString::fromUtf8(link.href.text, qsizetype(link.href.size));
-        html += QStringLiteral("<a href=\"") + href.toHtmlEscaped() + QStringLiteral("\">");
+        html() += QStringLiteral("<a href=\"") + href.toHtmlEscaped() + QStringLiteral("\">");
     }
     void text(MD_TEXTTYPE type, const MD_CHAR* data, MD_SIZE size) {
         const QString part = QString::fromUtf8(data, qsizetype(size));
         switch (type) {
             case MD_TEXT_BR:
             case MD_TEXT_SOFTBR:
-                html += QStringLiteral("<br>");
+                lineBreak();
                 break;
             case MD_TEXT_NULLCHAR:
-                html += QChar(0xFFFD);
+                html() += QChar(0xFFFD);
                 break;
             case MD_TEXT_ENTITY:
-                html += part;
+                html() += part;
                 break;
             default:
-                html += part.toHtmlEscaped();
+                html() += part.toHtmlEscaped();
                 break;
         }
     }
@@ -156,18 +171,13 @@ int onText(MD_TEXTTYPE type, const MD_CHAR* data, MD_SIZE size, void* user) {
     return guarded([&] { static_cast<Renderer*>(user)->text(type, data, size); });
 }
 
-StyledText plain(std::string_view text) {
-    return {QString::fromUtf8(text.data(), qsizetype(text.size())), Qt::PlainText};
+QString whitespaceKept(const QString& html) {
+    return QStringLiteral("<span style=\"white-space:pre-wrap\">") + html +
+           QStringLiteral("</span>");
 }
 
-StyledText styled(std::string_view text, MarkdownParser parse) {
-    if (auto rich = parse(text)) return {*rich, Qt::RichText};
-    return plain(text);
-}
-
-}  // namespace
-
-std::optional<QString> inlineMarkdownToRichText(std::string_view markdown) {
+// The rendered lines of the inline Markdown, none when it cannot be parsed.
+std::optional<QStringList> renderedLines(std::string_view markdown) {
     if (!text::isValidUtf8(markdown)) return std::nullopt;
     const QByteArray source = prepared(markdown).toUtf8();
     MD_PARSER parser{};
@@ -180,14 +190,40 @@ std::optional<QString> inlineMarkdownToRichText(std::string_view markdown) {
     Renderer renderer;
     if (md_parse(source.constData(), MD_SIZE(source.size()), &parser, &renderer) != 0)
         return std::nullopt;
-    return QStringLiteral("<span style=\"white-space:pre-wrap\">") + renderer.html +
-           QStringLiteral("</span>");
+    return std::move(renderer.lines);
+}
+
+QString fromUtf8(std::string_view text) {
+    return QString::fromUtf8(text.data(), qsizetype(text.size()));
+}
+
+StyledText styled(std::string_view text, MarkdownParser parse) {
+    if (auto rich = parse(text)) return {*rich, Qt::RichText};
+    return {fromUtf8(text), Qt::PlainText};
+}
+
+std::string cleanedReplyText(std::string_view content) {
+    return CoachMessageFormatting::cleanDisplayMarkdown(CoachMessageFormatting::normalize(content));
+}
+
+}  // namespace
+
+std::optional<QString> inlineMarkdownToRichText(std::string_view markdown) {
+    auto lines = renderedLines(markdown);
+    if (!lines) return std::nullopt;
+    return whitespaceKept(lines->join(QStringLiteral("<br>")));
 }
 
 StyledText styledReplyText(std::string_view content, MarkdownParser parse) {
-    const std::string cleaned =
-        CoachMessageFormatting::cleanDisplayMarkdown(CoachMessageFormatting::normalize(content));
-    return styled(cleaned, parse);
+    return styled(cleanedReplyText(content), parse);
+}
+
+StyledLines styledReplyLines(std::string_view content) {
+    const std::string cleaned = cleanedReplyText(content);
+    auto lines = renderedLines(cleaned);
+    if (!lines) return {fromUtf8(cleaned).split(u'\n'), Qt::PlainText};
+    for (QString& line : *lines) line = whitespaceKept(line);
+    return {std::move(*lines), Qt::RichText};
 }
 
 StyledText styledInlineText(std::string_view content) {

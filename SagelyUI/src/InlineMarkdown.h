@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 #include <string_view>
@@ -27,6 +28,15 @@ using MarkdownParser = std::optional<QString> (*)(std::string_view markdown);
 /// inline Markdown; the cleaned text as plain text when parsing fails.
 StyledText styledReplyText(std::string_view content,
                            MarkdownParser parse = inlineMarkdownToRichText);
+
+/// A reply block as styledReplyText shows it, line by line: the lines its label shows one under
+/// the other, each of them rich text on its own (a line break inside a span that goes on to the
+/// next line stays in its line), or the cleaned text's lines as plain text.
+struct StyledLines {
+    QStringList lines;
+    Qt::TextFormat format = Qt::PlainText;
+};
+StyledLines styledReplyLines(std::string_view content);
 
 /// Text that is already display-ready (a lesson line): parsed as inline Markdown as it
 /// stands; the text as plain text when parsing fails.
