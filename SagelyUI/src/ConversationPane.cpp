@@ -37,6 +37,15 @@ MessageSlot::MessageSlot(CoachMessage message, int width) : m_message(std::move(
     setFixedHeight(estimatedHeight(m_message, width));
 }
 
+bool MessageSlot::showsAnything() const {
+    const auto& calls = m_message.actionCalls();
+    return !m_message.content().empty() || m_message.card() || m_message.lesson() ||
+           calls.empty() ||
+           std::any_of(calls.begin(), calls.end(), [](const CoachActionCall& call) {
+               return call.status != CoachActionCall::Status::pending;
+           });
+}
+
 int MessageSlot::estimatedHeight(const CoachMessage& message, int width) {
     // Roughly: a line of body text per 7 pixels of width per character, plus the bubble's
     // padding and time, plus what a card or a lesson usually takes.
@@ -175,7 +184,11 @@ void ConversationPane::showConversation(const CoachConversation& conversation) {
     m_conversationId = conversation.id();
     const std::size_t count = conversation.messages().size();
     m_suggestions->setVisible(count == 0);
-    if (m_lastCount != count && !m_slots.empty()) scrollToBottomOf(m_slots.back());
+    if (m_lastCount != count) {
+        const auto shown = std::find_if(m_slots.rbegin(), m_slots.rend(),
+                                        [](MessageSlot* slot) { return slot->showsAnything(); });
+        if (shown != m_slots.rend()) scrollToBottomOf(*shown);
+    }
     m_lastCount = count;
     scheduleRealize();
     Q_EMIT contentChanged();
@@ -218,14 +231,14 @@ void ConversationPane::appendSlot(const CoachMessage& message) {
     auto* slot = new MessageSlot(message, width);
     // After the suggestion panel and the slots already shown.
     m_list->insertWidget(int(1 + m_slots.size()), slot);
-    slot->show();
+    slot->setVisible(slot->showsAnything());
     m_slots.push_back(slot);
 }
 
 void ConversationPane::replaceSlot(std::size_t index, const CoachMessage& message) {
     auto* slot = new MessageSlot(message, m_scroll->viewport()->width() - 32);
     m_list->insertWidget(m_list->indexOf(m_slots[index]), slot);
-    slot->show();
+    slot->setVisible(slot->showsAnything());
     removeSlot(index);
     m_slots.insert(m_slots.begin() + std::ptrdiff_t(index), slot);
 }
@@ -300,6 +313,7 @@ void ConversationPane::realizeVisible() {
     int anchorOffset = 0;
     bool built = false;
     for (MessageSlot* slot : m_slots) {
+        if (slot->isHidden()) continue;  // its geometry is not kept up to date
         const QRect box = slot->geometry();
         if (!anchor && box.bottom() >= bar->value()) {
             anchor = slot;

@@ -38,6 +38,9 @@ class MessageSlot : public QWidget {
 public:
     MessageSlot(CoachMessage message, int width);
     const CoachMessage& message() const { return m_message; }
+    /// Whether the message has anything to show yet: a round of action calls that all wait for
+    /// the user's answer has not (the approval card stands for it); its slot stays hidden.
+    bool showsAnything() const;
     MessageBubble* bubble() const { return m_bubble; }
     /// Builds the bubble (once).
     void realize(const MessageBubble::SuggestionHandler& onSuggestionSelected,

@@ -147,6 +147,30 @@ TEST_F(WorkspaceActionsTest, AllowRunsTheActionThenShowsItsDoneLineCardAndTheRep
     EXPECT_EQ(results[0].at("content"), "Created the canvas Launch.");
 }
 
+// The round whose calls wait has nothing to show but its card: no avatar and time above it.
+TEST_F(WorkspaceActionsTest, WhileTheCardWaitsOnlyTheQuestionsBubbleShowsAboveIt) {
+    askForCanvas();
+    settle();
+    ASSERT_EQ(messageCount(), 2u);
+    const auto bubbles = visibleChildren(view.get(), QStringLiteral("messageBubble"));
+    ASSERT_EQ(bubbles.size(), 1u);
+    EXPECT_EQ(visibleChildren(view.get(), QStringLiteral("messageTime")).size(), 1u);
+    EXPECT_EQ(visibleChildren(view.get(), QStringLiteral("avatar")).size(), 1u);
+    // The card sits right under the question.
+    auto* card = child("actionApprovalCard");
+    auto* bubble = bubbles.front();
+    const int gap = card->mapTo(view.get(), QPoint(0, 0)).y() -
+                    bubble->mapTo(view.get(), QPoint(0, bubble->height())).y();
+    EXPECT_LE(gap, 16);
+    world.server.enqueue(ScriptedResponse::json(200, chatCompletionBody("Launch is open.")));
+    child<QPushButton>("actionAllowButton")->click();
+    ASSERT_TRUE(waitUntil([&] { return messageCount() == 3; }));
+    settle();
+    // Answered, the round shows its line, with its avatar and time.
+    EXPECT_EQ(visibleChildren(view.get(), QStringLiteral("messageBubble")).size(), 3u);
+    EXPECT_EQ(visibleChildren(view.get(), QStringLiteral("avatar")).size(), 3u);
+}
+
 TEST_F(WorkspaceActionsTest, DenyLeavesADeclinedLineAndTellsTheModel) {
     askForCanvas();
     world.server.enqueue(ScriptedResponse::json(200, chatCompletionBody("Fine, no canvas.")));
