@@ -20,19 +20,6 @@ constexpr int kParagraphSpacing = 12;
 
 }  // namespace
 
-void StreamingReplyText::appendLine(QTextCursor& cursor, const Line& line, bool first) {
-    QTextBlockFormat format;
-    if (line.startsParagraph && !first) format.setTopMargin(kParagraphSpacing);
-    if (first)
-        cursor.setBlockFormat(format);
-    else
-        cursor.insertBlock(format, QTextCharFormat());
-    if (line.format == Qt::RichText)
-        cursor.insertHtml(line.text);
-    else
-        cursor.insertText(line.text, QTextCharFormat());
-}
-
 StreamingReplyText::StreamingReplyText(QWidget* parent) : QTextEdit(parent) {
     setObjectName(QStringLiteral("partialReply"));
     setAccessibleName(localized("Reply so far"));
@@ -127,6 +114,19 @@ void StreamingReplyText::showOpenLines(const std::vector<Line>& lines) {
         appendLine(cursor, lines[i], firstChanged + int(i - kept) == 0);
     cursor.endEditBlock();
     m_openLines = lines;
+}
+
+void StreamingReplyText::appendLine(QTextCursor& cursor, const Line& line, bool first) {
+    QTextBlockFormat format;
+    if (line.startsParagraph && !first) format.setTopMargin(kParagraphSpacing);
+    if (first)
+        cursor.setBlockFormat(format);
+    else
+        cursor.insertBlock(format, QTextCharFormat());
+    if (line.format == Qt::RichText)
+        cursor.insertHtml(line.text);
+    else
+        cursor.insertText(line.text, QTextCharFormat());
 }
 
 void StreamingReplyText::resizeEvent(QResizeEvent* event) {

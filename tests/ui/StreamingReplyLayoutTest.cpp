@@ -148,6 +148,8 @@ TEST(StreamingReplyText, ShowsEmphasisCodeLinksAndListLinesAsTheFinishedBubbleDo
     // The open paragraph too, and set apart as the finished bubble sets its paragraphs apart.
     EXPECT_EQ(stretchHolding(paragraphs[1], "try"), (Stretch{.text = "try it", .italic = true}));
     EXPECT_EQ(view.document()->findBlockByNumber(3).blockFormat().topMargin(), 12);
+    view.resize(560, view.height());
+    EXPECT_FALSE(saveScreenshot(&view, QStringLiteral("streaming-reply")).isEmpty());
 }
 
 TEST(StreamingReplyText, MarkersSplitAcrossUpdatesEndRendered) {
