@@ -438,13 +438,15 @@ TEST_F(WorkspaceViewTest, AConversationRowsTooltipAddsUpWhatItsRepliesCost) {
     CoachPriceTable::setCurrent(prices);
     world.settings->model.set("gpt-4o-mini");
     makeView();
+    coach->newConversation();
+    settle();
     for (int i = 1; i <= 2; ++i)
         world.server.enqueue(ScriptedResponse::json(
             200, R"({"choices":[{"message":{"content":"Fine."}}],"usage":{"prompt_tokens":)" +
                      std::to_string(1000 * i) + R"(,"completion_tokens":)" +
                      std::to_string(100 * i) + "}}"));
     for (int i = 1; i <= 2; ++i) {
-        view->setMessageInput(QStringLiteral("Question"));
+        type(QStringLiteral("Question"));
         QTest::keyClick(field(), Qt::Key_Return);
         ASSERT_TRUE(waitUntil([&] { return messageCount() == std::size_t(2 * i); }));
     }
@@ -461,12 +463,13 @@ TEST_F(WorkspaceViewTest, AConversationRowsTooltipAddsUpWhatItsRepliesCost) {
         return QToolTip::text();
     };
     // 3,000 × $0.15 + 300 × $0.60 per million.
-    EXPECT_EQ(hover(), QStringLiteral("Question\n3,000 tokens in, 300 out (2 replies)\n"
-                                      "\u2248 $0.0006 in all"));
+    const QString title = QString::fromStdString(coach->currentConversation().get()->title());
+    EXPECT_EQ(hover(), title + QStringLiteral("\n3,000 tokens in, 300 out (2 replies)\n"
+                                              "\u2248 $0.0006 in all"));
 
     // A reply whose model has no price leaves the total in tokens.
     CoachPriceTable::setCurrent(CoachPriceTable());
-    EXPECT_EQ(hover(), QStringLiteral("Question\n3,000 tokens in, 300 out (2 replies)"));
+    EXPECT_EQ(hover(), title + QStringLiteral("\n3,000 tokens in, 300 out (2 replies)"));
     QToolTip::hideText();
     CoachPriceTable::setCurrent(CoachPriceTable::bundled());
     QLocale::setDefault(QLocale::system());
