@@ -8,7 +8,8 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
-#include <cstdint>
+#include <cstdio>
+#include <filesystem>
 #include <mutex>
 
 namespace sagely {
@@ -116,8 +117,13 @@ CoachPriceTable CoachPriceTable::fromJson(std::string_view text) {
 }
 
 CoachPriceTable CoachPriceTable::bundled() {
-    const auto path = detail::processResourceLocations().kitBundle / kFileName;
-    const std::optional<std::string> text = detail::readTextFile(path);
+    // Prices are optional: a kit installed without its resources shows tokens only rather than
+    // stopping the host, as a missing guide does.
+    const auto bundle = detail::findResourceBundle(
+        detail::bundleCandidates(detail::platformProcessPaths(), detail::builtInstallLayout()));
+    const auto path = bundle ? *bundle / kFileName : std::filesystem::path(kFileName);
+    const std::optional<std::string> text =
+        bundle ? detail::readTextFile(path) : std::optional<std::string>();
     if (!text) {
         log("No price table at " + path.string() + "; usage shows as tokens only.");
         return {};
@@ -203,18 +209,17 @@ std::string CoachPriceTable::costText(double dollars) {
     if (!(dollars > 0)) return "$0.00";
     // Rounded in whole picodollars first, so that a cost of exactly half a step (which a double
     // may hold a hair below the half) rounds up as written.
-    const auto pico = std::llround(dollars * 1e12);
-    const auto roundedTo = [pico](std::int64_t step) { return (pico + step / 2) / step; };
-    const std::int64_t tenThousandths = roundedTo(100'000'000);
+    const long long pico = std::llround(dollars * 1e12);
+    const long long tenThousandths = (pico + 50'000'000) / 100'000'000;
     if (tenThousandths == 0) return "< $0.0001";
-    auto digits = [](std::int64_t value, int width) {
-        std::string text = std::to_string(value);
-        return std::string(std::size_t(width) - std::min(text.size(), std::size_t(width)), '0') +
-               text;
-    };
-    if (tenThousandths < 10'000) return "\u2248 $0." + digits(tenThousandths, 4);
-    const std::int64_t cents = roundedTo(10'000'000'000);
-    return "\u2248 $" + std::to_string(cents / 100) + "." + digits(cents % 100, 2);
+    char text[40];
+    if (tenThousandths < 10'000) {
+        std::snprintf(text, sizeof text, "\u2248 $0.%04lld", tenThousandths);
+    } else {
+        const long long cents = (pico + 5'000'000'000) / 10'000'000'000;
+        std::snprintf(text, sizeof text, "\u2248 $%lld.%02lld", cents / 100, cents % 100);
+    }
+    return text;
 }
 
 }  // namespace sagely
