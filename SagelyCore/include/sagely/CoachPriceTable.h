@@ -71,7 +71,8 @@ public:
     /// The price of a model, by the name rules above; none when unknown.
     std::optional<Price> price(CoachConfig::Provider provider, std::string_view model) const;
     /// What a reply cost in US dollars, by the provider and model its usage names; none when it
-    /// names none, the table does not know it, or a count is negative.
+    /// names none, the table does not know it, or a count is negative. An estimate: cached
+    /// prompt tokens, which providers bill for less, count at the full price.
     std::optional<double> cost(const TokenUsage& usage) const;
 
     /// The usage of a conversation's replies added up.
