@@ -5,6 +5,8 @@
 #include <sagely/ui/CoachLessonView.h>
 #include <sagely/ui/CoachUserMessageText.h>
 
+#include <sagely/CoachPriceTable.h>
+
 #include "ActionViews.h"
 #include "Primitives.h"
 #include "SpokenText.h"
@@ -58,9 +60,17 @@ MessageBubble::MessageBubble(CoachMessage message, SuggestionHandler onSuggestio
 }
 
 QString MessageBubble::usageText(const TokenUsage& usage) {
-    return localized("%1 tokens in, %2 out")
-        .arg(QLocale().toString(qlonglong(usage.inputTokens)),
-             QLocale().toString(qlonglong(usage.outputTokens)));
+    QString text = localized("%1 tokens in, %2 out")
+                       .arg(QLocale().toString(qlonglong(usage.inputTokens)),
+                            QLocale().toString(qlonglong(usage.outputTokens)));
+    // Replies saved before the model was recorded show their tokens only.
+    if (usage.model.empty()) return text;
+    const auto cost = CoachPriceTable::current().cost(usage);
+    const QString model = QString::fromStdString(usage.model);
+    return text + u'\n' +
+           (cost ? localized("%1 · %2").arg(
+                       model, QString::fromStdString(CoachPriceTable::costText(*cost)))
+                 : localized("%1 · no price known").arg(model));
 }
 
 QString MessageBubble::timeText(Timestamp timestamp) {

@@ -3,18 +3,23 @@
 #include "Primitives.h"
 #include "RelativeDate.h"
 
+#include <sagely/CoachPriceTable.h>
 #include <sagely/ui/AICoachAdapter.h>
+#include <sagely/ui/MessageBubble.h>
 
 #include <QAction>
 #include <QEvent>
+#include <QHelpEvent>
 #include <QKeyEvent>
 #include <QListWidget>
+#include <QLocale>
 #include <QMessageBox>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QTimer>
+#include <QToolTip>
 #include <QVBoxLayout>
 
 #include <functional>
@@ -24,6 +29,7 @@ namespace {
 
 constexpr int kIdRole = Qt::UserRole;
 constexpr int kUpdatedAtRole = Qt::UserRole + 1;
+constexpr const char* kConversationIdProperty = "conversationId";
 
 // The list of conversations. A right click opens the row's menu without selecting the row, so
 // the conversation being read stays on screen; Delete asks to remove the selected one.
@@ -186,7 +192,45 @@ QWidget* WorkspaceSidebar::row(int index) {
         Qt::QueuedConnection);
     row->addAction(remove);
     row->setContextMenuPolicy(Qt::ActionsContextMenu);
+    // The usage is added up only when the tooltip is asked for: listing must not decode every
+    // saved conversation.
+    row->setProperty(kConversationIdProperty, id);
+    for (QWidget* part : std::initializer_list<QWidget*>{row, title, date})
+        part->installEventFilter(this);
     return row;
+}
+
+bool WorkspaceSidebar::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() != QEvent::ToolTip) return QWidget::eventFilter(watched, event);
+    auto* widget = static_cast<QWidget*>(watched);
+    QWidget* rowWidget =
+        widget->property(kConversationIdProperty).isValid() ? widget : widget->parentWidget();
+    const QString text = usageToolTip(rowWidget->property(kConversationIdProperty).toString());
+    if (text.isEmpty()) return false;  // the title's own tooltip, or none
+    QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), text, widget);
+    return true;
+}
+
+QString WorkspaceSidebar::usageToolTip(const QString& conversationId) const {
+    for (const CoachConversation& conversation : m_coach.conversations()) {
+        if (QString::fromStdString(conversation.id().toString()) != conversationId) continue;
+        const auto total = CoachPriceTable::current().total(conversation.messages());
+        if (total.replies == 0) return {};
+        // A sum names no model, so this is the tokens line alone.
+        const QString tokens = MessageBubble::usageText(total.tokens);
+        const QString replies =
+            total.replies == 1
+                ? localized("1 reply")
+                : localized("%1 replies").arg(QLocale().toString(qulonglong(total.replies)));
+        QString text = QString::fromStdString(conversation.title()) + u'\n' +
+                       localized("%1 (%2)").arg(tokens, replies);
+        if (total.cost)
+            text +=
+                u'\n' + localized("%1 in all")
+                            .arg(QString::fromStdString(CoachPriceTable::costText(*total.cost)));
+        return text;
+    }
+    return {};
 }
 
 void WorkspaceSidebar::refreshDates() {

@@ -1,7 +1,8 @@
 // The workspace's sidebar: the "Conversations" header with the new-conversation button, and
 // either the empty state or the list of conversations (title and how long ago it changed), whose
 // selection follows the coach's current conversation. Each row offers "Delete" in its context
-// menu.
+// menu, and its tooltip adds up the tokens the conversation's replies used, with their cost when
+// every model has a price.
 #pragma once
 
 #include <QWidget>
@@ -32,6 +33,7 @@ public:
     std::vector<QWidget*> focusChain() const;
 
 protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void changeEvent(QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 
@@ -40,6 +42,8 @@ private:
     QWidget* header();
     QWidget* emptyState();
     QWidget* row(int index);
+    /// The title and the usage lines of a row's tooltip; empty when no reply said its usage.
+    QString usageToolTip(const QString& conversationId) const;
     void refreshDates();
     void onRowChanged(int row);
     /// Asks whether to delete the selected conversation, and deletes it on "Delete".

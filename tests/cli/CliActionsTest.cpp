@@ -102,6 +102,27 @@ TEST_F(CliActions, AskDeclinesAChangeUnlessActionsAreAllowed) {
     EXPECT_NE(cli.run({"settings"}).out.find("Temperature:  0.9"), std::string::npos);
 }
 
+TEST_F(CliActions, HistoryShowsEachCallsOutcomeWhereItHappened) {
+    server.enqueue(ScriptedResponse::json(
+        200, callReply("set_setting", {{"setting", "temperature"}, {"value", 0.9}})));
+    server.enqueue(ScriptedResponse::json(200, textReply("I did not change it.")));
+    ASSERT_EQ(run("ask", {"Set the temperature to 0.9."}).exitCode, 0);
+    server.enqueue(ScriptedResponse::json(200, callReply("read_settings", json::object())));
+    server.enqueue(ScriptedResponse::json(200, textReply("It is 0.7.")));
+    ASSERT_EQ(run("ask", {"What is it now?"}).exitCode, 0);
+
+    const auto result = cli.run({"history", "show", "1"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_TRUE(
+        result.out.ends_with("\nYou: Set the temperature to 0.9.\n"
+                             "\nCoach:\nDeclined: Change a setting\n"
+                             "\nCoach:\nI did not change it.\n"
+                             "\nYou: What is it now?\n"
+                             "\nCoach:\nDone: Read the settings\n"
+                             "\nCoach:\nIt is 0.7.\n"))
+        << result.out;
+}
+
 TEST_F(CliActions, ChatAsksYesOrNoBeforeAChange) {
     server.enqueue(ScriptedResponse::json(
         200, callReply("use_provider", {{"provider", "anthropic"}, {"model", "claude-x"}})));

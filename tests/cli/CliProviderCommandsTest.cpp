@@ -3,6 +3,8 @@
 #include "support/CliHarness.h"
 #include "support/LoopbackHttpServer.h"
 
+#include <sagely/CoachPriceTable.h>
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -13,6 +15,17 @@ namespace {
 class CliProviderCommands : public ::testing::Test {
 protected:
     CliResult run(const std::vector<std::string>& arguments) { return cli.run(arguments); }
+    /// Asks twice in one conversation; the replies say they used 1,000 and 100 tokens, then
+    /// twice that.
+    void askTwice(const std::vector<std::string>& how);
+    void SetUp() override {
+        // Prices of our own, so that the figures do not follow the shipped table.
+        CoachPriceTable prices;
+        prices.setChecked("2025-06-01");
+        prices.setPrice(CoachConfig::Provider::openai, "gpt-4o-mini", {0.15, 0.6});
+        CoachPriceTable::setCurrent(prices);
+    }
+    void TearDown() override { CoachPriceTable::setCurrent(CoachPriceTable::bundled()); }
 
     CliHarness cli;
     LoopbackHttpServer server;
@@ -95,23 +108,50 @@ TEST_F(CliProviderCommands, CtrlCStopsAWaitingCheck) {
     EXPECT_EQ(result.exitCode, 130);
 }
 
-TEST_F(CliProviderCommands, HistoryShowsWhatEachReplyCost) {
-    for (int i = 0; i < 2; ++i) {
-        server.enqueue(
-            ScriptedResponse::json(200, R"({"choices":[{"message":{"content":"Fine."}}],)"
-                                        R"("usage":{"prompt_tokens":100,"completion_tokens":)" +
-                                            std::to_string(5 + i) + "}}"));
-        const auto asked = run({"ask", "--provider", "custom", "--endpoint",
-                                server.url("/v1/chat/completions"), "Question"});
+void CliProviderCommands::askTwice(const std::vector<std::string>& how) {
+    for (int i = 1; i <= 2; ++i) {
+        server.enqueue(ScriptedResponse::json(
+            200, R"({"choices":[{"message":{"content":"Fine."}}],"usage":{"prompt_tokens":)" +
+                     std::to_string(1000 * i) + R"(,"completion_tokens":)" +
+                     std::to_string(100 * i) + "}}"));
+        std::vector<std::string> arguments{"ask", "--endpoint", server.url("/v1/chat/completions")};
+        arguments.insert(arguments.end(), how.begin(), how.end());
+        arguments.push_back("Question");
+        const auto asked = run(arguments);
         ASSERT_EQ(asked.exitCode, 0) << asked.err;
     }
+}
+
+TEST_F(CliProviderCommands, HistoryShowsWhatEachReplyCostWithTheModelsPrice) {
+    cli.environment["OPENAI_API_KEY"] = "sk-test";
+    askTwice({"--provider", "openai", "--model", "gpt-4o-mini"});
     const auto result = run({"history", "show", "1", "--usage"});
     EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_NE(result.out.find("Tokens: 100 in, 5 out\n"), std::string::npos) << result.out;
-    EXPECT_NE(result.out.find("Tokens: 100 in, 6 out\n"), std::string::npos) << result.out;
-    EXPECT_TRUE(result.out.ends_with("\nTokens in all: 200 in, 11 out (2 replies)\n"))
+    // 1,000 × $0.15 + 100 × $0.60 per million, then twice that.
+    EXPECT_NE(result.out.find("Tokens: 1000 in, 100 out (gpt-4o-mini, \u2248 $0.0002)\n"),
+              std::string::npos)
         << result.out;
-    EXPECT_EQ(run({"history", "show", "1"}).out.find("Tokens"), std::string::npos);
+    EXPECT_NE(result.out.find("Tokens: 2000 in, 200 out (gpt-4o-mini, \u2248 $0.0004)\n"),
+              std::string::npos)
+        << result.out;
+    EXPECT_TRUE(
+        result.out.ends_with("\nTokens in all: 3000 in, 300 out (2 replies)\n"
+                             "Estimated cost: \u2248 $0.0006 (prices checked 2025-06-01)\n"))
+        << result.out;
+}
+
+TEST_F(CliProviderCommands, HistoryShowsTokensOnlyForAModelWithoutAPrice) {
+    askTwice({"--provider", "custom", "--model", "house-model"});
+    const auto result = run({"history", "show", "1", "--usage"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("Tokens: 1000 in, 100 out (house-model, no price known)\n"),
+              std::string::npos)
+        << result.out;
+    EXPECT_TRUE(result.out.ends_with("\nTokens in all: 3000 in, 300 out (2 replies)\n"))
+        << result.out;
+    const std::string plain = run({"history", "show", "1"}).out;
+    EXPECT_EQ(plain,
+              "Question\n\nYou: Question\n\nCoach:\nFine.\n\nYou: Question\n\nCoach:\nFine.\n");
     EXPECT_EQ(run({"history", "list", "--usage"}).exitCode, 2);
 }
 

@@ -2,6 +2,7 @@
 // position, bubbles by role, cards by style, and what appears only when there is content.
 #include "UiTestSupport.h"
 
+#include <sagely/CoachPriceTable.h>
 #include <sagely/ui/CoachAssistantMessageText.h>
 #include <sagely/ui/CoachCardView.h>
 #include <sagely/ui/CoachLessonView.h>
@@ -259,6 +260,28 @@ TEST_F(MessageBubbleTest, TheTimeOfAReplyTellsWhatItCostInItsTooltip) {
     auto plain = bubble(CoachMessage(CoachMessage::Role::assistant, "Hi."));
     EXPECT_EQ(visibleChild<QLabel>(plain.get(), QStringLiteral("messageTime"))->toolTip(),
               QString());
+    QLocale::setDefault(QLocale::system());
+}
+
+TEST_F(MessageBubbleTest, TheTimeTooltipAddsTheModelAndItsEstimatedCost) {
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    CoachPriceTable prices;
+    prices.setPrice(CoachConfig::Provider::openai, "gpt-4o-mini", {0.15, 0.6});
+    CoachPriceTable::setCurrent(prices);
+    auto tooltip = [&](const std::string& model) {
+        TokenUsage usage{1210, 30};
+        usage.provider = "openai";
+        usage.model = model;
+        auto view = bubble(
+            CoachMessage(CoachMessage::Role::assistant, "Hi.", std::nullopt, std::nullopt, usage));
+        return visibleChild<QLabel>(view.get(), QStringLiteral("messageTime"))->toolTip();
+    };
+    // 1,210 × $0.15 + 30 × $0.60 per million: $0.0001995.
+    EXPECT_EQ(tooltip("gpt-4o-mini"),
+              QStringLiteral("1,210 tokens in, 30 out\ngpt-4o-mini \u00B7 \u2248 $0.0002"));
+    EXPECT_EQ(tooltip("gpt-9"),
+              QStringLiteral("1,210 tokens in, 30 out\ngpt-9 \u00B7 no price known"));
+    CoachPriceTable::setCurrent(CoachPriceTable::bundled());
     QLocale::setDefault(QLocale::system());
 }
 

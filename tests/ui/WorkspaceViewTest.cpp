@@ -4,6 +4,7 @@
 #include "UiTestSupport.h"
 
 #include <sagely/CoachLesson.h>
+#include <sagely/CoachPriceTable.h>
 #include <sagely/ui/CoachWorkspaceView.h>
 
 #include "MessageInputBar.h"
@@ -12,6 +13,8 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QApplication>
+#include <QHelpEvent>
 #include <QLabel>
 #include <QListWidget>
 #include <QMessageBox>
@@ -21,6 +24,7 @@
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QTest>
+#include <QToolTip>
 
 namespace sagely::testing {
 namespace {
@@ -425,6 +429,50 @@ TEST_F(WorkspaceViewTest, AManualReadyBeforeTheViewAppearedShowsNoBanner) {
     makeView();
     EXPECT_FALSE(view->isReadyBannerShown());
     EXPECT_EQ(child("knowledgeBanner"), nullptr);
+}
+
+TEST_F(WorkspaceViewTest, AConversationRowsTooltipAddsUpWhatItsRepliesCost) {
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    CoachPriceTable prices;
+    prices.setPrice(CoachConfig::Provider::openai, "gpt-4o-mini", {0.15, 0.6});
+    CoachPriceTable::setCurrent(prices);
+    world.settings->model.set("gpt-4o-mini");
+    makeView();
+    coach->newConversation();
+    settle();
+    for (int i = 1; i <= 2; ++i)
+        world.server.enqueue(ScriptedResponse::json(
+            200, R"({"choices":[{"message":{"content":"Fine."}}],"usage":{"prompt_tokens":)" +
+                     std::to_string(1000 * i) + R"(,"completion_tokens":)" +
+                     std::to_string(100 * i) + "}}"));
+    for (int i = 1; i <= 2; ++i) {
+        type(QStringLiteral("Question"));
+        QTest::keyClick(field(), Qt::Key_Return);
+        ASSERT_TRUE(waitUntil([&] { return messageCount() == std::size_t(2 * i); }));
+    }
+    settle();
+    auto* list = child<QListWidget>("conversationList");
+    ASSERT_NE(list, nullptr);
+    ASSERT_EQ(list->count(), 1);
+    auto* date =
+        list->itemWidget(list->item(0))->findChild<QLabel*>(QStringLiteral("conversationDate"));
+    ASSERT_NE(date, nullptr);
+    auto hover = [&] {
+        QHelpEvent help(QEvent::ToolTip, QPoint(2, 2), date->mapToGlobal(QPoint(2, 2)));
+        QApplication::sendEvent(date, &help);
+        return QToolTip::text();
+    };
+    // 3,000 × $0.15 + 300 × $0.60 per million.
+    const QString title = QString::fromStdString(coach->currentConversation().get()->title());
+    EXPECT_EQ(hover(), title + QStringLiteral("\n3,000 tokens in, 300 out (2 replies)\n"
+                                              "\u2248 $0.0006 in all"));
+
+    // A reply whose model has no price leaves the total in tokens.
+    CoachPriceTable::setCurrent(CoachPriceTable());
+    EXPECT_EQ(hover(), title + QStringLiteral("\n3,000 tokens in, 300 out (2 replies)"));
+    QToolTip::hideText();
+    CoachPriceTable::setCurrent(CoachPriceTable::bundled());
+    QLocale::setDefault(QLocale::system());
 }
 
 TEST_F(WorkspaceViewTest, SelectionFollowsTheCoachAndRowsSelectAndDelete) {

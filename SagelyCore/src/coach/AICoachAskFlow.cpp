@@ -57,6 +57,11 @@ detail::ModelOutcome askModel(LLMService& llm, const std::vector<LLMMessage>& me
                                                              cancellation, onDelta, onRetry);
         outcome.reply = std::move(reply.text);
         outcome.usage = reply.usage;
+        // The model that answered, so that the reply's cost can be told later.
+        if (outcome.usage) {
+            outcome.usage->provider = storageID(config.provider);
+            outcome.usage->model = config.resolvedModel();
+        }
         outcome.toolCalls = std::move(reply.toolCalls);
         outcome.providerTurn = std::move(reply.providerTurn);
     } catch (const CancelledError&) {

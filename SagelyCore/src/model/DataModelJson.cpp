@@ -143,6 +143,8 @@ struct Writer {
         Json json = Json::object();
         json["inputTokens"] = usage.inputTokens;
         json["outputTokens"] = usage.outputTokens;
+        if (!usage.provider.empty()) json["provider"] = of(usage.provider);
+        if (!usage.model.empty()) json["model"] = of(usage.model);
         return json;
     }
 
@@ -322,15 +324,23 @@ struct Reader {
 
     static TokenUsage tokenUsage(Json& json) {
         std::optional<std::int64_t> input, output;
+        std::string provider, model;
         fields(json, [&](const std::string& key, Json& value) {
             if (key == "inputTokens")
                 input = count(value);
             else if (key == "outputTokens")
                 output = count(value);
+            else if (key == "provider")
+                provider = optionalString(value).value_or("");
+            else if (key == "model")
+                model = optionalString(value).value_or("");
             else
                 unknown(value);
         });
-        return {required(input, "inputTokens"), required(output, "outputTokens")};
+        TokenUsage usage(required(input, "inputTokens"), required(output, "outputTokens"));
+        usage.provider = std::move(provider);
+        usage.model = std::move(model);
+        return usage;
     }
 
     static CoachCard card(Json& json) {

@@ -7,6 +7,7 @@
 #include "cli/RunSettings.h"
 
 #include <sagely/AICoach.h>
+#include <sagely/CoachPriceTable.h>
 #include <sagely/MainExecutor.h>
 
 #include <ostream>
@@ -29,27 +30,41 @@ std::string tokenText(const TokenUsage& usage) {
            " out";
 }
 
-// With `usage`, each reply that says what it cost is followed by its tokens, and the
-// conversation by their total.
+// "1210 in, 30 out", then the model and its estimate when the reply names its model.
+std::string replyUsageText(const TokenUsage& usage, const CoachPriceTable& prices) {
+    std::string text = tokenText(usage);
+    if (usage.model.empty()) return text;
+    const auto cost = prices.cost(usage);
+    return text + " (" + usage.model + ", " +
+           (cost ? CoachPriceTable::costText(*cost) : "no price known") + ")";
+}
+
+// With `usage`, each reply that says what it cost is followed by its tokens (and its estimated
+// cost when its model has a price), and the conversation by their total.
 void show(const CoachConversation& conversation, bool usage, Host& host) {
     const Renderer renderer(host.usesColor());
     host.out << renderer.styled(Renderer::plain(conversation.title()), ansi::bold) << "\n";
-    TokenUsage total;
-    std::size_t counted = 0;
+    const CoachPriceTable prices = usage ? CoachPriceTable::current() : CoachPriceTable();
     for (const auto& message : conversation.messages()) {
         host.out << "\n" << renderer.historyMessage(message);
         if (!usage || !message.usage()) continue;
-        host.out << renderer.styled("Tokens: " + tokenText(*message.usage()), ansi::dim) << "\n";
-        total += *message.usage();
-        ++counted;
+        host.out << renderer.styled(
+                        "Tokens: " + Renderer::plain(replyUsageText(*message.usage(), prices)),
+                        ansi::dim)
+                 << "\n";
     }
     if (!usage) return;
-    if (counted == 0) {
+    const auto total = prices.total(conversation.messages());
+    if (total.replies == 0) {
         host.out << "\nNo reply in this conversation says what it cost.\n";
         return;
     }
-    host.out << "\nTokens in all: " << tokenText(total) << " (" << counted
-             << (counted == 1 ? " reply" : " replies") << ")\n";
+    host.out << "\nTokens in all: " << tokenText(total.tokens) << " (" << total.replies
+             << (total.replies == 1 ? " reply" : " replies") << ")\n";
+    if (!total.cost) return;
+    host.out << "Estimated cost: " << CoachPriceTable::costText(*total.cost);
+    if (!prices.checked().empty()) host.out << " (prices checked " << prices.checked() << ")";
+    host.out << "\n";
 }
 
 }  // namespace

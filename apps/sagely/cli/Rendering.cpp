@@ -194,7 +194,12 @@ std::string Renderer::lesson(const CoachLesson& lesson,
 
 std::string Renderer::assistantMessage(const CoachMessage& message,
                                        std::vector<std::string>& suggestions) const {
-    std::string out = replyText(message.content());
+    return replyText(message.content()) + attachments(message, suggestions);
+}
+
+std::string Renderer::attachments(const CoachMessage& message,
+                                  std::vector<std::string>& suggestions) const {
+    std::string out;
     if (message.card()) out += "\n" + card(*message.card(), suggestions);
     if (message.lesson()) out += "\n" + lesson(*message.lesson(), suggestions);
     return out;
@@ -205,7 +210,11 @@ std::string Renderer::historyMessage(const CoachMessage& message) const {
         return styled("You:", ansi::bold) + " " + plain(message.content()) + "\n";
     std::vector<std::string> suggestions;
     const char* who = message.role() == CoachMessage::Role::assistant ? "Coach:" : "System:";
-    return styled(who, ansi::bold) + "\n" + assistantMessage(message, suggestions);
+    std::string out = styled(who, ansi::bold) + "\n" + replyText(message.content());
+    // A round of action calls: each call's outcome after the text, as the workspace shows it.
+    for (const CoachActionCall& call : message.actionCalls())
+        out += plain(call.summaryLine()) + "\n";
+    return out + attachments(message, suggestions);
 }
 
 }  // namespace sagely::cli

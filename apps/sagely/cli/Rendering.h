@@ -35,7 +35,8 @@ public:
     /// The reply text, then its card and its lesson.
     std::string assistantMessage(const CoachMessage& message,
                                  std::vector<std::string>& suggestions) const;
-    /// One message of a history listing, headed by who spoke.
+    /// One message of a history listing, headed by who spoke; a round of action calls lists
+    /// each call's outcome ("Done: Create canvas") after its text.
     std::string historyMessage(const CoachMessage& message) const;
 
     /// Text in the given ANSI style (unchanged without colour).
@@ -47,6 +48,9 @@ public:
     std::string line(std::string_view markdown) const;
 
 private:
+    /// The message's card, then its lesson.
+    std::string attachments(const CoachMessage& message,
+                            std::vector<std::string>& suggestions) const;
     std::string paragraph(std::string_view markdown) const;
     std::string procedure(const CoachMessageFormatting::ProceduralContent& steps) const;
     std::string suggestionLines(const std::vector<std::string>& items,

@@ -193,9 +193,13 @@ TEST_F(AICoachEndToEndTest, AReplyKeepsWhatItCostAndSavesIt) {
     makeCoach();
     const auto reply = ask("How much?");
     ASSERT_TRUE(reply.has_value());
-    EXPECT_EQ(reply->usage(), (TokenUsage{812, 44}));
+    // The reply names the provider and the model asked, so that its cost can be told later.
+    TokenUsage expected{812, 44};
+    expected.provider = "openai";
+    expected.model = "test-model";
+    EXPECT_EQ(reply->usage(), expected);
     coach->waitForPendingSaves();
-    EXPECT_EQ(harness.savedConversations()[0].messages().back().usage(), (TokenUsage{812, 44}));
+    EXPECT_EQ(harness.savedConversations()[0].messages().back().usage(), expected);
     EXPECT_EQ(harness.savedConversations()[0].messages().front().usage(), std::nullopt);
 }
 

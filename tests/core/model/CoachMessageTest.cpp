@@ -428,6 +428,38 @@ TEST(CoachMessageUsage, AReplysUsageIsWrittenBeforeTheTimeAndReadBack) {
     EXPECT_EQ(nlohmann::json(message).get<CoachMessage>().usage(), (TokenUsage{1234, 56}));
 }
 
+TEST(CoachMessageUsage, TheProviderAndModelOfAReplyAreWrittenAfterTheCountsAndReadBack) {
+    TokenUsage usage{1234, 56};
+    usage.provider = "openai";
+    usage.model = "gpt-4o-mini";
+    const CoachMessage message(Role::assistant, "Hi", std::nullopt, std::nullopt, usage);
+    const std::string json = encodeJson(message);
+    EXPECT_NE(json.find(R"("usage":{"inputTokens":1234,"outputTokens":56,"provider":"openai",)"
+                        R"("model":"gpt-4o-mini"},)"),
+              std::string::npos)
+        << json;
+    EXPECT_EQ(decodeMessage(json).usage(), usage);
+    EXPECT_EQ(nlohmann::json(message).get<CoachMessage>().usage(), usage);
+}
+
+TEST(CoachMessageUsage, UsageSavedWithoutAModelStillLoadsAndNamesNone) {
+    const auto usage =
+        decodeMessage(messageJson(R"("Hi")", R"(,"usage":{"inputTokens":1,"outputTokens":2})"))
+            .usage();
+    ASSERT_TRUE(usage);
+    EXPECT_EQ(usage->model, "");
+    EXPECT_EQ(usage->provider, "");
+    EXPECT_EQ(decodeMessage(messageJson(R"("Hi")", R"(,"usage":{"inputTokens":1,"outputTokens":2,)"
+                                                   R"("provider":null,"model":null})"))
+                  .usage(),
+              (TokenUsage{1, 2}));
+    EXPECT_EQ(decodingError([] {
+                  decodeMessage(messageJson(
+                      R"("Hi")", R"(,"usage":{"inputTokens":1,"outputTokens":2,"model":7})"));
+              }),
+              "usage.model: expected a string");
+}
+
 TEST(CoachMessageUsage, AMessageWithoutUsageHasNoUsageKey) {
     const CoachMessage message(Role::assistant, "Hi");
     EXPECT_EQ(message.usage(), std::nullopt);

@@ -35,6 +35,14 @@ CoachMessage message(int n, std::string content, double seconds,
                                     Timestamp(seconds));
 }
 
+TokenUsage namedUsage(std::int64_t input, std::int64_t output, std::string provider,
+                      std::string model) {
+    TokenUsage usage(input, output);
+    usage.provider = std::move(provider);
+    usage.model = std::move(model);
+    return usage;
+}
+
 // Everything the writer escapes or spells in a way of its own: quotes, backslashes, every
 // control character, a slash, DEL, non-ASCII text, ill-formed UTF-8 (written as U+FFFD), times
 // in plain and exponent notation, -0, token counts at both ends.
@@ -49,6 +57,8 @@ std::vector<CoachConversation> sampleList() {
                 TokenUsage{0, std::numeric_limits<std::int64_t>::max()}),
         message(4, "bad \xC3\x28 \xED\xA0\x80 \xFF", 1e22, TokenUsage{-5, 12}),
         message(5, "", 0.1),
+        message(7, "named model", 700000000.5, namedUsage(12, 3, "openai", "gpt-4o-mini")),
+        message(9, "escaped model", 700000000.75, namedUsage(1, 2, "local", "my \"model\"\n")),
     };
     std::vector<CoachMessage> withAttachments = {
         message(0, "a card", 700000001.5, std::nullopt,

@@ -231,8 +231,15 @@ bool attachment(Scanner& in, std::string_view text, Decode decode) {
     }
 }
 
+// An optional string the writer leaves out when empty: absent, or present and not empty.
+bool nonEmptyString(Scanner& in, std::string_view key) {
+    if (!in.literal(key)) return true;
+    std::string value;
+    return in.string(&value) && !value.empty();
+}
+
 // {"id":…,"role":…,"content":…[,"card":…][,"lesson":…]
-//  [,"usage":{"inputTokens":…,"outputTokens":…}],"timestamp":…}
+//  [,"usage":{"inputTokens":…,"outputTokens":…[,"provider":…][,"model":…]}],"timestamp":…}
 bool message(Scanner& in, std::string_view text, std::vector<Uuid>& ids) {
     std::optional<Uuid> id;
     std::string role;
@@ -244,7 +251,9 @@ bool message(Scanner& in, std::string_view text, std::vector<Uuid>& ids) {
     if (in.literal(",\"card\":") && !attachment(in, text, decodeCard)) return false;
     if (in.literal(",\"lesson\":") && !attachment(in, text, decodeLesson)) return false;
     if (in.literal(",\"usage\":{\"inputTokens\":")) {
-        if (!in.count() || !in.literal(",\"outputTokens\":") || !in.count() || !in.literal("}"))
+        if (!in.count() || !in.literal(",\"outputTokens\":") || !in.count() ||
+            !nonEmptyString(in, ",\"provider\":") || !nonEmptyString(in, ",\"model\":") ||
+            !in.literal("}"))
             return false;
     }
     if (!in.literal(",\"timestamp\":") || !in.time(timestamp) || !in.literal("}")) return false;

@@ -36,7 +36,9 @@ public:
     /// The message's time of day in the locale's short time format.
     static QString timeText(Timestamp timestamp);
     /// The tooltip on a reply's time when the provider said what it cost: "1,210 tokens in,
-    /// 30 out" (numbers in the user's locale).
+    /// 30 out" (numbers in the user's locale), and when the model is known, a second line with
+    /// its name and the estimate from the process's price table ("gpt-4o-mini · ≈ $0.0002"),
+    /// or "gpt-x · no price known" for a model the table lacks.
     static QString usageText(const TokenUsage& usage);
 
 private:
