@@ -6,10 +6,13 @@
 #include "support/TextViews.h"
 
 #include <unicode/uchar.h>
+#include <unicode/ustring.h>
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
 
+#include <algorithm>
 #include <array>
+#include <string>
 #include <string_view>
 
 namespace sagely {
@@ -22,14 +25,37 @@ using icu::UnicodeString;
 // Patterns are compiled once, into function-local statics, and matched with per-thread
 // matchers (see IcuRegex), so all of this is thread-safe.
 
-UnicodeString fromUtf8(std::string_view s) {
-    return UnicodeString::fromUTF8(icu::StringPiece(s.data(), static_cast<int32_t>(s.size())));
+// --- The UTF-16 buffers of the repair ---------------------------------------------------------
+// The repair works on std::u16string buffers that it reuses from step to step; a read-only
+// UnicodeString over a buffer lends it to a pattern without a copy. Malformed UTF-8 becomes
+// U+FFFD both ways, as with UnicodeString's own conversions.
+
+int32_t lengthOf(std::u16string_view u) {
+    return static_cast<int32_t>(u.size());
 }
 
-std::string toUtf8(const UnicodeString& u) {
-    std::string out;
-    u.toUTF8String(out);
-    return out;
+UnicodeString aliasOf(std::u16string_view u) {
+    return UnicodeString(false, u.data(), lengthOf(u));
+}
+
+void assignUtf8(std::u16string& out, std::string_view s) {
+    out.resize(s.size());  // never fewer UTF-8 bytes than UTF-16 units
+    int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8WithSub(out.data(), lengthOf(out), &length, s.data(),
+                         static_cast<int32_t>(s.size()), 0xFFFD, nullptr, &status);
+    out.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
+}
+
+std::string toUtf8(std::u16string_view u) {
+    int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strToUTF8WithSub(nullptr, 0, &length, u.data(), lengthOf(u), 0xFFFD, nullptr, &status);
+    std::string out(static_cast<std::size_t>(length), '\0');
+    status = U_ZERO_ERROR;
+    u_strToUTF8WithSub(out.data(), length, &length, u.data(), lengthOf(u), 0xFFFD, nullptr,
+                       &status);
+    return U_SUCCESS(status) ? out : std::string();
 }
 
 std::string replacingAll(std::string_view text, std::string_view from, std::string_view to) {
@@ -67,50 +93,80 @@ bool isSpaceOrTab(char16_t c) {
     return c == u'\t' || u_charType(c) == U_SPACE_SEPARATOR;  // all space separators are BMP
 }
 
-// The text without White_Space at either end, as text::trimmed trims UTF-8.
-UnicodeString trimmedWhiteSpace(const UnicodeString& u) {
+// Trims White_Space from both ends, in place, as text::trimmed trims UTF-8.
+void trimWhiteSpace(std::u16string& u) {
+    const char16_t* text = u.data();
     int32_t start = 0;
-    int32_t end = u.length();
-    while (start < end && isWhiteSpace(u.char32At(start))) start += U16_LENGTH(u.char32At(start));
-    while (end > start && isWhiteSpace(u.char32At(end - 1))) end -= U16_LENGTH(u.char32At(end - 1));
-    return start == 0 && end == u.length() ? u : UnicodeString(u, start, end - start);
+    int32_t end = lengthOf(u);
+    UChar32 c = 0;
+    for (int32_t next = start; start < end; start = next) {
+        U16_NEXT(text, next, end, c);
+        if (!isWhiteSpace(c)) break;
+    }
+    for (int32_t previous = end; end > start; end = previous) {
+        U16_PREV(text, start, previous, c);
+        if (!isWhiteSpace(c)) break;
+    }
+    u.erase(static_cast<std::size_t>(end));
+    u.erase(0, static_cast<std::size_t>(start));
 }
 
-// --- Dropping lines made only of heading marks ---------------------------------------------
+// --- In-place steps --------------------------------------------------------------------------
+// Steps that only drop characters rewrite the buffer in place, moving what they keep down.
 
-bool isEmptyHeading(const UnicodeString& u, int32_t start, int32_t end) {
-    static const IcuRegex headingLine(u"^#+\\s*.*$");
-    const char16_t* text = u.getBuffer();
+// "\r\n" becomes "\n".
+void joinCarriageReturns(std::u16string& u) {
+    std::size_t kept = u.find(u"\r\n");
+    if (kept == std::u16string::npos) return;
+    for (std::size_t i = kept; i < u.size(); ++i)
+        if (u[i] != u'\r' || i + 1 == u.size() || u[i + 1] != u'\n') u[kept++] = u[i];
+    u.resize(kept);
+}
+
+// Whether the line [start, end) holds only heading marks, with spaces or tabs around them. Such
+// a line starts with "#" once trimmed and holds no line terminator, so "^#+\s*.*$" matches it.
+bool isEmptyHeading(std::u16string_view text, std::size_t start, std::size_t end) {
     while (start < end && isSpaceOrTab(text[start])) ++start;
-    while (end > start && isSpaceOrTab(text[end - 1])) --end;
     if (start == end || text[start] != u'#') return false;
-    // Without its "#" marks and the spaces around them, nothing may remain.
-    for (int32_t i = start; i < end; ++i)
+    for (std::size_t i = start; i < end; ++i)
         if (text[i] != u'#' && !isSpaceOrTab(text[i])) return false;
-    return headingLine.find(UnicodeString(u, start, end - start));
+    return true;
 }
 
-// The text itself when no line goes, so that most replies are not copied.
-UnicodeString droppingEmptyHeadings(const UnicodeString& u) {
-    std::vector<std::pair<int32_t, int32_t>> keptLines;
+// Drops the lines made only of heading marks; the others stay joined by line feeds.
+void dropEmptyHeadings(std::u16string& u) {
+    std::size_t kept = 0;  // the length of the text kept so far
     bool dropped = false;
-    for (int32_t start = 0;;) {
-        int32_t end = u.indexOf(u'\n', start);
-        if (end < 0) end = u.length();
-        if (isEmptyHeading(u, start, end))
+    bool keptAny = false;
+    for (std::size_t start = 0;;) {
+        std::size_t end = std::min(u.find(u'\n', start), u.size());
+        if (isEmptyHeading(u, start, end)) {
             dropped = true;
-        else
-            keptLines.emplace_back(start, end);
-        if (end == u.length()) break;
+        } else if (!dropped) {
+            kept = end;  // nothing moves until a line goes
+            keptAny = true;
+        } else {
+            if (keptAny) u[kept++] = u'\n';
+            std::char_traits<char16_t>::move(u.data() + kept, u.data() + start, end - start);
+            kept += end - start;
+            keptAny = true;
+        }
+        if (end == u.size()) break;
         start = end + 1;
     }
-    if (!dropped) return u;
-    UnicodeString out(u.length(), 0, 0);  // room for the whole text, empty
-    for (std::size_t i = 0; i < keptLines.size(); ++i) {
-        if (i > 0) out.append(u'\n');
-        out.append(u, keptLines[i].first, keptLines[i].second - keptLines[i].first);
+    if (dropped) u.resize(kept);
+}
+
+// Runs of three or more line feeds become two.
+void collapseBlankRuns(std::u16string& u) {
+    std::size_t kept = u.find(u"\n\n\n");  // the start of the first such run
+    if (kept == std::u16string::npos) return;
+    std::size_t run = 0;
+    for (std::size_t i = kept; i < u.size(); ++i) {
+        run = u[i] == u'\n' ? run + 1 : 0;
+        if (run <= 2) u[kept++] = u[i];
     }
-    return out;
+    u.resize(kept);
 }
 
 // --- Where a pattern can match ---------------------------------------------------------------
@@ -127,10 +183,10 @@ bool mayFoldToT(char16_t c) {
 
 // A case-insensitive "Step": an "s" before a "t", or anything non-ASCII (case folding maps some
 // such characters, like the "st" ligature, onto those letters).
-std::vector<int32_t> possibleStepWords(const UnicodeString& u) {
+std::vector<int32_t> possibleStepWords(std::u16string_view u) {
     std::vector<int32_t> positions;
-    const char16_t* text = u.getBuffer();
-    const int32_t length = u.length();
+    const char16_t* text = u.data();
+    const int32_t length = lengthOf(u);
     for (int32_t i = 0; i < length; ++i) {
         char16_t c = text[i];
         if (c >= 0x80 || ((c == u'S' || c == u's') && i + 1 < length && mayFoldToT(text[i + 1])))
@@ -140,10 +196,10 @@ std::vector<int32_t> possibleStepWords(const UnicodeString& u) {
 }
 
 // Sentence punctuation right before a possible "Step".
-std::vector<int32_t> possibleSentenceEnds(const UnicodeString& u) {
+std::vector<int32_t> possibleSentenceEnds(std::u16string_view u) {
     std::vector<int32_t> positions;
-    const char16_t* text = u.getBuffer();
-    const int32_t length = u.length();
+    const char16_t* text = u.data();
+    const int32_t length = lengthOf(u);
     for (int32_t i = 0; i + 1 < length; ++i) {
         char16_t c = text[i];
         bool punctuation = c == u':' || c == u'.' || c == u'!' || c == u'?';
@@ -167,10 +223,10 @@ int32_t digitLength(const char16_t* text, int32_t i, int32_t length) {
 // fails there but not one digit later). A later digit of the run cannot start a match where the
 // first could not: the greedy digits reach the same full stop either way. One or two tries per
 // run keep this step linear in the length of the run.
-std::vector<int32_t> possibleNumbers(const UnicodeString& u) {
+std::vector<int32_t> possibleNumbers(std::u16string_view u) {
     std::vector<int32_t> positions;
-    const char16_t* text = u.getBuffer();
-    const int32_t length = u.length();
+    const char16_t* text = u.data();
+    const int32_t length = lengthOf(u);
     for (int32_t i = 0; i < length;) {
         int32_t runStart = i;
         for (int32_t step = 0; i < length && (step = digitLength(text, i, length)) > 0;) i += step;
@@ -181,17 +237,6 @@ std::vector<int32_t> possibleNumbers(const UnicodeString& u) {
                 positions.push_back(second);
         }
         if (i == runStart) ++i;
-    }
-    return positions;
-}
-
-// The first line feed of every run of three or more.
-std::vector<int32_t> possibleBlankRuns(const UnicodeString& u) {
-    std::vector<int32_t> positions;
-    static const UnicodeString kThree(u"\n\n\n");
-    for (int32_t i = u.indexOf(kThree); i >= 0; i = u.indexOf(kThree, i + 1)) {
-        positions.push_back(i);
-        while (i + 3 < u.length() && u.charAt(i + 3) == u'\n') ++i;  // the rest of the run
     }
     return positions;
 }
@@ -209,85 +254,90 @@ bool isSetFollowingCharacter(char16_t c) {
 // the text as it is, keeping the places where earlier passes broke the line, and the breaks are
 // put in at the end: one copy of the text instead of one per phrase that matches.
 
-const std::array<UnicodeString, 22>& sentenceStarts() {
-    static const std::array<UnicodeString, 22> phrases = {
-        u"Click",  u"Select", u"Open",  u"In the", u"Name your", u"Add a",
-        u"Add an", u"Press",  u"Type",  u"Toggle", u"Ensure",    u"Verify",
-        u"Switch", u"Return", u"Grant", u"Test",   u"Optional",  u"Would you",
-        u"After ", u"Now ",   u"Try ",  u"Restart"};
-    return phrases;
-}
+constexpr std::array<std::u16string_view, 22> kSentenceStarts = {
+    u"Click",    u"Select",    u"Open",   u"In the", u"Name your", u"Add a",  u"Add an", u"Press",
+    u"Type",     u"Toggle",    u"Ensure", u"Verify", u"Switch",    u"Return", u"Grant",  u"Test",
+    u"Optional", u"Would you", u"After ", u"Now ",   u"Try ",      u"Restart"};
 
 // Which phrases follow a letter, digit, "!" or ")" somewhere in the text, in one pass.
-std::array<bool, 22> phrasesAfterSetCharacters(const UnicodeString& u) {
-    const auto& phrases = sentenceStarts();
-    std::array<bool, 22> present{};
-    const char16_t* text = u.getBuffer();
-    for (int32_t i = 1; i < u.length(); ++i) {
-        if (text[i] < u'A' || text[i] > u'Z' || !isSetFollowingCharacter(text[i - 1])) continue;
-        for (std::size_t k = 0; k < phrases.size(); ++k)
-            if (!present[k] && phrases[k].charAt(0) == text[i] &&
-                u.compare(i, phrases[k].length(), phrases[k]) == 0)
-                present[k] = true;
+std::array<bool, kSentenceStarts.size()> phrasesAfterSetCharacters(std::u16string_view u) {
+    std::array<bool, kSentenceStarts.size()> present{};
+    for (std::size_t i = 1; i < u.size(); ++i) {
+        if (u[i] < u'A' || u[i] > u'Z' || !isSetFollowingCharacter(u[i - 1])) continue;
+        for (std::size_t k = 0; k < kSentenceStarts.size(); ++k)
+            if (!present[k] && u.substr(i).starts_with(kSentenceStarts[k])) present[k] = true;
     }
     return present;
 }
 
-UnicodeString splittingSentenceStarts(const UnicodeString& u) {
-    const auto& phrases = sentenceStarts();
-    const std::array<bool, 22> present = phrasesAfterSetCharacters(u);
-    std::vector<bool> breakBefore(static_cast<std::size_t>(u.length()), false);
+// Writes the text with its sentence starts split into `out`; false when none is to be split.
+bool splitSentenceStarts(std::u16string_view u, std::u16string& out) {
+    const auto present = phrasesAfterSetCharacters(u);
+    if (std::find(present.begin(), present.end(), true) == present.end()) return false;
+    std::vector<bool> breakBefore(u.size(), false);
     bool broken = false;
-    for (std::size_t k = 0; k < phrases.size(); ++k) {
+    for (std::size_t k = 0; k < kSentenceStarts.size(); ++k) {
         if (!present[k]) continue;
         // A match takes the character before the phrase too, and the next match of this
         // phrase starts after it, as successive finds do.
-        int32_t resumeAt = 0;
-        for (int32_t i = u.indexOf(phrases[k]); i >= 0; i = u.indexOf(phrases[k], i + 1)) {
-            auto at = static_cast<std::size_t>(i);
-            if (i < 1 || i - 1 < resumeAt || !isSetFollowingCharacter(u.charAt(i - 1)) ||
-                breakBefore[at])
+        const std::u16string_view phrase = kSentenceStarts[k];
+        std::size_t resumeAt = 0;
+        for (std::size_t i = u.find(phrase); i != std::u16string_view::npos;
+             i = u.find(phrase, i + 1)) {
+            if (i < 1 || i - 1 < resumeAt || !isSetFollowingCharacter(u[i - 1]) || breakBefore[i])
                 continue;
-            breakBefore[at] = broken = true;
-            resumeAt = i + phrases[k].length();
+            breakBefore[i] = broken = true;
+            resumeAt = i + phrase.size();
         }
     }
-    if (!broken) return u;
-    UnicodeString out(u.length() + u.length() / 8, 0, 0);  // room for the text and some breaks
-    int32_t copied = 0;
-    for (int32_t i = 1; i < u.length(); ++i) {
-        if (!breakBefore[static_cast<std::size_t>(i)]) continue;
-        out.append(u, copied, i - copied).append(u'\n');
+    if (!broken) return false;
+    out.clear();
+    out.reserve(u.size() + u.size() / 8);  // room for the text and some breaks
+    std::size_t copied = 0;
+    for (std::size_t i = 1; i < u.size(); ++i) {
+        if (!breakBefore[i]) continue;
+        out.append(u.substr(copied, i - copied)).push_back(u'\n');
         copied = i;
     }
-    return out.append(u, copied, u.length() - copied);
+    out.append(u.substr(copied));
+    return true;
 }
 
 // --- The repair ------------------------------------------------------------------------------
 
-// Step markers, numbered items and glued sentences, each on a line of its own.
-UnicodeString separatingMarkers(UnicodeString u) {
+// Step markers, numbered items and glued sentences, each on a line of its own. Each step that
+// changes the text writes it into `spare`, which then swaps with `text`.
+void separateMarkers(std::u16string& text, std::u16string& spare) {
     static const IcuRegex gluedMarker(u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])");
     static const IcuRegex inlineMarker(u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE);
     static const IcuRegex inlineNumber(u"(?<!\n)(\\d+\\.\\s)");
     static const IcuRegex markerAfterSentence(u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE);
-    u = gluedMarker.replaceAllAt(u, possibleStepWords(u), u"$1\n\n$2");
-    u = inlineMarker.replaceAllAt(u, possibleStepWords(u), u"\n\n$1\n");
-    u = inlineNumber.replaceAllAt(u, possibleNumbers(u), u"\n\n$1");
-    u = markerAfterSentence.replaceAllAt(u, possibleSentenceEnds(u), u"$1\n\n$2");
-    return splittingSentenceStarts(u);
+    auto replace = [&](const IcuRegex& pattern,
+                       std::vector<int32_t> (*candidates)(std::u16string_view),
+                       std::u16string_view replacement) {
+        if (pattern.replaceAllAt(aliasOf(text), candidates(text), replacement, spare))
+            text.swap(spare);
+    };
+    replace(gluedMarker, possibleStepWords, u"$1\n\n$2");
+    replace(inlineMarker, possibleStepWords, u"\n\n$1\n");
+    replace(inlineNumber, possibleNumbers, u"\n\n$1");
+    replace(markerAfterSentence, possibleSentenceEnds, u"$1\n\n$2");
+    if (splitSentenceStarts(text, spare)) text.swap(spare);
 }
 
-UnicodeString collapsingBlankRuns(const UnicodeString& u) {
-    static const IcuRegex blankRun(u"\n{3,}");
-    return blankRun.replaceAllAt(u, possibleBlankRuns(u), u"\n\n");
-}
-
-// normalize, ending in UTF-16 so that the step parser can use it as it is.
-UnicodeString normalizedText(std::string_view input) {
-    UnicodeString u = fromUtf8(text::trimmed(replacingAll(input, "\r\n", "\n")));
-    u = separatingMarkers(droppingEmptyHeadings(u));
-    return trimmedWhiteSpace(collapsingBlankRuns(droppingEmptyHeadings(u)));
+// normalize, ending in UTF-16 so that the step parser can use it as it is. Two buffers serve
+// every step, however many of them change the text.
+std::u16string normalizedText(std::string_view input) {
+    std::u16string text;
+    std::u16string spare;
+    assignUtf8(text, trimmedView(input));
+    joinCarriageReturns(text);
+    dropEmptyHeadings(text);
+    separateMarkers(text, spare);
+    dropEmptyHeadings(text);
+    collapseBlankRuns(text);
+    trimWhiteSpace(text);
+    return text;
 }
 
 // --- Cleaning a line ------------------------------------------------------------------------
@@ -395,19 +445,19 @@ CoachMessageFormatting::ProceduralStep stepFromBody(std::string_view body) {
 
 // The procedure of a normalised text.
 std::optional<CoachMessageFormatting::ProceduralContent> proceduralContentOf(
-    const UnicodeString& u) {
+    std::u16string_view u) {
     static const IcuRegex marker(u"(?i)Step\\s+(\\d+)\\s*:\\s*");
     if (!marker.isValid()) return std::nullopt;
-    auto matches = marker.matchRangesAt(u, possibleStepWords(u));
+    auto matches = marker.matchRangesAt(aliasOf(u), possibleStepWords(u));
     if (matches.size() < 2) return std::nullopt;
     CoachMessageFormatting::ProceduralContent content;
     if (matches.front().first >= 1)
-        content.intro = text::trimmed(toUtf8(u.tempSubString(0, matches.front().first)));
+        content.intro = text::trimmed(toUtf8(u.substr(0, matches.front().first)));
     for (std::size_t i = 0; i < matches.size(); ++i) {
         int32_t start = matches[i].second;
-        int32_t end = i + 1 < matches.size() ? matches[i + 1].first : u.length();
+        int32_t end = i + 1 < matches.size() ? matches[i + 1].first : lengthOf(u);
         if (end - start <= 0) continue;
-        std::string body = toUtf8(u.tempSubString(start, end - start));
+        std::string body = toUtf8(u.substr(start, end - start));
         if (!trimmedView(body).empty()) content.steps.push_back(stepFromBody(trimmedView(body)));
     }
     if (content.steps.size() < 2) return std::nullopt;
@@ -440,7 +490,11 @@ std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input)
     std::string text(trimmedInput);
     if (marked) {
         // Malformed bytes become U+FFFD, as when the patterns read the text as UTF-16.
-        if (!text::isValidUtf8(text)) text = toUtf8(fromUtf8(text));
+        if (!text::isValidUtf8(text)) {
+            std::u16string u;
+            assignUtf8(u, text);
+            text = toUtf8(u);
+        }
         std::string_view s = text;
         if (s.starts_with('*') || s.starts_with('#')) s = withoutLeadingHeadingMark(s);
         if (s.ends_with('*')) s = withoutTrailingStars(s);
@@ -461,7 +515,7 @@ std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) 
 }
 
 CoachMessageFormatting::ReplyLayout CoachMessageFormatting::layout(std::string_view input) {
-    UnicodeString normalized = normalizedText(input);
+    std::u16string normalized = normalizedText(input);
     ReplyLayout layout{proceduralContentOf(normalized), {}};
     if (!layout.procedure) layout.blocks = blocksOf(toUtf8(normalized));
     return layout;

@@ -19,21 +19,20 @@ uint64_t nextPatternId() {
 }
 
 // Literal text and "$n" group references: all the templates of the kit need.
-void appendExpanded(icu::UnicodeString& out, std::u16string_view replacement,
-                    const icu::UnicodeString& text, const icu::RegexMatcher& matcher,
-                    UErrorCode& status) {
+void appendExpanded(std::u16string& out, std::u16string_view replacement, const char16_t* text,
+                    const icu::RegexMatcher& matcher, UErrorCode& status) {
     for (std::size_t i = 0; i < replacement.size(); ++i) {
         char16_t c = replacement[i];
         bool isGroup = c == u'$' && i + 1 < replacement.size() && replacement[i + 1] >= u'1' &&
                        replacement[i + 1] <= u'9';
         if (!isGroup) {
-            out.append(c);
+            out.push_back(c);
             continue;
         }
         int32_t group = replacement[++i] - u'0';
         int32_t start = matcher.start(group, status);
         int32_t end = matcher.end(group, status);
-        if (U_SUCCESS(status) && start >= 0) out.append(text, start, end - start);
+        if (U_SUCCESS(status) && start >= 0) out.append(text + start, text + end);
     }
 }
 
@@ -150,25 +149,28 @@ std::vector<TextRange> IcuRegex::matchRangesAt(const icu::UnicodeString& text,
     return ok ? ranges : std::vector<TextRange>{};
 }
 
-icu::UnicodeString IcuRegex::replaceAllAt(const icu::UnicodeString& text,
-                                          const std::vector<int32_t>& candidates,
-                                          std::u16string_view replacement) const {
-    // Room for the text and some growth, so that appending rarely moves what is there.
-    icu::UnicodeString out(text.length() + text.length() / 8, 0, 0);
+bool IcuRegex::replaceAllAt(const icu::UnicodeString& text, const std::vector<int32_t>& candidates,
+                            std::u16string_view replacement, std::u16string& out) const {
+    const char16_t* chars = text.getBuffer();
     int32_t copied = 0;
     bool replaced = false;
     bool ok = forEachMatchAt(
         text, candidates,
         [&](const icu::RegexMatcher& matcher, int32_t start, int32_t end, UErrorCode& status) {
-            out.append(text, copied, start - copied);
-            appendExpanded(out, replacement, text, matcher, status);
+            if (!replaced) {
+                out.clear();
+                // Room for the text and some growth, so that appending rarely moves what is there.
+                out.reserve(static_cast<std::size_t>(text.length() + text.length() / 8));
+                replaced = true;
+            }
+            out.append(chars + copied, chars + start);
+            appendExpanded(out, replacement, chars, matcher, status);
             copied = end;
-            replaced = true;
             return true;
         });
-    if (!ok || !replaced) return text;
-    out.append(text, copied, text.length() - copied);
-    return out;
+    if (!ok || !replaced) return false;
+    out.append(chars + copied, chars + text.length());
+    return true;
 }
 
 }  // namespace sagely::detail

@@ -21,6 +21,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -54,11 +55,11 @@ public:
     std::vector<TextRange> matchRangesAt(const icu::UnicodeString& text,
                                          const std::vector<int32_t>& candidates) const;
 
-    /// replaceAll restricted to matches that start at a candidate position. The template may
-    /// hold "$1" to "$9" and literal text.
-    icu::UnicodeString replaceAllAt(const icu::UnicodeString& text,
-                                    const std::vector<int32_t>& candidates,
-                                    std::u16string_view replacement) const;
+    /// replaceAll restricted to matches that start at a candidate position, written into `out`
+    /// (whose earlier content goes). The template may hold "$1" to "$9" and literal text. False,
+    /// with `out` in no particular state, when nothing matched or ICU reports a failure.
+    bool replaceAllAt(const icu::UnicodeString& text, const std::vector<int32_t>& candidates,
+                      std::u16string_view replacement, std::u16string& out) const;
 
     class MatcherLease;
 
