@@ -19,6 +19,7 @@ namespace sagely {
 namespace {
 
 using detail::IcuRegex;
+using detail::TextRange;
 using detail::trimmedView;
 using icu::UnicodeString;
 
@@ -55,7 +56,8 @@ std::string toUtf8(std::u16string_view u) {
     status = U_ZERO_ERROR;
     u_strToUTF8WithSub(out.data(), length, &length, u.data(), lengthOf(u), 0xFFFD, nullptr,
                        &status);
-    return U_SUCCESS(status) ? out : std::string();
+    if (U_FAILURE(status)) out.clear();
+    return out;
 }
 
 std::string replacingAll(std::string_view text, std::string_view from, std::string_view to) {
@@ -112,7 +114,35 @@ void trimWhiteSpace(std::u16string& u) {
 }
 
 // --- In-place steps --------------------------------------------------------------------------
-// Steps that only drop characters rewrite the buffer in place, moving what they keep down.
+// Every step of the repair either only drops characters or only adds line feeds, so each works
+// in place in the one buffer: a step that drops moves what it keeps down, a step that adds moves
+// the text up from its end. A second buffer would be touched afresh on every reply, and on a long
+// reply that costs more than the steps themselves.
+
+// `count` line feeds to put before the character at `at` (or at the end, when `at` is the length).
+struct LineBreaks {
+    int32_t at;
+    int32_t count;
+};
+
+// Puts in the line feeds, given in ascending order of position.
+void insertLineBreaks(std::u16string& u, const std::vector<LineBreaks>& breaks) {
+    if (breaks.empty()) return;
+    std::size_t added = 0;
+    for (const LineBreaks& b : breaks) added += static_cast<std::size_t>(b.count);
+    std::size_t from = u.size();  // the end of the text still to move
+    u.resize(u.size() + added);
+    std::size_t to = u.size();
+    for (auto b = breaks.rbegin(); b != breaks.rend(); ++b) {
+        auto at = static_cast<std::size_t>(b->at);
+        to -= from - at;
+        std::char_traits<char16_t>::move(u.data() + to, u.data() + at, from - at);
+        to -= static_cast<std::size_t>(b->count);
+        std::char_traits<char16_t>::assign(u.data() + to, static_cast<std::size_t>(b->count),
+                                           u'\n');
+        from = at;
+    }
+}
 
 // "\r\n" becomes "\n".
 void joinCarriageReturns(std::u16string& u) {
@@ -270,70 +300,73 @@ std::array<bool, kSentenceStarts.size()> phrasesAfterSetCharacters(std::u16strin
     return present;
 }
 
-// Writes the text with its sentence starts split into `out`; false when none is to be split.
-bool splitSentenceStarts(std::u16string_view u, std::u16string& out) {
+// A line feed before each sentence start that follows a letter, digit, "!" or ")".
+void splitSentenceStarts(std::u16string& u) {
     const auto present = phrasesAfterSetCharacters(u);
-    if (std::find(present.begin(), present.end(), true) == present.end()) return false;
-    std::vector<bool> breakBefore(u.size(), false);
-    bool broken = false;
+    if (std::find(present.begin(), present.end(), true) == present.end()) return;
+    const std::u16string_view text = u;
+    std::vector<bool> breakBefore(text.size(), false);
     for (std::size_t k = 0; k < kSentenceStarts.size(); ++k) {
         if (!present[k]) continue;
         // A match takes the character before the phrase too, and the next match of this
         // phrase starts after it, as successive finds do.
         const std::u16string_view phrase = kSentenceStarts[k];
         std::size_t resumeAt = 0;
-        for (std::size_t i = u.find(phrase); i != std::u16string_view::npos;
-             i = u.find(phrase, i + 1)) {
-            if (i < 1 || i - 1 < resumeAt || !isSetFollowingCharacter(u[i - 1]) || breakBefore[i])
+        for (std::size_t i = text.find(phrase); i != std::u16string_view::npos;
+             i = text.find(phrase, i + 1)) {
+            if (i < 1 || i - 1 < resumeAt || !isSetFollowingCharacter(text[i - 1]) ||
+                breakBefore[i])
                 continue;
-            breakBefore[i] = broken = true;
+            breakBefore[i] = true;
             resumeAt = i + phrase.size();
         }
     }
-    if (!broken) return false;
-    out.clear();
-    out.reserve(u.size() + u.size() / 8);  // room for the text and some breaks
-    std::size_t copied = 0;
-    for (std::size_t i = 1; i < u.size(); ++i) {
-        if (!breakBefore[i]) continue;
-        out.append(u.substr(copied, i - copied)).push_back(u'\n');
-        copied = i;
-    }
-    out.append(u.substr(copied));
-    return true;
+    std::vector<LineBreaks> breaks;
+    for (std::size_t i = 1; i < text.size(); ++i)
+        if (breakBefore[i]) breaks.push_back({static_cast<int32_t>(i), 1});
+    insertLineBreaks(u, breaks);
 }
 
 // --- The repair ------------------------------------------------------------------------------
 
-// Step markers, numbered items and glued sentences, each on a line of its own. Each step that
-// changes the text writes it into `spare`, which then swaps with `text`.
-void separateMarkers(std::u16string& text, std::u16string& spare) {
+// Step markers, numbered items and glued sentences, each on a line of its own. Each pattern's
+// template only puts line feeds around or between its groups, which together make up the whole
+// match ("$1\n\n$2" with "(…)(…)", "\n\n$1\n" with "(…)"), so its replacements are line feeds put
+// in at the ends of the groups.
+void separateMarkers(std::u16string& u) {
     static const IcuRegex gluedMarker(u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])");
     static const IcuRegex inlineMarker(u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE);
     static const IcuRegex inlineNumber(u"(?<!\n)(\\d+\\.\\s)");
     static const IcuRegex markerAfterSentence(u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE);
-    auto replace = [&](const IcuRegex& pattern,
-                       std::vector<int32_t> (*candidates)(std::u16string_view),
-                       std::u16string_view replacement) {
-        if (pattern.replaceAllAt(aliasOf(text), candidates(text), replacement, spare))
-            text.swap(spare);
+    std::vector<LineBreaks> breaks;
+    // Two line feeds where the given group of each match starts.
+    auto breakBeforeGroup = [&](const IcuRegex& pattern, const std::vector<int32_t>& candidates,
+                                int32_t group) {
+        breaks.clear();
+        for (TextRange range : pattern.matchRangesAt(aliasOf(u), candidates, group))
+            if (range.first >= 0) breaks.push_back({range.first, 2});
+        insertLineBreaks(u, breaks);
     };
-    replace(gluedMarker, possibleStepWords, u"$1\n\n$2");
-    replace(inlineMarker, possibleStepWords, u"\n\n$1\n");
-    replace(inlineNumber, possibleNumbers, u"\n\n$1");
-    replace(markerAfterSentence, possibleSentenceEnds, u"$1\n\n$2");
-    if (splitSentenceStarts(text, spare)) text.swap(spare);
+    breakBeforeGroup(gluedMarker, possibleStepWords(u), 2);  // "$1\n\n$2"
+    breaks.clear();
+    for (TextRange match : inlineMarker.matchRangesAt(aliasOf(u), possibleStepWords(u))) {
+        breaks.push_back({match.first, 2});  // "\n\n$1\n"
+        breaks.push_back({match.second, 1});
+    }
+    insertLineBreaks(u, breaks);
+    breakBeforeGroup(inlineNumber, possibleNumbers(u), 1);              // "\n\n$1"
+    breakBeforeGroup(markerAfterSentence, possibleSentenceEnds(u), 2);  // "$1\n\n$2"
+    splitSentenceStarts(u);
 }
 
-// normalize, ending in UTF-16 so that the step parser can use it as it is. Two buffers serve
-// every step, however many of them change the text.
+// normalize, ending in UTF-16 so that the step parser can use it as it is.
 std::u16string normalizedText(std::string_view input) {
     std::u16string text;
-    std::u16string spare;
+    text.reserve(input.size() + input.size() / 8);  // room for the line feeds the steps add
     assignUtf8(text, trimmedView(input));
     joinCarriageReturns(text);
     dropEmptyHeadings(text);
-    separateMarkers(text, spare);
+    separateMarkers(text);
     dropEmptyHeadings(text);
     collapseBlankRuns(text);
     trimWhiteSpace(text);

@@ -18,24 +18,6 @@ uint64_t nextPatternId() {
     return ++counter;
 }
 
-// Literal text and "$n" group references: all the templates of the kit need.
-void appendExpanded(std::u16string& out, std::u16string_view replacement, const char16_t* text,
-                    const icu::RegexMatcher& matcher, UErrorCode& status) {
-    for (std::size_t i = 0; i < replacement.size(); ++i) {
-        char16_t c = replacement[i];
-        bool isGroup = c == u'$' && i + 1 < replacement.size() && replacement[i + 1] >= u'1' &&
-                       replacement[i + 1] <= u'9';
-        if (!isGroup) {
-            out.push_back(c);
-            continue;
-        }
-        int32_t group = replacement[++i] - u'0';
-        int32_t start = matcher.start(group, status);
-        int32_t end = matcher.end(group, status);
-        if (U_SUCCESS(status) && start >= 0) out.append(text + start, text + end);
-    }
-}
-
 }  // namespace
 
 // A matcher of the pattern, reset to the text, borrowed from the thread's cache for the
@@ -139,38 +121,16 @@ bool IcuRegex::forEachMatchAt(const icu::UnicodeString& text,
 }
 
 std::vector<TextRange> IcuRegex::matchRangesAt(const icu::UnicodeString& text,
-                                               const std::vector<int32_t>& candidates) const {
+                                               const std::vector<int32_t>& candidates,
+                                               int32_t group) const {
     std::vector<TextRange> ranges;
     bool ok = forEachMatchAt(
-        text, candidates, [&](const icu::RegexMatcher&, int32_t start, int32_t end, UErrorCode&) {
-            ranges.emplace_back(start, end);
+        text, candidates,
+        [&](const icu::RegexMatcher& matcher, int32_t, int32_t, UErrorCode& status) {
+            ranges.emplace_back(matcher.start(group, status), matcher.end(group, status));
             return true;
         });
     return ok ? ranges : std::vector<TextRange>{};
-}
-
-bool IcuRegex::replaceAllAt(const icu::UnicodeString& text, const std::vector<int32_t>& candidates,
-                            std::u16string_view replacement, std::u16string& out) const {
-    const char16_t* chars = text.getBuffer();
-    int32_t copied = 0;
-    bool replaced = false;
-    bool ok = forEachMatchAt(
-        text, candidates,
-        [&](const icu::RegexMatcher& matcher, int32_t start, int32_t end, UErrorCode& status) {
-            if (!replaced) {
-                out.clear();
-                // Room for the text and some growth, so that appending rarely moves what is there.
-                out.reserve(static_cast<std::size_t>(text.length() + text.length() / 8));
-                replaced = true;
-            }
-            out.append(chars + copied, chars + start);
-            appendExpanded(out, replacement, chars, matcher, status);
-            copied = end;
-            return true;
-        });
-    if (!ok || !replaced) return false;
-    out.append(chars + copied, chars + text.length());
-    return true;
 }
 
 }  // namespace sagely::detail
