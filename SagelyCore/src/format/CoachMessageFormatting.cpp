@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <string>
 #include <string_view>
 
@@ -92,7 +93,8 @@ bool isWhiteSpace(UChar32 c) {
 }
 
 bool isSpaceOrTab(char16_t c) {
-    return c == u'\t' || u_charType(c) == U_SPACE_SEPARATOR;  // all space separators are BMP
+    if (c < 0x80) return c == u' ' || c == u'\t';  // the only ASCII space separator is " "
+    return u_charType(c) == U_SPACE_SEPARATOR;     // all space separators are BMP
 }
 
 // Trims White_Space from both ends, in place, as text::trimmed trims UTF-8.
@@ -203,38 +205,82 @@ void collapseBlankRuns(std::u16string& u) {
 // Each list holds every position where a match can start, and a few more: the patterns decide.
 // The lists only spare ICU from trying the pattern at every position of the text.
 
+// The scans test each pair of neighbouring characters with comparisons only, a block at a time:
+// the tests of a block vectorise, and a block without a candidate costs one branch. Random text
+// would make a branch per character mispredict often.
+
+bool isAsciiDigit(char16_t c) {
+    return static_cast<char16_t>(c - u'0') < 10;
+}
+
+bool isAsciiLetter(char16_t c) {
+    return static_cast<char16_t>((c | 0x20) - u'a') < 26;
+}
+
+bool isNonAscii(char16_t c) {
+    return c >= 0x80;
+}
+
+// Case folding maps some non-ASCII characters, like the "st" ligature, onto these letters.
 bool mayFoldToS(char16_t c) {
-    return c == u'S' || c == u's' || c >= 0x80;
+    return ((c | 0x20) == u's') | isNonAscii(c);
 }
 
 bool mayFoldToT(char16_t c) {
-    return c == u'T' || c == u't' || c >= 0x80;
+    return ((c | 0x20) == u't') | isNonAscii(c);
 }
 
-// A case-insensitive "Step": an "s" before a "t", or anything non-ASCII (case folding maps some
-// such characters, like the "st" ligature, onto those letters).
+// What "[a-zA-Z0-9!)]" matches.
+bool isSetFollowingCharacter(char16_t c) {
+    return isAsciiLetter(c) | isAsciiDigit(c) | (c == u'!') | (c == u')');
+}
+
+// Calls onHit(i), in ascending order, for each i where hit(text[i], text[i + 1]) holds (the
+// character after the last is 0). `hit` must not branch, for the blocks to vectorise.
+template <typename Hit, typename OnHit>
+void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
+    constexpr std::size_t kBlock = 64;
+    const char16_t* text = u.data();
+    std::size_t base = 0;
+    for (; base + kBlock < u.size(); base += kBlock) {  // text[i + 1] is within the text
+        unsigned any = 0;
+        for (std::size_t i = base; i < base + kBlock; ++i) any |= hit(text[i], text[i + 1]);
+        if (any == 0) continue;
+        uint64_t hits = 0;  // without a branch per character either, for text with many hits
+        for (std::size_t j = 0; j < kBlock; ++j)
+            hits |= static_cast<uint64_t>(hit(text[base + j], text[base + j + 1])) << j;
+        for (; hits != 0; hits &= hits - 1)
+            onHit(static_cast<int32_t>(base + static_cast<std::size_t>(std::countr_zero(hits))));
+    }
+    for (std::size_t i = base; i < u.size(); ++i)
+        if (hit(text[i], i + 1 < u.size() ? text[i + 1] : u'\0')) onHit(static_cast<int32_t>(i));
+}
+
+// A case-insensitive "Step": an "s" before a "t", or anything non-ASCII.
 std::vector<int32_t> possibleStepWords(std::u16string_view u) {
     std::vector<int32_t> positions;
-    const char16_t* text = u.data();
-    const int32_t length = lengthOf(u);
-    for (int32_t i = 0; i < length; ++i) {
-        char16_t c = text[i];
-        if (c >= 0x80 || ((c == u'S' || c == u's') && i + 1 < length && mayFoldToT(text[i + 1])))
-            positions.push_back(i);
-    }
+    forEachPairWhere(
+        u,
+        [](char16_t c, char16_t next) {
+            return (((c | 0x20) == u's') & mayFoldToT(next)) | isNonAscii(c);
+        },
+        [&](int32_t i) { positions.push_back(i); });
     return positions;
 }
 
-// Sentence punctuation right before a possible "Step".
+// Sentence punctuation right before a possible "Step", or anything non-ASCII but the last.
 std::vector<int32_t> possibleSentenceEnds(std::u16string_view u) {
     std::vector<int32_t> positions;
-    const char16_t* text = u.data();
-    const int32_t length = lengthOf(u);
-    for (int32_t i = 0; i + 1 < length; ++i) {
-        char16_t c = text[i];
-        bool punctuation = c == u':' || c == u'.' || c == u'!' || c == u'?';
-        if ((punctuation && mayFoldToS(text[i + 1])) || c >= 0x80) positions.push_back(i);
-    }
+    forEachPairWhere(
+        u,
+        [](char16_t c, char16_t next) {
+            // Summed: the compiler makes a branch of these tests or-ed together.
+            unsigned punctuation = (c == u':') + (c == u'.') + (c == u'!') + (c == u'?');
+            return (punctuation & mayFoldToS(next)) | isNonAscii(c);
+        },
+        [&](int32_t i) {
+            if (i + 1 < lengthOf(u)) positions.push_back(i);
+        });
     return positions;
 }
 
@@ -248,32 +294,41 @@ int32_t digitLength(const char16_t* text, int32_t i, int32_t length) {
     return u_isdigit(codePoint) ? next - i : 0;
 }
 
+// The start of the decimal digit that ends at `end` (`end` itself when there is none).
+int32_t digitStartBefore(const char16_t* text, int32_t end) {
+    char16_t c = text[end - 1];
+    if (c < 0x80) return c >= u'0' && c <= u'9' ? end - 1 : end;
+    UChar32 codePoint = 0;
+    int32_t start = end;
+    U16_PREV(text, 0, start, codePoint);
+    return u_isdigit(codePoint) ? start : end;
+}
+
 // Where a numbered-list marker can start: the first digit of each run of digits that ends in a
 // full stop, and its second digit when a line feed precedes the first (the look-behind then
 // fails there but not one digit later). A later digit of the run cannot start a match where the
-// first could not: the greedy digits reach the same full stop either way. One or two tries per
-// run keep this step linear in the length of the run.
+// first could not: the greedy digits reach the same full stop either way. The runs are found
+// from their full stops back, which reads each digit once and branches little on other text.
 std::vector<int32_t> possibleNumbers(std::u16string_view u) {
     std::vector<int32_t> positions;
     const char16_t* text = u.data();
     const int32_t length = lengthOf(u);
-    for (int32_t i = 0; i < length;) {
-        int32_t runStart = i;
-        for (int32_t step = 0; i < length && (step = digitLength(text, i, length)) > 0;) i += step;
-        if (i > runStart && i < length && text[i] == u'.') {
-            positions.push_back(runStart);
-            int32_t second = runStart + digitLength(text, runStart, length);
-            if (runStart > 0 && text[runStart - 1] == u'\n' && second < i)
-                positions.push_back(second);
-        }
-        if (i == runStart) ++i;
-    }
+    auto mayEndNumber = [](char16_t c, char16_t next) {
+        return (next == u'.') & (isAsciiDigit(c) | isNonAscii(c));
+    };
+    forEachPairWhere(u, mayEndNumber, [&](int32_t i) {
+        const int32_t stop = i + 1;
+        int32_t runStart = stop;
+        for (int32_t digit = 0;
+             runStart > 0 && (digit = digitStartBefore(text, runStart)) < runStart;)
+            runStart = digit;
+        if (runStart == stop) return;
+        positions.push_back(runStart);
+        int32_t second = runStart + digitLength(text, runStart, length);
+        if (runStart > 0 && text[runStart - 1] == u'\n' && second < stop)
+            positions.push_back(second);
+    });
     return positions;
-}
-
-bool isSetFollowingCharacter(char16_t c) {
-    return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') ||
-           c == u'!' || c == u')';
 }
 
 // --- Sentence starts -------------------------------------------------------------------------
@@ -289,25 +344,40 @@ constexpr std::array<std::u16string_view, 22> kSentenceStarts = {
     u"Type",     u"Toggle",    u"Ensure", u"Verify", u"Switch",    u"Return", u"Grant",  u"Test",
     u"Optional", u"Would you", u"After ", u"Now ",   u"Try ",      u"Restart"};
 
-// Which phrases follow a letter, digit, "!" or ")" somewhere in the text, in one pass.
-std::array<bool, kSentenceStarts.size()> phrasesAfterSetCharacters(std::u16string_view u) {
-    std::array<bool, kSentenceStarts.size()> present{};
-    for (std::size_t i = 1; i < u.size(); ++i) {
-        if (u[i] < u'A' || u[i] > u'Z' || !isSetFollowingCharacter(u[i - 1])) continue;
-        for (std::size_t k = 0; k < kSentenceStarts.size(); ++k)
-            if (!present[k] && u.substr(i).starts_with(kSentenceStarts[k])) present[k] = true;
-    }
+// The phrases that start with each capital letter, as bits of their places in kSentenceStarts.
+constexpr std::array<uint32_t, 26> kSentenceStartsByCapital = [] {
+    std::array<uint32_t, 26> phrases{};
+    for (std::size_t k = 0; k < kSentenceStarts.size(); ++k)
+        phrases[kSentenceStarts[k][0] - u'A'] |= 1U << k;
+    return phrases;
+}();
+
+// Which phrases follow a letter, digit, "!" or ")" somewhere in the text (as bits of their
+// places in kSentenceStarts), in one pass.
+uint32_t phrasesAfterSetCharacters(std::u16string_view u) {
+    uint32_t present = 0;
+    auto capitalAfterSetCharacter = [](char16_t c, char16_t next) {
+        return isSetFollowingCharacter(c) & (static_cast<char16_t>(next - u'A') < 26);
+    };
+    forEachPairWhere(u, capitalAfterSetCharacter, [&](int32_t i) {
+        const auto at = static_cast<std::size_t>(i) + 1;
+        for (uint32_t left = kSentenceStartsByCapital[u[at] - u'A'] & ~present; left != 0;
+             left &= left - 1) {
+            int k = std::countr_zero(left);
+            if (u.substr(at).starts_with(kSentenceStarts[k])) present |= 1U << k;
+        }
+    });
     return present;
 }
 
 // A line feed before each sentence start that follows a letter, digit, "!" or ")".
 void splitSentenceStarts(std::u16string& u) {
-    const auto present = phrasesAfterSetCharacters(u);
-    if (std::find(present.begin(), present.end(), true) == present.end()) return;
+    const uint32_t present = phrasesAfterSetCharacters(u);
+    if (present == 0) return;
     const std::u16string_view text = u;
     std::vector<bool> breakBefore(text.size(), false);
     for (std::size_t k = 0; k < kSentenceStarts.size(); ++k) {
-        if (!present[k]) continue;
+        if ((present >> k & 1) == 0) continue;
         // A match takes the character before the phrase too, and the next match of this
         // phrase starts after it, as successive finds do.
         const std::u16string_view phrase = kSentenceStarts[k];
