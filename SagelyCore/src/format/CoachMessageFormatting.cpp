@@ -115,6 +115,59 @@ void trimWhiteSpace(std::u16string& u) {
     u.erase(0, static_cast<std::size_t>(start));
 }
 
+// --- Scanning pairs of characters ----------------------------------------------------------
+// The scans test each pair of neighbouring characters with comparisons only, a block at a time:
+// the tests of a block vectorise, and a block without a candidate costs one branch. Random text
+// would make a branch per character mispredict often. Tests for one of several characters are
+// summed rather than or-ed, since the compiler makes a branch of such an or.
+
+bool isAsciiDigit(char16_t c) {
+    return static_cast<char16_t>(c - u'0') < 10;
+}
+
+bool isAsciiLetter(char16_t c) {
+    return static_cast<char16_t>((c | 0x20) - u'a') < 26;
+}
+
+bool isNonAscii(char16_t c) {
+    return c >= 0x80;
+}
+
+// Case folding maps some non-ASCII characters, like the "st" ligature, onto these letters.
+bool mayFoldToS(char16_t c) {
+    return ((c | 0x20) == u's') | isNonAscii(c);
+}
+
+bool mayFoldToT(char16_t c) {
+    return ((c | 0x20) == u't') | isNonAscii(c);
+}
+
+// What "[a-zA-Z0-9!)]" matches.
+bool isSetFollowingCharacter(char16_t c) {
+    return isAsciiLetter(c) | isAsciiDigit(c) | (c == u'!') | (c == u')');
+}
+
+// Calls onHit(i), in ascending order, for each i where hit(text[i], text[i + 1]) holds (the
+// character after the last is 0). `hit` must not branch, for the blocks to vectorise.
+template <typename Hit, typename OnHit>
+void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
+    constexpr std::size_t kBlock = 64;
+    const char16_t* text = u.data();
+    std::size_t base = 0;
+    for (; base + kBlock < u.size(); base += kBlock) {  // text[i + 1] is within the text
+        unsigned any = 0;
+        for (std::size_t i = base; i < base + kBlock; ++i) any |= hit(text[i], text[i + 1]);
+        if (any == 0) continue;
+        uint64_t hits = 0;  // without a branch per character either, for text with many hits
+        for (std::size_t j = 0; j < kBlock; ++j)
+            hits |= static_cast<uint64_t>(hit(text[base + j], text[base + j + 1])) << j;
+        for (; hits != 0; hits &= hits - 1)
+            onHit(static_cast<int32_t>(base + static_cast<std::size_t>(std::countr_zero(hits))));
+    }
+    for (std::size_t i = base; i < u.size(); ++i)
+        if (hit(text[i], i + 1 < u.size() ? text[i + 1] : u'\0')) onHit(static_cast<int32_t>(i));
+}
+
 // --- In-place steps --------------------------------------------------------------------------
 // Every step of the repair either only drops characters or only adds line feeds, so each works
 // in place in the one buffer: a step that drops moves what it keeps down, a step that adds moves
@@ -165,28 +218,43 @@ bool isEmptyHeading(std::u16string_view text, std::size_t start, std::size_t end
     return true;
 }
 
-// Drops the lines made only of heading marks; the others stay joined by line feeds.
+// Whether a line that starts with `c` can be made only of heading marks (a space separator
+// other than " " is not ASCII).
+bool mayStartEmptyHeading(char16_t c) {
+    return (c == u'#') + (c == u' ') + (c == u'\t') + isNonAscii(c);
+}
+
+// Drops the lines made only of heading marks; the others stay joined by line feeds. Only the
+// lines that start like such a line are read, so most of the text is read a block at a time.
 void dropEmptyHeadings(std::u16string& u) {
-    std::size_t kept = 0;  // the length of the text kept so far
-    bool dropped = false;
-    bool keptAny = false;
-    for (std::size_t start = 0;;) {
+    std::vector<std::pair<std::size_t, std::size_t>>
+        dropped;  // [start, end) of each line that goes
+    auto consider = [&](std::size_t start) {
         std::size_t end = std::min(u.find(u'\n', start), u.size());
-        if (isEmptyHeading(u, start, end)) {
-            dropped = true;
-        } else if (!dropped) {
-            kept = end;  // nothing moves until a line goes
-            keptAny = true;
-        } else {
-            if (keptAny) u[kept++] = u'\n';
-            std::char_traits<char16_t>::move(u.data() + kept, u.data() + start, end - start);
-            kept += end - start;
-            keptAny = true;
-        }
-        if (end == u.size()) break;
-        start = end + 1;
+        if (isEmptyHeading(u, start, end)) dropped.emplace_back(start, end);
+    };
+    if (!u.empty() && mayStartEmptyHeading(u[0])) consider(0);
+    forEachPairWhere(
+        u, [](char16_t c, char16_t next) { return (c == u'\n') & mayStartEmptyHeading(next); },
+        [&](int32_t i) { consider(static_cast<std::size_t>(i) + 1); });
+    if (dropped.empty()) return;
+    // The lines between two dropped ones (without the line feeds next to those) move down as one
+    // block, and the blocks are joined by line feeds.
+    std::size_t kept = 0;  // the length of the text kept so far
+    bool keptAny = false;
+    auto keep = [&](std::size_t from, std::size_t to) {
+        if (keptAny) u[kept++] = u'\n';
+        std::char_traits<char16_t>::move(u.data() + kept, u.data() + from, to - from);
+        kept += to - from;
+        keptAny = true;
+    };
+    std::size_t blockStart = 0;
+    for (auto [start, end] : dropped) {
+        if (start > blockStart) keep(blockStart, start - 1);
+        blockStart = end + 1;
     }
-    if (dropped) u.resize(kept);
+    if (blockStart <= u.size()) keep(blockStart, u.size());
+    u.resize(kept);
 }
 
 // Runs of three or more line feeds become two.
@@ -204,57 +272,6 @@ void collapseBlankRuns(std::u16string& u) {
 // --- Where a pattern can match ---------------------------------------------------------------
 // Each list holds every position where a match can start, and a few more: the patterns decide.
 // The lists only spare ICU from trying the pattern at every position of the text.
-
-// The scans test each pair of neighbouring characters with comparisons only, a block at a time:
-// the tests of a block vectorise, and a block without a candidate costs one branch. Random text
-// would make a branch per character mispredict often.
-
-bool isAsciiDigit(char16_t c) {
-    return static_cast<char16_t>(c - u'0') < 10;
-}
-
-bool isAsciiLetter(char16_t c) {
-    return static_cast<char16_t>((c | 0x20) - u'a') < 26;
-}
-
-bool isNonAscii(char16_t c) {
-    return c >= 0x80;
-}
-
-// Case folding maps some non-ASCII characters, like the "st" ligature, onto these letters.
-bool mayFoldToS(char16_t c) {
-    return ((c | 0x20) == u's') | isNonAscii(c);
-}
-
-bool mayFoldToT(char16_t c) {
-    return ((c | 0x20) == u't') | isNonAscii(c);
-}
-
-// What "[a-zA-Z0-9!)]" matches.
-bool isSetFollowingCharacter(char16_t c) {
-    return isAsciiLetter(c) | isAsciiDigit(c) | (c == u'!') | (c == u')');
-}
-
-// Calls onHit(i), in ascending order, for each i where hit(text[i], text[i + 1]) holds (the
-// character after the last is 0). `hit` must not branch, for the blocks to vectorise.
-template <typename Hit, typename OnHit>
-void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
-    constexpr std::size_t kBlock = 64;
-    const char16_t* text = u.data();
-    std::size_t base = 0;
-    for (; base + kBlock < u.size(); base += kBlock) {  // text[i + 1] is within the text
-        unsigned any = 0;
-        for (std::size_t i = base; i < base + kBlock; ++i) any |= hit(text[i], text[i + 1]);
-        if (any == 0) continue;
-        uint64_t hits = 0;  // without a branch per character either, for text with many hits
-        for (std::size_t j = 0; j < kBlock; ++j)
-            hits |= static_cast<uint64_t>(hit(text[base + j], text[base + j + 1])) << j;
-        for (; hits != 0; hits &= hits - 1)
-            onHit(static_cast<int32_t>(base + static_cast<std::size_t>(std::countr_zero(hits))));
-    }
-    for (std::size_t i = base; i < u.size(); ++i)
-        if (hit(text[i], i + 1 < u.size() ? text[i + 1] : u'\0')) onHit(static_cast<int32_t>(i));
-}
 
 // A case-insensitive "Step": an "s" before a "t", or anything non-ASCII.
 std::vector<int32_t> possibleStepWords(std::u16string_view u) {
@@ -274,7 +291,6 @@ std::vector<int32_t> possibleSentenceEnds(std::u16string_view u) {
     forEachPairWhere(
         u,
         [](char16_t c, char16_t next) {
-            // Summed: the compiler makes a branch of these tests or-ed together.
             unsigned punctuation = (c == u':') + (c == u'.') + (c == u'!') + (c == u'?');
             return (punctuation & mayFoldToS(next)) | isNonAscii(c);
         },
@@ -376,6 +392,7 @@ void splitSentenceStarts(std::u16string& u) {
     if (present == 0) return;
     const std::u16string_view text = u;
     std::vector<bool> breakBefore(text.size(), false);
+    std::vector<LineBreaks> breaks;
     for (std::size_t k = 0; k < kSentenceStarts.size(); ++k) {
         if ((present >> k & 1) == 0) continue;
         // A match takes the character before the phrase too, and the next match of this
@@ -388,12 +405,12 @@ void splitSentenceStarts(std::u16string& u) {
                 breakBefore[i])
                 continue;
             breakBefore[i] = true;
+            breaks.push_back({static_cast<int32_t>(i), 1});
             resumeAt = i + phrase.size();
         }
     }
-    std::vector<LineBreaks> breaks;
-    for (std::size_t i = 1; i < text.size(); ++i)
-        if (breakBefore[i]) breaks.push_back({static_cast<int32_t>(i), 1});
+    std::sort(breaks.begin(), breaks.end(),
+              [](const LineBreaks& a, const LineBreaks& b) { return a.at < b.at; });
     insertLineBreaks(u, breaks);
 }
 
