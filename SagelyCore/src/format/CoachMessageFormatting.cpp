@@ -352,8 +352,9 @@ std::vector<int32_t> possibleNumbers(std::u16string_view u) {
 // phrase starts with the only capital letter it holds, so no phrase starts inside another, and
 // a line break put before one phrase can only stop another from matching at that same place (it
 // puts a line feed after the letter); it never makes a match. So the passes are worked out on
-// the text as it is, keeping the places where earlier passes broke the line, and the breaks are
-// put in at the end: one copy of the text instead of one per phrase that matches.
+// the text as it is, in one pass over the places where a capital follows such a character: at
+// each, the first phrase in table order that matches there takes it, unless its previous match
+// took the character before (successive finds of a pattern do not overlap).
 
 constexpr std::array<std::u16string_view, 22> kSentenceStarts = {
     u"Click",    u"Select",    u"Open",   u"In the", u"Name your", u"Add a",  u"Add an", u"Press",
@@ -368,49 +369,26 @@ constexpr std::array<uint32_t, 26> kSentenceStartsByCapital = [] {
     return phrases;
 }();
 
-// Which phrases follow a letter, digit, "!" or ")" somewhere in the text (as bits of their
-// places in kSentenceStarts), in one pass.
-uint32_t phrasesAfterSetCharacters(std::u16string_view u) {
-    uint32_t present = 0;
+// A line feed before each sentence start that follows a letter, digit, "!" or ")".
+void splitSentenceStarts(std::u16string& u) {
+    const std::u16string_view text = u;
+    std::array<std::size_t, kSentenceStarts.size()>
+        resumeAt{};  // where each phrase's last match ended
+    std::vector<LineBreaks> breaks;
     auto capitalAfterSetCharacter = [](char16_t c, char16_t next) {
         return isSetFollowingCharacter(c) & (static_cast<char16_t>(next - u'A') < 26);
     };
-    forEachPairWhere(u, capitalAfterSetCharacter, [&](int32_t i) {
-        const auto at = static_cast<std::size_t>(i) + 1;
-        for (uint32_t left = kSentenceStartsByCapital[u[at] - u'A'] & ~present; left != 0;
-             left &= left - 1) {
-            int k = std::countr_zero(left);
-            if (u.substr(at).starts_with(kSentenceStarts[k])) present |= 1U << k;
+    forEachPairWhere(text, capitalAfterSetCharacter, [&](int32_t before) {
+        const auto at = static_cast<std::size_t>(before) + 1;
+        for (uint32_t phrases = kSentenceStartsByCapital[text[at] - u'A']; phrases != 0;
+             phrases &= phrases - 1) {
+            auto k = static_cast<std::size_t>(std::countr_zero(phrases));
+            if (at - 1 < resumeAt[k] || !text.substr(at).starts_with(kSentenceStarts[k])) continue;
+            breaks.push_back({static_cast<int32_t>(at), 1});
+            resumeAt[k] = at + kSentenceStarts[k].size();
+            break;
         }
     });
-    return present;
-}
-
-// A line feed before each sentence start that follows a letter, digit, "!" or ")".
-void splitSentenceStarts(std::u16string& u) {
-    const uint32_t present = phrasesAfterSetCharacters(u);
-    if (present == 0) return;
-    const std::u16string_view text = u;
-    std::vector<bool> breakBefore(text.size(), false);
-    std::vector<LineBreaks> breaks;
-    for (std::size_t k = 0; k < kSentenceStarts.size(); ++k) {
-        if ((present >> k & 1) == 0) continue;
-        // A match takes the character before the phrase too, and the next match of this
-        // phrase starts after it, as successive finds do.
-        const std::u16string_view phrase = kSentenceStarts[k];
-        std::size_t resumeAt = 0;
-        for (std::size_t i = text.find(phrase); i != std::u16string_view::npos;
-             i = text.find(phrase, i + 1)) {
-            if (i < 1 || i - 1 < resumeAt || !isSetFollowingCharacter(text[i - 1]) ||
-                breakBefore[i])
-                continue;
-            breakBefore[i] = true;
-            breaks.push_back({static_cast<int32_t>(i), 1});
-            resumeAt = i + phrase.size();
-        }
-    }
-    std::sort(breaks.begin(), breaks.end(),
-              [](const LineBreaks& a, const LineBreaks& b) { return a.at < b.at; });
     insertLineBreaks(u, breaks);
 }
 
