@@ -259,14 +259,28 @@ void dropEmptyHeadings(std::u16string& u) {
 
 // Runs of three or more line feeds become two.
 void collapseBlankRuns(std::u16string& u) {
-    std::size_t kept = u.find(u"\n\n\n");  // the start of the first such run
-    if (kept == std::u16string::npos) return;
-    std::size_t run = 0;
-    for (std::size_t i = kept; i < u.size(); ++i) {
-        run = u[i] == u'\n' ? run + 1 : 0;
-        if (run <= 2) u[kept++] = u[i];
+    std::vector<std::pair<std::size_t, std::size_t>> runs;  // [start, end) of each such run
+    forEachPairWhere(
+        u, [](char16_t c, char16_t next) { return (c == u'\n') & (next == u'\n'); },
+        [&](int32_t pair) {
+            auto start = static_cast<std::size_t>(pair);
+            if ((!runs.empty() && start < runs.back().second) || start + 2 >= u.size() ||
+                u[start + 2] != u'\n')
+                return;  // within a run already seen, or only two line feeds
+            std::size_t end = start + 3;
+            while (end < u.size() && u[end] == u'\n') ++end;
+            runs.emplace_back(start, end);
+        });
+    if (runs.empty()) return;
+    std::size_t kept = 0;  // the length of the text kept so far
+    std::size_t from = 0;  // the start of the text not yet moved down
+    for (auto [start, end] : runs) {
+        std::char_traits<char16_t>::move(u.data() + kept, u.data() + from, start + 2 - from);
+        kept += start + 2 - from;
+        from = end;
     }
-    u.resize(kept);
+    std::char_traits<char16_t>::move(u.data() + kept, u.data() + from, u.size() - from);
+    u.resize(kept + u.size() - from);
 }
 
 // --- Where a pattern can match ---------------------------------------------------------------
