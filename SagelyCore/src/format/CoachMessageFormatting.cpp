@@ -27,10 +27,10 @@ using icu::UnicodeString;
 // Patterns are compiled once, into function-local statics, and matched with per-thread
 // matchers (see IcuRegex), so all of this is thread-safe.
 
-// --- The UTF-16 buffers of the repair ---------------------------------------------------------
-// The repair works on std::u16string buffers that it reuses from step to step; a read-only
-// UnicodeString over a buffer lends it to a pattern without a copy. Malformed UTF-8 becomes
-// U+FFFD both ways, as with UnicodeString's own conversions.
+// --- The UTF-16 buffer of the repair ----------------------------------------------------------
+// The repair works in one std::u16string buffer from step to step; a read-only UnicodeString
+// over the buffer lends it to a pattern without a copy. Malformed UTF-8 becomes U+FFFD both ways,
+// as with UnicodeString's own conversions.
 
 int32_t lengthOf(std::u16string_view u) {
     return static_cast<int32_t>(u.size());
@@ -227,8 +227,8 @@ bool mayStartEmptyHeading(char16_t c) {
 // Drops the lines made only of heading marks; the others stay joined by line feeds. Only the
 // lines that start like such a line are read, so most of the text is read a block at a time.
 void dropEmptyHeadings(std::u16string& u) {
-    std::vector<std::pair<std::size_t, std::size_t>>
-        dropped;  // [start, end) of each line that goes
+    // [start, end) of each line that goes
+    std::vector<std::pair<std::size_t, std::size_t>> dropped;
     auto consider = [&](std::size_t start) {
         std::size_t end = std::min(u.find(u'\n', start), u.size());
         if (isEmptyHeading(u, start, end)) dropped.emplace_back(start, end);
@@ -386,8 +386,8 @@ constexpr std::array<uint32_t, 26> kSentenceStartsByCapital = [] {
 // A line feed before each sentence start that follows a letter, digit, "!" or ")".
 void splitSentenceStarts(std::u16string& u) {
     const std::u16string_view text = u;
-    std::array<std::size_t, kSentenceStarts.size()>
-        resumeAt{};  // where each phrase's last match ended
+    // Where each phrase's last match ended.
+    std::array<std::size_t, kSentenceStarts.size()> resumeAt{};
     std::vector<LineBreaks> breaks;
     auto capitalAfterSetCharacter = [](char16_t c, char16_t next) {
         return isSetFollowingCharacter(c) & (static_cast<char16_t>(next - u'A') < 26);
