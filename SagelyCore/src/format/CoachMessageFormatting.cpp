@@ -6,29 +6,58 @@
 #include "support/TextViews.h"
 
 #include <unicode/uchar.h>
+#include <unicode/ustring.h>
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
 
+#include <algorithm>
 #include <array>
+#include <bit>
+#include <string>
 #include <string_view>
 
 namespace sagely {
 namespace {
 
 using detail::IcuRegex;
+using detail::TextRange;
 using detail::trimmedView;
 using icu::UnicodeString;
 
 // Patterns are compiled once, into function-local statics, and matched with per-thread
 // matchers (see IcuRegex), so all of this is thread-safe.
 
-UnicodeString fromUtf8(std::string_view s) {
-    return UnicodeString::fromUTF8(icu::StringPiece(s.data(), static_cast<int32_t>(s.size())));
+// --- The UTF-16 buffer of the repair ----------------------------------------------------------
+// The repair works in one std::u16string buffer from step to step; a read-only UnicodeString
+// over the buffer lends it to a pattern without a copy. Malformed UTF-8 becomes U+FFFD both ways,
+// as with UnicodeString's own conversions.
+
+int32_t lengthOf(std::u16string_view u) {
+    return static_cast<int32_t>(u.size());
 }
 
-std::string toUtf8(const UnicodeString& u) {
-    std::string out;
-    u.toUTF8String(out);
+UnicodeString aliasOf(std::u16string_view u) {
+    return UnicodeString(false, u.data(), lengthOf(u));
+}
+
+void assignUtf8(std::u16string& out, std::string_view s) {
+    out.resize(s.size());  // never fewer UTF-8 bytes than UTF-16 units
+    int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8WithSub(out.data(), lengthOf(out), &length, s.data(),
+                         static_cast<int32_t>(s.size()), 0xFFFD, nullptr, &status);
+    out.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
+}
+
+std::string toUtf8(std::u16string_view u) {
+    int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strToUTF8WithSub(nullptr, 0, &length, u.data(), lengthOf(u), 0xFFFD, nullptr, &status);
+    std::string out(static_cast<std::size_t>(length), '\0');
+    status = U_ZERO_ERROR;
+    u_strToUTF8WithSub(out.data(), length, &length, u.data(), lengthOf(u), 0xFFFD, nullptr,
+                       &status);
+    if (U_FAILURE(status)) out.clear();
     return out;
 }
 
@@ -64,91 +93,224 @@ bool isWhiteSpace(UChar32 c) {
 }
 
 bool isSpaceOrTab(char16_t c) {
-    return c == u'\t' || u_charType(c) == U_SPACE_SEPARATOR;  // all space separators are BMP
+    if (c < 0x80) return c == u' ' || c == u'\t';  // the only ASCII space separator is " "
+    return u_charType(c) == U_SPACE_SEPARATOR;     // all space separators are BMP
 }
 
-// The text without White_Space at either end, as text::trimmed trims UTF-8.
-UnicodeString trimmedWhiteSpace(const UnicodeString& u) {
+// Trims White_Space from both ends, in place, as text::trimmed trims UTF-8.
+void trimWhiteSpace(std::u16string& u) {
+    const char16_t* text = u.data();
     int32_t start = 0;
-    int32_t end = u.length();
-    while (start < end && isWhiteSpace(u.char32At(start))) start += U16_LENGTH(u.char32At(start));
-    while (end > start && isWhiteSpace(u.char32At(end - 1))) end -= U16_LENGTH(u.char32At(end - 1));
-    return start == 0 && end == u.length() ? u : UnicodeString(u, start, end - start);
+    int32_t end = lengthOf(u);
+    UChar32 c = 0;
+    for (int32_t next = start; start < end; start = next) {
+        U16_NEXT(text, next, end, c);
+        if (!isWhiteSpace(c)) break;
+    }
+    for (int32_t previous = end; end > start; end = previous) {
+        U16_PREV(text, start, previous, c);
+        if (!isWhiteSpace(c)) break;
+    }
+    u.erase(static_cast<std::size_t>(end));
+    u.erase(0, static_cast<std::size_t>(start));
 }
 
-// --- Dropping lines made only of heading marks ---------------------------------------------
+// --- Scanning pairs of characters ----------------------------------------------------------
+// The scans test each pair of neighbouring characters with comparisons only, a block at a time:
+// the tests of a block vectorise, and a block without a candidate costs one branch. Random text
+// would make a branch per character mispredict often. Tests for one of several characters are
+// summed rather than or-ed, since the compiler makes a branch of such an or.
 
-bool isEmptyHeading(const UnicodeString& u, int32_t start, int32_t end) {
-    static const IcuRegex headingLine(u"^#+\\s*.*$");
-    const char16_t* text = u.getBuffer();
+bool isAsciiDigit(char16_t c) {
+    return static_cast<char16_t>(c - u'0') < 10;
+}
+
+bool isAsciiLetter(char16_t c) {
+    return static_cast<char16_t>((c | 0x20) - u'a') < 26;
+}
+
+bool isNonAscii(char16_t c) {
+    return c >= 0x80;
+}
+
+// Case folding maps some non-ASCII characters, like the "st" ligature, onto these letters.
+bool mayFoldToS(char16_t c) {
+    return ((c | 0x20) == u's') | isNonAscii(c);
+}
+
+bool mayFoldToT(char16_t c) {
+    return ((c | 0x20) == u't') | isNonAscii(c);
+}
+
+// What "[a-zA-Z0-9!)]" matches.
+bool isSetFollowingCharacter(char16_t c) {
+    return isAsciiLetter(c) | isAsciiDigit(c) | (c == u'!') | (c == u')');
+}
+
+// Calls onHit(i), in ascending order, for each i where hit(text[i], text[i + 1]) holds (the
+// character after the last is 0). `hit` must not branch, for the blocks to vectorise.
+template <typename Hit, typename OnHit>
+void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
+    constexpr std::size_t kBlock = 64;
+    const char16_t* text = u.data();
+    std::size_t base = 0;
+    for (; base + kBlock < u.size(); base += kBlock) {  // text[i + 1] is within the text
+        unsigned any = 0;
+        for (std::size_t i = base; i < base + kBlock; ++i) any |= hit(text[i], text[i + 1]);
+        if (any == 0) continue;
+        uint64_t hits = 0;  // without a branch per character either, for text with many hits
+        for (std::size_t j = 0; j < kBlock; ++j)
+            hits |= static_cast<uint64_t>(hit(text[base + j], text[base + j + 1])) << j;
+        for (; hits != 0; hits &= hits - 1)
+            onHit(static_cast<int32_t>(base + static_cast<std::size_t>(std::countr_zero(hits))));
+    }
+    for (std::size_t i = base; i < u.size(); ++i)
+        if (hit(text[i], i + 1 < u.size() ? text[i + 1] : u'\0')) onHit(static_cast<int32_t>(i));
+}
+
+// --- In-place steps --------------------------------------------------------------------------
+// Every step of the repair either only drops characters or only adds line feeds, so each works
+// in place in the one buffer: a step that drops moves what it keeps down, a step that adds moves
+// the text up from its end. A second buffer would be touched afresh on every reply, and on a long
+// reply that costs more than the steps themselves.
+
+// `count` line feeds to put before the character at `at` (or at the end, when `at` is the length).
+struct LineBreaks {
+    int32_t at;
+    int32_t count;
+};
+
+// Puts in the line feeds, given in ascending order of position.
+void insertLineBreaks(std::u16string& u, const std::vector<LineBreaks>& breaks) {
+    if (breaks.empty()) return;
+    std::size_t added = 0;
+    for (const LineBreaks& b : breaks) added += static_cast<std::size_t>(b.count);
+    std::size_t from = u.size();  // the end of the text still to move
+    u.resize(u.size() + added);
+    std::size_t to = u.size();
+    for (auto b = breaks.rbegin(); b != breaks.rend(); ++b) {
+        auto at = static_cast<std::size_t>(b->at);
+        to -= from - at;
+        std::char_traits<char16_t>::move(u.data() + to, u.data() + at, from - at);
+        to -= static_cast<std::size_t>(b->count);
+        std::char_traits<char16_t>::assign(u.data() + to, static_cast<std::size_t>(b->count),
+                                           u'\n');
+        from = at;
+    }
+}
+
+// "\r\n" becomes "\n".
+void joinCarriageReturns(std::u16string& u) {
+    std::size_t kept = u.find(u"\r\n");
+    if (kept == std::u16string::npos) return;
+    for (std::size_t i = kept; i < u.size(); ++i)
+        if (u[i] != u'\r' || i + 1 == u.size() || u[i + 1] != u'\n') u[kept++] = u[i];
+    u.resize(kept);
+}
+
+// Whether the line [start, end) holds only heading marks, with spaces or tabs around them. Such
+// a line starts with "#" once trimmed and holds no line terminator, so "^#+\s*.*$" matches it.
+bool isEmptyHeading(std::u16string_view text, std::size_t start, std::size_t end) {
     while (start < end && isSpaceOrTab(text[start])) ++start;
-    while (end > start && isSpaceOrTab(text[end - 1])) --end;
     if (start == end || text[start] != u'#') return false;
-    // Without its "#" marks and the spaces around them, nothing may remain.
-    for (int32_t i = start; i < end; ++i)
+    for (std::size_t i = start; i < end; ++i)
         if (text[i] != u'#' && !isSpaceOrTab(text[i])) return false;
-    return headingLine.find(UnicodeString(u, start, end - start));
+    return true;
 }
 
-// The text itself when no line goes, so that most replies are not copied.
-UnicodeString droppingEmptyHeadings(const UnicodeString& u) {
-    std::vector<std::pair<int32_t, int32_t>> keptLines;
-    bool dropped = false;
-    for (int32_t start = 0;;) {
-        int32_t end = u.indexOf(u'\n', start);
-        if (end < 0) end = u.length();
-        if (isEmptyHeading(u, start, end))
-            dropped = true;
-        else
-            keptLines.emplace_back(start, end);
-        if (end == u.length()) break;
-        start = end + 1;
+// Whether a line that starts with `c` can be made only of heading marks (a space separator
+// other than " " is not ASCII).
+bool mayStartEmptyHeading(char16_t c) {
+    return (c == u'#') + (c == u' ') + (c == u'\t') + isNonAscii(c);
+}
+
+// Drops the lines made only of heading marks; the others stay joined by line feeds. Only the
+// lines that start like such a line are read, so most of the text is read a block at a time.
+void dropEmptyHeadings(std::u16string& u) {
+    // [start, end) of each line that goes
+    std::vector<std::pair<std::size_t, std::size_t>> dropped;
+    auto consider = [&](std::size_t start) {
+        std::size_t end = std::min(u.find(u'\n', start), u.size());
+        if (isEmptyHeading(u, start, end)) dropped.emplace_back(start, end);
+    };
+    if (!u.empty() && mayStartEmptyHeading(u[0])) consider(0);
+    forEachPairWhere(
+        u, [](char16_t c, char16_t next) { return (c == u'\n') & mayStartEmptyHeading(next); },
+        [&](int32_t i) { consider(static_cast<std::size_t>(i) + 1); });
+    if (dropped.empty()) return;
+    // The lines between two dropped ones (without the line feeds next to those) move down as one
+    // block, and the blocks are joined by line feeds.
+    std::size_t kept = 0;  // the length of the text kept so far
+    bool keptAny = false;
+    auto keep = [&](std::size_t from, std::size_t to) {
+        if (keptAny) u[kept++] = u'\n';
+        std::char_traits<char16_t>::move(u.data() + kept, u.data() + from, to - from);
+        kept += to - from;
+        keptAny = true;
+    };
+    std::size_t blockStart = 0;
+    for (auto [start, end] : dropped) {
+        if (start > blockStart) keep(blockStart, start - 1);
+        blockStart = end + 1;
     }
-    if (!dropped) return u;
-    UnicodeString out(u.length(), 0, 0);  // room for the whole text, empty
-    for (std::size_t i = 0; i < keptLines.size(); ++i) {
-        if (i > 0) out.append(u'\n');
-        out.append(u, keptLines[i].first, keptLines[i].second - keptLines[i].first);
+    if (blockStart <= u.size()) keep(blockStart, u.size());
+    u.resize(kept);
+}
+
+// Runs of three or more line feeds become two.
+void collapseBlankRuns(std::u16string& u) {
+    std::vector<std::pair<std::size_t, std::size_t>> runs;  // [start, end) of each such run
+    forEachPairWhere(
+        u, [](char16_t c, char16_t next) { return (c == u'\n') & (next == u'\n'); },
+        [&](int32_t pair) {
+            auto start = static_cast<std::size_t>(pair);
+            if ((!runs.empty() && start < runs.back().second) || start + 2 >= u.size() ||
+                u[start + 2] != u'\n')
+                return;  // within a run already seen, or only two line feeds
+            std::size_t end = start + 3;
+            while (end < u.size() && u[end] == u'\n') ++end;
+            runs.emplace_back(start, end);
+        });
+    if (runs.empty()) return;
+    std::size_t kept = 0;  // the length of the text kept so far
+    std::size_t from = 0;  // the start of the text not yet moved down
+    for (auto [start, end] : runs) {
+        std::char_traits<char16_t>::move(u.data() + kept, u.data() + from, start + 2 - from);
+        kept += start + 2 - from;
+        from = end;
     }
-    return out;
+    std::char_traits<char16_t>::move(u.data() + kept, u.data() + from, u.size() - from);
+    u.resize(kept + u.size() - from);
 }
 
 // --- Where a pattern can match ---------------------------------------------------------------
 // Each list holds every position where a match can start, and a few more: the patterns decide.
 // The lists only spare ICU from trying the pattern at every position of the text.
 
-bool mayFoldToS(char16_t c) {
-    return c == u'S' || c == u's' || c >= 0x80;
-}
-
-bool mayFoldToT(char16_t c) {
-    return c == u'T' || c == u't' || c >= 0x80;
-}
-
-// A case-insensitive "Step": an "s" before a "t", or anything non-ASCII (case folding maps some
-// such characters, like the "st" ligature, onto those letters).
-std::vector<int32_t> possibleStepWords(const UnicodeString& u) {
+// A case-insensitive "Step": an "s" before a "t", or anything non-ASCII.
+std::vector<int32_t> possibleStepWords(std::u16string_view u) {
     std::vector<int32_t> positions;
-    const char16_t* text = u.getBuffer();
-    const int32_t length = u.length();
-    for (int32_t i = 0; i < length; ++i) {
-        char16_t c = text[i];
-        if (c >= 0x80 || ((c == u'S' || c == u's') && i + 1 < length && mayFoldToT(text[i + 1])))
-            positions.push_back(i);
-    }
+    forEachPairWhere(
+        u,
+        [](char16_t c, char16_t next) {
+            return (((c | 0x20) == u's') & mayFoldToT(next)) | isNonAscii(c);
+        },
+        [&](int32_t i) { positions.push_back(i); });
     return positions;
 }
 
-// Sentence punctuation right before a possible "Step".
-std::vector<int32_t> possibleSentenceEnds(const UnicodeString& u) {
+// Sentence punctuation right before a possible "Step", or anything non-ASCII but the last.
+std::vector<int32_t> possibleSentenceEnds(std::u16string_view u) {
     std::vector<int32_t> positions;
-    const char16_t* text = u.getBuffer();
-    const int32_t length = u.length();
-    for (int32_t i = 0; i + 1 < length; ++i) {
-        char16_t c = text[i];
-        bool punctuation = c == u':' || c == u'.' || c == u'!' || c == u'?';
-        if ((punctuation && mayFoldToS(text[i + 1])) || c >= 0x80) positions.push_back(i);
-    }
+    forEachPairWhere(
+        u,
+        [](char16_t c, char16_t next) {
+            unsigned punctuation = (c == u':') + (c == u'.') + (c == u'!') + (c == u'?');
+            return (punctuation & mayFoldToS(next)) | isNonAscii(c);
+        },
+        [&](int32_t i) {
+            if (i + 1 < lengthOf(u)) positions.push_back(i);
+        });
     return positions;
 }
 
@@ -162,43 +324,41 @@ int32_t digitLength(const char16_t* text, int32_t i, int32_t length) {
     return u_isdigit(codePoint) ? next - i : 0;
 }
 
+// The start of the decimal digit that ends at `end` (`end` itself when there is none).
+int32_t digitStartBefore(const char16_t* text, int32_t end) {
+    char16_t c = text[end - 1];
+    if (c < 0x80) return c >= u'0' && c <= u'9' ? end - 1 : end;
+    UChar32 codePoint = 0;
+    int32_t start = end;
+    U16_PREV(text, 0, start, codePoint);
+    return u_isdigit(codePoint) ? start : end;
+}
+
 // Where a numbered-list marker can start: the first digit of each run of digits that ends in a
 // full stop, and its second digit when a line feed precedes the first (the look-behind then
 // fails there but not one digit later). A later digit of the run cannot start a match where the
-// first could not: the greedy digits reach the same full stop either way. One or two tries per
-// run keep this step linear in the length of the run.
-std::vector<int32_t> possibleNumbers(const UnicodeString& u) {
+// first could not: the greedy digits reach the same full stop either way. The runs are found
+// from their full stops back, which reads each digit once and branches little on other text.
+std::vector<int32_t> possibleNumbers(std::u16string_view u) {
     std::vector<int32_t> positions;
-    const char16_t* text = u.getBuffer();
-    const int32_t length = u.length();
-    for (int32_t i = 0; i < length;) {
-        int32_t runStart = i;
-        for (int32_t step = 0; i < length && (step = digitLength(text, i, length)) > 0;) i += step;
-        if (i > runStart && i < length && text[i] == u'.') {
-            positions.push_back(runStart);
-            int32_t second = runStart + digitLength(text, runStart, length);
-            if (runStart > 0 && text[runStart - 1] == u'\n' && second < i)
-                positions.push_back(second);
-        }
-        if (i == runStart) ++i;
-    }
+    const char16_t* text = u.data();
+    const int32_t length = lengthOf(u);
+    auto mayEndNumber = [](char16_t c, char16_t next) {
+        return (next == u'.') & (isAsciiDigit(c) | isNonAscii(c));
+    };
+    forEachPairWhere(u, mayEndNumber, [&](int32_t i) {
+        const int32_t stop = i + 1;
+        int32_t runStart = stop;
+        for (int32_t digit = 0;
+             runStart > 0 && (digit = digitStartBefore(text, runStart)) < runStart;)
+            runStart = digit;
+        if (runStart == stop) return;
+        positions.push_back(runStart);
+        int32_t second = runStart + digitLength(text, runStart, length);
+        if (runStart > 0 && text[runStart - 1] == u'\n' && second < stop)
+            positions.push_back(second);
+    });
     return positions;
-}
-
-// The first line feed of every run of three or more.
-std::vector<int32_t> possibleBlankRuns(const UnicodeString& u) {
-    std::vector<int32_t> positions;
-    static const UnicodeString kThree(u"\n\n\n");
-    for (int32_t i = u.indexOf(kThree); i >= 0; i = u.indexOf(kThree, i + 1)) {
-        positions.push_back(i);
-        while (i + 3 < u.length() && u.charAt(i + 3) == u'\n') ++i;  // the rest of the run
-    }
-    return positions;
-}
-
-bool isSetFollowingCharacter(char16_t c) {
-    return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') ||
-           c == u'!' || c == u')';
 }
 
 // --- Sentence starts -------------------------------------------------------------------------
@@ -206,88 +366,90 @@ bool isSetFollowingCharacter(char16_t c) {
 // phrase starts with the only capital letter it holds, so no phrase starts inside another, and
 // a line break put before one phrase can only stop another from matching at that same place (it
 // puts a line feed after the letter); it never makes a match. So the passes are worked out on
-// the text as it is, keeping the places where earlier passes broke the line, and the breaks are
-// put in at the end: one copy of the text instead of one per phrase that matches.
+// the text as it is, in one pass over the places where a capital follows such a character: at
+// each, the first phrase in table order that matches there takes it, unless its previous match
+// took the character before (successive finds of a pattern do not overlap).
 
-const std::array<UnicodeString, 22>& sentenceStarts() {
-    static const std::array<UnicodeString, 22> phrases = {
-        u"Click",  u"Select", u"Open",  u"In the", u"Name your", u"Add a",
-        u"Add an", u"Press",  u"Type",  u"Toggle", u"Ensure",    u"Verify",
-        u"Switch", u"Return", u"Grant", u"Test",   u"Optional",  u"Would you",
-        u"After ", u"Now ",   u"Try ",  u"Restart"};
+constexpr std::array<std::u16string_view, 22> kSentenceStarts = {
+    u"Click",    u"Select",    u"Open",   u"In the", u"Name your", u"Add a",  u"Add an", u"Press",
+    u"Type",     u"Toggle",    u"Ensure", u"Verify", u"Switch",    u"Return", u"Grant",  u"Test",
+    u"Optional", u"Would you", u"After ", u"Now ",   u"Try ",      u"Restart"};
+
+// The phrases that start with each capital letter, as bits of their places in kSentenceStarts.
+constexpr std::array<uint32_t, 26> kSentenceStartsByCapital = [] {
+    std::array<uint32_t, 26> phrases{};
+    for (std::size_t k = 0; k < kSentenceStarts.size(); ++k)
+        phrases[kSentenceStarts[k][0] - u'A'] |= 1U << k;
     return phrases;
-}
+}();
 
-// Which phrases follow a letter, digit, "!" or ")" somewhere in the text, in one pass.
-std::array<bool, 22> phrasesAfterSetCharacters(const UnicodeString& u) {
-    const auto& phrases = sentenceStarts();
-    std::array<bool, 22> present{};
-    const char16_t* text = u.getBuffer();
-    for (int32_t i = 1; i < u.length(); ++i) {
-        if (text[i] < u'A' || text[i] > u'Z' || !isSetFollowingCharacter(text[i - 1])) continue;
-        for (std::size_t k = 0; k < phrases.size(); ++k)
-            if (!present[k] && phrases[k].charAt(0) == text[i] &&
-                u.compare(i, phrases[k].length(), phrases[k]) == 0)
-                present[k] = true;
-    }
-    return present;
-}
-
-UnicodeString splittingSentenceStarts(const UnicodeString& u) {
-    const auto& phrases = sentenceStarts();
-    const std::array<bool, 22> present = phrasesAfterSetCharacters(u);
-    std::vector<bool> breakBefore(static_cast<std::size_t>(u.length()), false);
-    bool broken = false;
-    for (std::size_t k = 0; k < phrases.size(); ++k) {
-        if (!present[k]) continue;
-        // A match takes the character before the phrase too, and the next match of this
-        // phrase starts after it, as successive finds do.
-        int32_t resumeAt = 0;
-        for (int32_t i = u.indexOf(phrases[k]); i >= 0; i = u.indexOf(phrases[k], i + 1)) {
-            auto at = static_cast<std::size_t>(i);
-            if (i < 1 || i - 1 < resumeAt || !isSetFollowingCharacter(u.charAt(i - 1)) ||
-                breakBefore[at])
-                continue;
-            breakBefore[at] = broken = true;
-            resumeAt = i + phrases[k].length();
+// A line feed before each sentence start that follows a letter, digit, "!" or ")".
+void splitSentenceStarts(std::u16string& u) {
+    const std::u16string_view text = u;
+    // Where each phrase's last match ended.
+    std::array<std::size_t, kSentenceStarts.size()> resumeAt{};
+    std::vector<LineBreaks> breaks;
+    auto capitalAfterSetCharacter = [](char16_t c, char16_t next) {
+        return isSetFollowingCharacter(c) & (static_cast<char16_t>(next - u'A') < 26);
+    };
+    forEachPairWhere(text, capitalAfterSetCharacter, [&](int32_t before) {
+        const auto at = static_cast<std::size_t>(before) + 1;
+        for (uint32_t phrases = kSentenceStartsByCapital[text[at] - u'A']; phrases != 0;
+             phrases &= phrases - 1) {
+            auto k = static_cast<std::size_t>(std::countr_zero(phrases));
+            if (at - 1 < resumeAt[k] || !text.substr(at).starts_with(kSentenceStarts[k])) continue;
+            breaks.push_back({static_cast<int32_t>(at), 1});
+            resumeAt[k] = at + kSentenceStarts[k].size();
+            break;
         }
-    }
-    if (!broken) return u;
-    UnicodeString out(u.length() + u.length() / 8, 0, 0);  // room for the text and some breaks
-    int32_t copied = 0;
-    for (int32_t i = 1; i < u.length(); ++i) {
-        if (!breakBefore[static_cast<std::size_t>(i)]) continue;
-        out.append(u, copied, i - copied).append(u'\n');
-        copied = i;
-    }
-    return out.append(u, copied, u.length() - copied);
+    });
+    insertLineBreaks(u, breaks);
 }
 
 // --- The repair ------------------------------------------------------------------------------
 
-// Step markers, numbered items and glued sentences, each on a line of its own.
-UnicodeString separatingMarkers(UnicodeString u) {
+// Step markers, numbered items and glued sentences, each on a line of its own. Each pattern's
+// template only puts line feeds around or between its groups, which together make up the whole
+// match ("$1\n\n$2" with "(…)(…)", "\n\n$1\n" with "(…)"), so its replacements are line feeds put
+// in at the ends of the groups.
+void separateMarkers(std::u16string& u) {
     static const IcuRegex gluedMarker(u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])");
     static const IcuRegex inlineMarker(u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE);
     static const IcuRegex inlineNumber(u"(?<!\n)(\\d+\\.\\s)");
     static const IcuRegex markerAfterSentence(u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE);
-    u = gluedMarker.replaceAllAt(u, possibleStepWords(u), u"$1\n\n$2");
-    u = inlineMarker.replaceAllAt(u, possibleStepWords(u), u"\n\n$1\n");
-    u = inlineNumber.replaceAllAt(u, possibleNumbers(u), u"\n\n$1");
-    u = markerAfterSentence.replaceAllAt(u, possibleSentenceEnds(u), u"$1\n\n$2");
-    return splittingSentenceStarts(u);
-}
-
-UnicodeString collapsingBlankRuns(const UnicodeString& u) {
-    static const IcuRegex blankRun(u"\n{3,}");
-    return blankRun.replaceAllAt(u, possibleBlankRuns(u), u"\n\n");
+    std::vector<LineBreaks> breaks;
+    // Two line feeds where the given group of each match starts.
+    auto breakBeforeGroup = [&](const IcuRegex& pattern, const std::vector<int32_t>& candidates,
+                                int32_t group) {
+        breaks.clear();
+        for (TextRange range : pattern.matchRangesAt(aliasOf(u), candidates, group))
+            if (range.first >= 0) breaks.push_back({range.first, 2});
+        insertLineBreaks(u, breaks);
+    };
+    breakBeforeGroup(gluedMarker, possibleStepWords(u), 2);  // "$1\n\n$2"
+    breaks.clear();
+    for (TextRange match : inlineMarker.matchRangesAt(aliasOf(u), possibleStepWords(u))) {
+        breaks.push_back({match.first, 2});  // "\n\n$1\n"
+        breaks.push_back({match.second, 1});
+    }
+    insertLineBreaks(u, breaks);
+    breakBeforeGroup(inlineNumber, possibleNumbers(u), 1);              // "\n\n$1"
+    breakBeforeGroup(markerAfterSentence, possibleSentenceEnds(u), 2);  // "$1\n\n$2"
+    splitSentenceStarts(u);
 }
 
 // normalize, ending in UTF-16 so that the step parser can use it as it is.
-UnicodeString normalizedText(std::string_view input) {
-    UnicodeString u = fromUtf8(text::trimmed(replacingAll(input, "\r\n", "\n")));
-    u = separatingMarkers(droppingEmptyHeadings(u));
-    return trimmedWhiteSpace(collapsingBlankRuns(droppingEmptyHeadings(u)));
+std::u16string normalizedText(std::string_view input) {
+    std::u16string text;
+    text.reserve(input.size() + input.size() / 8);  // room for the line feeds the steps add
+    assignUtf8(text, trimmedView(input));
+    joinCarriageReturns(text);
+    dropEmptyHeadings(text);
+    separateMarkers(text);
+    dropEmptyHeadings(text);
+    collapseBlankRuns(text);
+    trimWhiteSpace(text);
+    return text;
 }
 
 // --- Cleaning a line ------------------------------------------------------------------------
@@ -395,19 +557,19 @@ CoachMessageFormatting::ProceduralStep stepFromBody(std::string_view body) {
 
 // The procedure of a normalised text.
 std::optional<CoachMessageFormatting::ProceduralContent> proceduralContentOf(
-    const UnicodeString& u) {
+    std::u16string_view u) {
     static const IcuRegex marker(u"(?i)Step\\s+(\\d+)\\s*:\\s*");
     if (!marker.isValid()) return std::nullopt;
-    auto matches = marker.matchRangesAt(u, possibleStepWords(u));
+    auto matches = marker.matchRangesAt(aliasOf(u), possibleStepWords(u));
     if (matches.size() < 2) return std::nullopt;
     CoachMessageFormatting::ProceduralContent content;
     if (matches.front().first >= 1)
-        content.intro = text::trimmed(toUtf8(u.tempSubString(0, matches.front().first)));
+        content.intro = text::trimmed(toUtf8(u.substr(0, matches.front().first)));
     for (std::size_t i = 0; i < matches.size(); ++i) {
         int32_t start = matches[i].second;
-        int32_t end = i + 1 < matches.size() ? matches[i + 1].first : u.length();
+        int32_t end = i + 1 < matches.size() ? matches[i + 1].first : lengthOf(u);
         if (end - start <= 0) continue;
-        std::string body = toUtf8(u.tempSubString(start, end - start));
+        std::string body = toUtf8(u.substr(start, end - start));
         if (!trimmedView(body).empty()) content.steps.push_back(stepFromBody(trimmedView(body)));
     }
     if (content.steps.size() < 2) return std::nullopt;
@@ -440,7 +602,11 @@ std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input)
     std::string text(trimmedInput);
     if (marked) {
         // Malformed bytes become U+FFFD, as when the patterns read the text as UTF-16.
-        if (!text::isValidUtf8(text)) text = toUtf8(fromUtf8(text));
+        if (!text::isValidUtf8(text)) {
+            std::u16string u;
+            assignUtf8(u, text);
+            text = toUtf8(u);
+        }
         std::string_view s = text;
         if (s.starts_with('*') || s.starts_with('#')) s = withoutLeadingHeadingMark(s);
         if (s.ends_with('*')) s = withoutTrailingStars(s);
@@ -461,7 +627,7 @@ std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) 
 }
 
 CoachMessageFormatting::ReplyLayout CoachMessageFormatting::layout(std::string_view input) {
-    UnicodeString normalized = normalizedText(input);
+    std::u16string normalized = normalizedText(input);
     ReplyLayout layout{proceduralContentOf(normalized), {}};
     if (!layout.procedure) layout.blocks = blocksOf(toUtf8(normalized));
     return layout;

@@ -18,25 +18,6 @@ uint64_t nextPatternId() {
     return ++counter;
 }
 
-// Literal text and "$n" group references: all the templates of the kit need.
-void appendExpanded(icu::UnicodeString& out, std::u16string_view replacement,
-                    const icu::UnicodeString& text, const icu::RegexMatcher& matcher,
-                    UErrorCode& status) {
-    for (std::size_t i = 0; i < replacement.size(); ++i) {
-        char16_t c = replacement[i];
-        bool isGroup = c == u'$' && i + 1 < replacement.size() && replacement[i + 1] >= u'1' &&
-                       replacement[i + 1] <= u'9';
-        if (!isGroup) {
-            out.append(c);
-            continue;
-        }
-        int32_t group = replacement[++i] - u'0';
-        int32_t start = matcher.start(group, status);
-        int32_t end = matcher.end(group, status);
-        if (U_SUCCESS(status) && start >= 0) out.append(text, start, end - start);
-    }
-}
-
 }  // namespace
 
 // A matcher of the pattern, reset to the text, borrowed from the thread's cache for the
@@ -140,35 +121,16 @@ bool IcuRegex::forEachMatchAt(const icu::UnicodeString& text,
 }
 
 std::vector<TextRange> IcuRegex::matchRangesAt(const icu::UnicodeString& text,
-                                               const std::vector<int32_t>& candidates) const {
+                                               const std::vector<int32_t>& candidates,
+                                               int32_t group) const {
     std::vector<TextRange> ranges;
     bool ok = forEachMatchAt(
-        text, candidates, [&](const icu::RegexMatcher&, int32_t start, int32_t end, UErrorCode&) {
-            ranges.emplace_back(start, end);
+        text, candidates,
+        [&](const icu::RegexMatcher& matcher, int32_t, int32_t, UErrorCode& status) {
+            ranges.emplace_back(matcher.start(group, status), matcher.end(group, status));
             return true;
         });
     return ok ? ranges : std::vector<TextRange>{};
-}
-
-icu::UnicodeString IcuRegex::replaceAllAt(const icu::UnicodeString& text,
-                                          const std::vector<int32_t>& candidates,
-                                          std::u16string_view replacement) const {
-    // Room for the text and some growth, so that appending rarely moves what is there.
-    icu::UnicodeString out(text.length() + text.length() / 8, 0, 0);
-    int32_t copied = 0;
-    bool replaced = false;
-    bool ok = forEachMatchAt(
-        text, candidates,
-        [&](const icu::RegexMatcher& matcher, int32_t start, int32_t end, UErrorCode& status) {
-            out.append(text, copied, start - copied);
-            appendExpanded(out, replacement, text, matcher, status);
-            copied = end;
-            replaced = true;
-            return true;
-        });
-    if (!ok || !replaced) return text;
-    out.append(text, copied, text.length() - copied);
-    return out;
 }
 
 }  // namespace sagely::detail

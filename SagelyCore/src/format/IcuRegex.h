@@ -50,15 +50,11 @@ public:
 
     /// The matches that start at one of the candidate positions (ascending), skipping those that
     /// overlap an earlier match: the same list as matchRanges when every possible start is a
-    /// candidate.
+    /// candidate. With a group number, the range of that capture group in each of those matches
+    /// ({-1, -1} where it took no part).
     std::vector<TextRange> matchRangesAt(const icu::UnicodeString& text,
-                                         const std::vector<int32_t>& candidates) const;
-
-    /// replaceAll restricted to matches that start at a candidate position. The template may
-    /// hold "$1" to "$9" and literal text.
-    icu::UnicodeString replaceAllAt(const icu::UnicodeString& text,
-                                    const std::vector<int32_t>& candidates,
-                                    std::u16string_view replacement) const;
+                                         const std::vector<int32_t>& candidates,
+                                         int32_t group = 0) const;
 
     class MatcherLease;
 

@@ -308,7 +308,7 @@ std::string referenceClean(const std::string& input) {
     return sagely::text::trimmed(text);
 }
 
-std::vector<std::string> randomReplies(std::size_t count) {
+std::vector<std::string> randomReplies(std::size_t count, std::size_t maxPieces = 24) {
     // Includes characters that case-fold to "s" or "st", digits outside ASCII (one of them
     // outside the basic plane) and line separators, where shortcuts would most likely go wrong.
     static const std::array<std::string, 42> pieces = {
@@ -320,7 +320,7 @@ std::vector<std::string> randomReplies(std::size_t count) {
         "\u017Ftep", "\u2028",     "\u0663", "a",      "\u00DF",  "\uFB06ep",
         "\u1E9E",    "\U0001D7CE", "\u212A", "\u0130", "\t",      "\u0085"};
     std::mt19937 random(20240611);
-    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1), length(0, 24);
+    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1), length(0, maxPieces);
     std::vector<std::string> replies;
     for (std::size_t i = 0; i < count; ++i) {
         std::string reply;
@@ -351,6 +351,13 @@ TEST(FormattingShortcuts, GiveTheSameResultsAsApplyingEveryPattern) {
         ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
         ASSERT_EQ(clean(reply), referenceClean(reply)) << "line: " << reply;
     }
+}
+
+// Long replies are scanned a block of characters at a time; matches and marks fall at the ends
+// of blocks and across them.
+TEST(FormattingShortcuts, GiveTheSameResultsOnLongRepliesAsApplyingEveryPattern) {
+    for (const std::string& reply : randomReplies(150, 600))
+        ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
 }
 
 TEST(FormattingShortcuts, FindTheSameStepsAsSearchingTheWholeText) {
