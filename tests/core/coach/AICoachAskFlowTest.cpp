@@ -345,6 +345,31 @@ TEST_F(AICoachAskFlowTest, ANewQuestionEndsARequestStillWaitingForItsEnrichment)
     EXPECT_FALSE(coach->isThinking().get());
 }
 
+TEST_F(AICoachAskFlowTest, ARequestEndedBeforeItsWorkerStartedLeavesThinkingToTheNewerOne) {
+    harness.llm->hold();
+    harness.llm->enqueueReply("Second answer");
+    auto coach = harness.makeCoach();
+    std::vector<std::function<void(std::optional<CoachReplyEnrichment>)>> held;
+    coach->replyEnrichmentProvider = [&](auto done) {
+        if (held.empty()) {
+            held.push_back(std::move(done));  // never answered
+        } else {
+            done(std::nullopt);
+        }
+    };
+    auto first = harness.ask(*coach, "First");
+    auto second = harness.ask(*coach, "Second");
+    ASSERT_TRUE(harness.runUntil([&] { return first->calls > 0; }));
+    ASSERT_TRUE(harness.llm->waitForCalls(1, 5s));
+    harness.executor->runFor(50ms);
+    EXPECT_TRUE(coach->isThinking().get());  // the second question is still being answered
+
+    harness.llm->release();
+    ASSERT_TRUE(harness.runUntilAnswered(*second));
+    EXPECT_EQ(second->reply->content(), "Second answer");
+    EXPECT_FALSE(coach->isThinking().get());
+}
+
 // --- Failures ---
 
 struct FailureCase {
