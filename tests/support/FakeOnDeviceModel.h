@@ -35,7 +35,7 @@ public:
         std::size_t session = 0;  ///< counting from 1, in the order sessions were made
         std::string prompt;
         OnDeviceGenerationOptions options;
-        bool streamed = false;  ///< asked through streamResponse()
+        bool streamed = false;                 ///< asked through streamResponse()
         std::vector<OnDeviceTool> tools = {};  ///< offered by the session
     };
     /// A call an answer makes: the tool's name and the arguments as JSON text.

@@ -63,8 +63,8 @@ private:
 using OnDeviceSnapshotHandler = std::function<void(const std::string& textSoFar)>;
 
 /// A tool offered to the model: its name, a one-line description, and its parameters as the
-/// schema description the framework builds its run-time schema from (JSON text, as
-/// AppleOnDeviceToolSchema makes it).
+/// description the framework's run-time schema is built from (JSON text the on-device client
+/// makes from the action's JSON Schema, one node per schema initializer).
 struct OnDeviceTool {
     std::string name;
     std::string description;

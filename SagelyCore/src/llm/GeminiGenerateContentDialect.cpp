@@ -101,9 +101,9 @@ nlohmann::json GeminiGenerateContentDialect::body(const std::vector<LLMMessage>&
             continue;
         }
         if (!message.toolResults.empty()) {
-            contents.push_back({{"role", "user"},
-                                {"parts", responseParts(message, calls ? *calls
-                                                                       : std::vector<LLMToolCall>{})}});
+            contents.push_back(
+                {{"role", "user"},
+                 {"parts", responseParts(message, calls ? *calls : std::vector<LLMToolCall>{})}});
             continue;
         }
         // A question right after function responses joins their content: turns alternate.

@@ -266,7 +266,8 @@ LLMReply LLMClient::streamWithTools(const std::vector<LLMMessage>& messages,
                                     const CancellationToken& cancellation,
                                     const LLMDeltaHandler& onDelta,
                                     const LLMRetryHandler& onRetry) {
-    if (tools.empty()) return stream(messages, config, modelOverride, cancellation, onDelta, onRetry);
+    if (tools.empty())
+        return stream(messages, config, modelOverride, cancellation, onDelta, onRetry);
     if (usesOnDeviceModel(config)) {
         requireOnDeviceSystem();
         const LLMDeltaHandler none;

@@ -59,10 +59,10 @@ std::vector<OnDeviceTool> onDeviceTools(const std::vector<LLMTool>& tools) {
     std::vector<OnDeviceTool> offered;
     for (const LLMTool& tool : tools) {
         try {
-            offered.push_back(
-                {tool.name, tool.description,
-                 detail::onDeviceSchemaDescription(tool.name, nlohmann::json::parse(tool.parameters))
-                     .dump()});
+            offered.push_back({tool.name, tool.description,
+                               detail::onDeviceSchemaDescription(
+                                   tool.name, nlohmann::json::parse(tool.parameters))
+                                   .dump()});
         } catch (const std::exception& problem) {
             log("The action " + tool.name +
                 " is not offered to the on-device model: " + problem.what());
@@ -73,6 +73,39 @@ std::vector<OnDeviceTool> onDeviceTools(const std::vector<LLMTool>& tools) {
 
 bool overflowed(const OnDeviceGenerationError& error) {
     return error.kind() == OnDeviceGenerationError::Kind::exceededContextWindowSize;
+}
+
+// Asks with the fitted prompt; a context-window overflow is asked once more with the prompt's
+// first 1500 characters (where the system instructions stand), unless some text was shown
+// already (`shown`, none when nothing streams): shown text cannot be taken back, so an overflow
+// then ends the reply with it, as a length limit would, and any other generation error fails
+// with its description.
+template <typename Reply, typename Ask>
+Reply askWithContextRetry(const AppleOnDevicePromptFit& fitted, const std::string* shown,
+                          const Ask& ask) {
+    const auto hasShownText = [shown] { return shown != nullptr && !shown->empty(); };
+    try {
+        return ask(fitted);
+    } catch (const OnDeviceGenerationError& error) {
+        if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
+        if (hasShownText()) return Reply{*shown};
+    }
+    const auto shorter = AppleOnDevicePromptFit::fit(
+        text::prefixCharacters(fitted.prompt, kRetryPromptCharacters), kRetryRequestedTokens,
+        AppleFoundationModelClient::contextTokenLimit);
+    try {
+        return ask(shorter);
+    } catch (const CancelledError&) {
+        throw;
+    } catch (const OnDeviceGenerationError& error) {
+        if (hasShownText()) {
+            if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
+            return Reply{*shown};
+        }
+    } catch (...) {
+        // Any failure of the shorter prompt means the question does not fit.
+    }
+    throw CoachLLMError::serverError(contextWindowMessage());
 }
 
 }  // namespace
@@ -187,8 +220,8 @@ std::shared_ptr<OnDeviceLanguageModel> AppleFoundationModelClient::usableModel(
 std::string AppleFoundationModelClient::complete(const std::vector<LLMMessage>& messages,
                                                  const CoachConfig& config,
                                                  const CancellationToken& cancellation) const {
-    return respondWithRetry(*usableModel(config)->makeSession(), detail::flattenTranscript(messages), config,
-                            cancellation, nullptr);
+    return respondWithRetry(*usableModel(config)->makeSession(),
+                            detail::flattenTranscript(messages), config, cancellation, nullptr);
 }
 
 std::string AppleFoundationModelClient::stream(const std::vector<LLMMessage>& messages,
@@ -196,9 +229,9 @@ std::string AppleFoundationModelClient::stream(const std::vector<LLMMessage>& me
                                                const CancellationToken& cancellation,
                                                const DeltaHandler& onDelta) const {
     SnapshotDeltas deltas(onDelta);
-    std::string reply = respondWithRetry(*usableModel(config)->makeSession(),
-                                         detail::flattenTranscript(messages), config, cancellation,
-                                         &deltas);
+    std::string reply =
+        respondWithRetry(*usableModel(config)->makeSession(), detail::flattenTranscript(messages),
+                         config, cancellation, &deltas);
     deltas(reply);  // what the last snapshot did not hand on yet
     return reply;
 }
@@ -208,39 +241,14 @@ std::string AppleFoundationModelClient::respondWithRetry(OnDeviceSession& sessio
                                                          const CoachConfig& config,
                                                          const CancellationToken& cancellation,
                                                          SnapshotDeltas* deltas) const {
-    const auto ask = [&](const AppleOnDevicePromptFit& fit) {
-        if (!deltas) return session.respond(fit.prompt, optionsFor(config, fit), cancellation);
-        return session.streamResponse(
-            fit.prompt, optionsFor(config, fit), cancellation,
-            [deltas](const std::string& snapshot) { (*deltas)(snapshot); });
-    };
-    // Text already shown stays: the request does not start over, and an overflow ends the reply
-    // where it stands, as a length limit would.
-    const auto hasShownText = [deltas] { return deltas && !deltas->shown().empty(); };
-    const auto fitted = AppleOnDevicePromptFit::fit(prompt, config.maxTokens, contextTokenLimit);
-    try {
-        return ask(fitted);
-    } catch (const OnDeviceGenerationError& error) {
-        if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
-        if (hasShownText()) return deltas->shown();
-    }
-    // Keep the beginning of the prompt: that is where the system instructions stand.
-    const auto shorter =
-        AppleOnDevicePromptFit::fit(text::prefixCharacters(fitted.prompt, kRetryPromptCharacters),
-                                    kRetryRequestedTokens, contextTokenLimit);
-    try {
-        return ask(shorter);
-    } catch (const CancelledError&) {
-        throw;
-    } catch (const OnDeviceGenerationError& error) {
-        if (hasShownText()) {
-            if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
-            return deltas->shown();
-        }
-    } catch (...) {
-        // Any failure of the shorter prompt means the question does not fit.
-    }
-    throw CoachLLMError::serverError(contextWindowMessage());
+    return askWithContextRetry<std::string>(
+        AppleOnDevicePromptFit::fit(prompt, config.maxTokens, contextTokenLimit),
+        deltas ? &deltas->shown() : nullptr, [&](const AppleOnDevicePromptFit& fit) {
+            if (!deltas) return session.respond(fit.prompt, optionsFor(config, fit), cancellation);
+            return session.streamResponse(
+                fit.prompt, optionsFor(config, fit), cancellation,
+                [deltas](const std::string& snapshot) { (*deltas)(snapshot); });
+        });
 }
 
 AppleFoundationModelClient::ToolStep AppleFoundationModelClient::streamWithTools(
@@ -252,25 +260,17 @@ AppleFoundationModelClient::ToolStep AppleFoundationModelClient::streamWithTools
         run = m_waiting->take(messages.back().toolResults);
         if (run) run->answer(messages.back().toolResults);
     }
-    const bool resumed = run != nullptr;
-    const auto start = [&](const AppleOnDevicePromptFit& fit) {
-        return std::make_unique<detail::OnDeviceToolRun>(*usableModel(config), onDeviceTools(tools),
-                                                         fit.prompt, optionsFor(config, fit),
-                                                         static_cast<bool>(onDelta));
-    };
-    const auto fitted = AppleOnDevicePromptFit::fit(detail::flattenTranscript(messages),
-                                                    config.maxTokens, contextTokenLimit);
-    if (!run) run = start(fitted);
 
     // The snapshots may hold the whole response, the parts before earlier calls included: this
     // request shows and returns only what follows them.
     SnapshotDeltas deltas(onDelta);
-    std::string latest = run->shownBefore;
+    std::string latest;
     const auto ownPart = [&run](const std::string& snapshot) {
         return snapshot.starts_with(run->shownBefore) ? snapshot.substr(run->shownBefore.size())
                                                       : snapshot;
     };
     const auto step = [&]() -> ToolStep {
+        latest = run->shownBefore;
         std::string reply;
         std::vector<LLMToolCall> calls = run->next(
             cancellation,
@@ -289,25 +289,25 @@ AppleFoundationModelClient::ToolStep AppleFoundationModelClient::streamWithTools
         m_waiting->keep(std::move(run));
         return waiting;
     };
-    try {
-        return step();
-    } catch (const OnDeviceGenerationError& error) {
-        if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
-        // Text already shown, or calls already made, stay: the reply ends where it stands.
-        if (resumed || !deltas.shown().empty()) return {deltas.shown(), {}};
+    if (run) {
+        try {
+            return step();
+        } catch (const OnDeviceGenerationError& error) {
+            // The calls have run: the response cannot start over with a shorter prompt.
+            if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
+            if (!deltas.shown().empty()) return {deltas.shown(), {}};
+            throw CoachLLMError::serverError(contextWindowMessage());
+        }
     }
-    // Keep the beginning of the prompt: that is where the system instructions stand.
-    run = start(AppleOnDevicePromptFit::fit(
-        text::prefixCharacters(fitted.prompt, kRetryPromptCharacters), kRetryRequestedTokens,
-        contextTokenLimit));
-    try {
-        return step();
-    } catch (const CancelledError&) {
-        throw;
-    } catch (...) {
-        // Any failure of the shorter prompt means the question does not fit.
-    }
-    throw CoachLLMError::serverError(contextWindowMessage());
+    return askWithContextRetry<ToolStep>(
+        AppleOnDevicePromptFit::fit(detail::flattenTranscript(messages), config.maxTokens,
+                                    contextTokenLimit),
+        &deltas.shown(), [&](const AppleOnDevicePromptFit& fit) {
+            run = std::make_unique<detail::OnDeviceToolRun>(
+                *usableModel(config), onDeviceTools(tools), fit.prompt, optionsFor(config, fit),
+                static_cast<bool>(onDelta));
+            return step();
+        });
 }
 
 bool AppleFoundationModelSupport::isRuntimeAvailable() {

@@ -41,10 +41,10 @@ json describe(const json& schema, const std::string& path) {
         json node = {{"kind", "object"}, {"name", path}, {"properties", json::array()}};
         copyDescription(schema, node);
         for (const auto& [name, member] : members.items()) {
-            json property = {{"name", name},
-                             {"optional", std::find(required.begin(), required.end(), name) ==
-                                              required.end()},
-                             {"schema", describe(member, path + "." + name)}};
+            json property = {
+                {"name", name},
+                {"optional", std::find(required.begin(), required.end(), name) == required.end()},
+                {"schema", describe(member, path + "." + name)}};
             copyDescription(member, property);
             node["properties"].push_back(std::move(property));
         }

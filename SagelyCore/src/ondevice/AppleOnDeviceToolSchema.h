@@ -3,8 +3,10 @@
 // maps one node to one initializer:
 //
 //   {"kind":"object","name":N,"description":D?,"properties":[
-//       {"name":P,"description":D?,"optional":B,"schema":NODE}, …]}   → init(name:description:properties:)
-//   {"kind":"choices","name":N,"description":D?,"choices":["a",…]}    → init(name:description:anyOf:)
+//       {"name":P,"description":D?,"optional":B,"schema":NODE}, …]}   →
+//       init(name:description:properties:)
+//   {"kind":"choices","name":N,"description":D?,"choices":["a",…]}    →
+//   init(name:description:anyOf:)
 //   {"kind":"array","items":NODE}                                     → init(arrayOf:)
 //   {"kind":"string"|"integer"|"number"|"boolean"}                    → init(type:) with String,
 //                                                                      Int, Double, Bool

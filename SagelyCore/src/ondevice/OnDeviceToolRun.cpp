@@ -60,34 +60,34 @@ OnDeviceToolRun::OnDeviceToolRun(OnDeviceLanguageModel& model,
     : m_state(std::make_shared<State>()) {
     std::weak_ptr<State> weak = m_state;
     std::shared_ptr<OnDeviceSession> session = model.makeSessionWithTools(
-        tools, [weak](const std::string& tool, const std::string& arguments,
-                      OnDeviceToolAnswer answer) {
+        tools,
+        [weak](const std::string& tool, const std::string& arguments, OnDeviceToolAnswer answer) {
             if (auto state = weak.lock()) return state->asked(tool, arguments, std::move(answer));
             answer(std::nullopt);
         });
-    m_thread = std::thread([state = m_state, session, prompt = std::move(prompt), options,
-                            streamed] {
-        std::string reply;
-        std::exception_ptr failure;
-        try {
-            reply = streamed ? session->streamResponse(prompt, options, state->stop,
-                                                       [&state](const std::string& text) {
-                                                           std::lock_guard lock(state->mutex);
-                                                           state->snapshot = text;
-                                                           state->changed.notify_all();
-                                                       })
-                             : session->respond(prompt, options, state->stop);
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        // A call the response no longer waits for is let go.
-        for (auto& call : state->takeCalls()) call.answer(std::nullopt);
-        std::lock_guard lock(state->mutex);
-        state->reply = std::move(reply);
-        state->failure = failure;
-        state->ended = true;
-        state->changed.notify_all();
-    });
+    m_thread =
+        std::thread([state = m_state, session, prompt = std::move(prompt), options, streamed] {
+            std::string reply;
+            std::exception_ptr failure;
+            try {
+                reply = streamed ? session->streamResponse(prompt, options, state->stop,
+                                                           [&state](const std::string& text) {
+                                                               std::lock_guard lock(state->mutex);
+                                                               state->snapshot = text;
+                                                               state->changed.notify_all();
+                                                           })
+                                 : session->respond(prompt, options, state->stop);
+            } catch (...) {
+                failure = std::current_exception();
+            }
+            // A call the response no longer waits for is let go.
+            for (auto& call : state->takeCalls()) call.answer(std::nullopt);
+            std::lock_guard lock(state->mutex);
+            state->reply = std::move(reply);
+            state->failure = failure;
+            state->ended = true;
+            state->changed.notify_all();
+        });
 }
 
 OnDeviceToolRun::~OnDeviceToolRun() {
@@ -151,8 +151,9 @@ void OnDeviceToolRun::answer(const std::vector<LLMToolResult>& results) {
     std::vector<State::Call> answered;
     {
         std::lock_guard lock(m_state->mutex);
-        auto waiting = std::stable_partition(m_state->calls.begin(), m_state->calls.end(),
-                                             [](const State::Call& call) { return !call.handedOut; });
+        auto waiting =
+            std::stable_partition(m_state->calls.begin(), m_state->calls.end(),
+                                  [](const State::Call& call) { return !call.handedOut; });
         std::move(waiting, m_state->calls.end(), std::back_inserter(answered));
         m_state->calls.erase(waiting, m_state->calls.end());
     }

@@ -37,8 +37,8 @@ public:
     std::vector<CoachHostAction> actions;
 };
 
-FakeOnDeviceModel::Answer callsThenReply(std::vector<std::vector<FakeOnDeviceModel::ToolCall>> rounds,
-                                         std::string text) {
+FakeOnDeviceModel::Answer callsThenReply(
+    std::vector<std::vector<FakeOnDeviceModel::ToolCall>> rounds, std::string text) {
     FakeOnDeviceModel::Answer answer = FakeOnDeviceModel::reply(std::move(text));
     answer.toolRounds = std::move(rounds);
     return answer;
@@ -295,12 +295,11 @@ TEST_F(AICoachOnDeviceActionsTest, TheCallsAreSavedAndAFollowUpCarriesThemInTheP
 }
 
 TEST_F(AICoachOnDeviceActionsTest, AnActionWithoutAnOnDeviceFormIsLeftOutAndTheOthersOffered) {
-    context->actions.push_back(CoachHostAction("set_size", "Sets the size.",
-                                               json{{"type", "object"},
-                                                    {"properties",
-                                                     {{"size", {{"type", "integer"},
-                                                                {"enum", {1, 2, 3}}}}}}},
-                                               [](const json&) { return CoachHostActionResult{}; }));
+    context->actions.push_back(CoachHostAction(
+        "set_size", "Sets the size.",
+        json{{"type", "object"},
+             {"properties", {{"size", {{"type", "integer"}, {"enum", {1, 2, 3}}}}}}},
+        [](const json&) { return CoachHostActionResult{}; }));
     model->enqueue(FakeOnDeviceModel::reply("Hi."));
     auto recorder = ask("Hello?");
     ASSERT_TRUE(harness.runUntilAnswered(*recorder, 30s));

@@ -404,9 +404,9 @@ TEST_F(LLMClientTest, GeminiCallsWithoutAnIdGetOneMarkedAsMadeUp) {
         200, R"({"candidates":[{"content":{"role":"model","parts":[)"
              R"({"functionCall":{"id":"call_7","name":"f","args":{}}},)"
              R"({"functionCall":{"name":"f","args":{}}}]},"finishReason":"STOP"}]})"));
-    const LLMReply reply = m_client.streamWithTools(
-        kChat, {{"f", "Does f.", R"({"type":"object"})"}}, configFor(Provider::gemini, "/g"),
-        std::nullopt, {}, {});
+    const LLMReply reply =
+        m_client.streamWithTools(kChat, {{"f", "Does f.", R"({"type":"object"})"}},
+                                 configFor(Provider::gemini, "/g"), std::nullopt, {}, {});
     ASSERT_EQ(reply.toolCalls.size(), 2u);
     EXPECT_EQ(reply.toolCalls[0].id, "call_7");  // the model's own, whatever it looks like
     EXPECT_FALSE(reply.toolCalls[0].idMadeUp);

@@ -47,8 +47,8 @@ TEST(CoachActionCallTest, ARoundIsWrittenWithOptionalKeysAndReadBack) {
 }
 
 TEST(CoachActionCallTest, AnIdTheKitMadeUpIsMarkedOnlyThen) {
-    CoachActionCall madeUp{"call_1", "read_settings", "", "{}", Status::done, "ok", std::nullopt,
-                           true};
+    CoachActionCall madeUp{"call_1", "read_settings", "",  "{}", Status::done,
+                           "ok",     std::nullopt,    true};
     CoachActionCall own{"call_9", "read_settings", "", "{}", Status::done, "ok"};
     const CoachMessage message = CoachMessage::actionRound("", {madeUp, own}, "");
     const json written = json::parse(encodeJson(message));

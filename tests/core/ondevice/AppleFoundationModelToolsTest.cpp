@@ -51,10 +51,9 @@ class AppleFoundationModelToolsTest : public ::testing::Test {
 protected:
     AppleFoundationModelClient::ToolStep ask(const std::vector<LLMMessage>& messages,
                                              const CancellationToken& cancellation = {}) {
-        return m_client.streamWithTools(messages, kTools, appleConfig(), cancellation,
-                                        [this](std::string_view piece) {
-                                            m_pieces.emplace_back(piece);
-                                        });
+        return m_client.streamWithTools(
+            messages, kTools, appleConfig(), cancellation,
+            [this](std::string_view piece) { m_pieces.emplace_back(piece); });
     }
 
     std::string shown() const {
@@ -115,10 +114,10 @@ TEST_F(AppleFoundationModelToolsTest, TheToolsAreOfferedWithTheirOnDeviceSchema)
     EXPECT_EQ(responses[0].tools[0].name, "read_settings");
     EXPECT_EQ(responses[0].tools[0].description, "Reads the settings.");
     EXPECT_EQ(nlohmann::json::parse(responses[0].tools[0].parameters),
-              (nlohmann::json{
-                  {"kind", "object"}, {"name", "read_settings"}, {"properties", nlohmann::json::array()}}));
-    EXPECT_EQ(responses[0].prompt,
-              "System instructions:\nYou are the coach.\n\nWhich palette?");
+              (nlohmann::json{{"kind", "object"},
+                              {"name", "read_settings"},
+                              {"properties", nlohmann::json::array()}}));
+    EXPECT_EQ(responses[0].prompt, "System instructions:\nYou are the coach.\n\nWhich palette?");
 }
 
 TEST_F(AppleFoundationModelToolsTest, ResultsNoResponseWaitsForStartAFreshOneWithThemAsText) {
@@ -178,6 +177,23 @@ TEST_F(AppleFoundationModelToolsTest, AnOverflowBeforeAnyTextIsRetriedShorterOnc
     const auto responses = m_model->respondCalls();
     ASSERT_EQ(responses.size(), 2u);
     EXPECT_EQ(responses[1].tools.size(), 1u);
+}
+
+TEST_F(AppleFoundationModelToolsTest, AnOverflowAfterTheCallsEndsTheReplyWithoutStartingOver) {
+    FakeOnDeviceModel::Answer answer = FakeOnDeviceModel::exceededContextWindow();
+    answer.toolRounds = {{{"read_settings", "{}"}}};
+    m_model->enqueue(answer);
+    const auto first = ask(kChat);
+    ASSERT_EQ(first.calls.size(), 1u);
+    try {
+        ask(withResults(first.calls, "palette=light"));
+        FAIL() << "answered";
+    } catch (const CoachLLMError& error) {
+        EXPECT_EQ(error.errorDescription(),
+                  "Exceeded the on-device model context window. Ask a shorter question, or switch "
+                  "Coach to OpenAI, Anthropic, or Gemini.");
+    }
+    EXPECT_EQ(m_model->respondCalls().size(), 1u);  // the calls have run: no second prompt
 }
 
 }  // namespace

@@ -62,16 +62,15 @@ TEST(AppleOnDeviceToolSchemaTest, AnEnumOfStringsBecomesNamedChoices) {
 }
 
 TEST(AppleOnDeviceToolSchemaTest, ArraysAndNestedObjectsGetNamesAlongTheirPath) {
-    const json schema = {
-        {"type", "object"},
-        {"properties",
-         {{"layers",
-           {{"type", "array"},
-            {"items",
-             {{"type", "object"},
-              {"properties", {{"title", {{"type", "string"}}}}},
-              {"required", {"title"}},
-              {"additionalProperties", false}}}}}}}};
+    const json schema = {{"type", "object"},
+                         {"properties",
+                          {{"layers",
+                            {{"type", "array"},
+                             {"items",
+                              {{"type", "object"},
+                               {"properties", {{"title", {{"type", "string"}}}}},
+                               {"required", {"title"}},
+                               {"additionalProperties", false}}}}}}}};
     const json layers = onDeviceSchemaDescription("plan", schema)["properties"][0]["schema"];
     EXPECT_EQ(layers["kind"], "array");
     EXPECT_EQ(layers["items"]["kind"], "object");
@@ -90,12 +89,11 @@ TEST(AppleOnDeviceToolSchemaTest, AnnotationsAndAdditionalPropertiesAreLeftOut) 
                              {"default", "Untitled"},
                              {"examples", {"Launch"}}}}}}};
     const json described = onDeviceSchemaDescription("a", schema);
-    EXPECT_EQ(described, (json{{"kind", "object"},
-                               {"name", "a"},
-                               {"properties",
-                                {{{"name", "name"},
-                                  {"optional", true},
-                                  {"schema", {{"kind", "string"}}}}}}}));
+    EXPECT_EQ(described,
+              (json{{"kind", "object"},
+                    {"name", "a"},
+                    {"properties",
+                     {{{"name", "name"}, {"optional", true}, {"schema", {{"kind", "string"}}}}}}}));
 }
 
 TEST(AppleOnDeviceToolSchemaTest, AnObjectWithoutPropertiesHasNone) {

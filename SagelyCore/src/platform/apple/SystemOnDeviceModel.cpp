@@ -251,11 +251,11 @@ public:
                             {"description", tool.description},
                             {"parameters", nlohmann::json::parse(tool.parameters)}});
         const std::uintptr_t number = ToolHandlers::add(std::move(onToolCall));
-        BridgeHandle session = adopt(
-            m_model ? sagely_fm_session_create_with_tools(m_model.get(), list.dump().c_str(),
-                                                          reinterpret_cast<void*>(number),
-                                                          &deliverToolCall)
-                    : nullptr);
+        BridgeHandle session =
+            adopt(m_model ? sagely_fm_session_create_with_tools(m_model.get(), list.dump().c_str(),
+                                                                reinterpret_cast<void*>(number),
+                                                                &deliverToolCall)
+                          : nullptr);
         if (!session) {
             ToolHandlers::remove(number);
             throw Error("The on-device model could not open a session with the host's actions.");
