@@ -320,17 +320,24 @@ TEST_F(AICoachAskFlowTest, TheEnrichmentMayAnswerFromAnotherThread) {
               buildCoachSystemPrompt(Provider::openai, "Q", "From a helper", nullptr));
 }
 
-TEST_F(AICoachAskFlowTest, ANewQuestionEndsARequestStillWaitingForItsEnrichment) {
-    harness.llm->enqueueReply("Second answer");
-    auto coach = harness.makeCoach();
-    std::vector<std::function<void(std::optional<CoachReplyEnrichment>)>> held;
-    coach->replyEnrichmentProvider = [&](auto done) {
+// An enrichment provider that keeps the first question's callback unanswered in `held` and
+// answers every later question at once with no enrichment.
+AICoach::ReplyEnrichmentProvider holdingTheFirst(
+    std::vector<std::function<void(std::optional<CoachReplyEnrichment>)>>& held) {
+    return [&held](auto done) {
         if (held.empty()) {
-            held.push_back(std::move(done));  // never answered
+            held.push_back(std::move(done));
         } else {
             done(std::nullopt);
         }
     };
+}
+
+TEST_F(AICoachAskFlowTest, ANewQuestionEndsARequestStillWaitingForItsEnrichment) {
+    harness.llm->enqueueReply("Second answer");
+    auto coach = harness.makeCoach();
+    std::vector<std::function<void(std::optional<CoachReplyEnrichment>)>> held;
+    coach->replyEnrichmentProvider = holdingTheFirst(held);
     auto first = harness.ask(*coach, "First");
     auto second = harness.ask(*coach, "Second");
     ASSERT_TRUE(harness.runUntil([&] { return first->calls && second->calls; }));
@@ -350,13 +357,7 @@ TEST_F(AICoachAskFlowTest, ARequestEndedBeforeItsWorkerStartedLeavesThinkingToTh
     harness.llm->enqueueReply("Second answer");
     auto coach = harness.makeCoach();
     std::vector<std::function<void(std::optional<CoachReplyEnrichment>)>> held;
-    coach->replyEnrichmentProvider = [&](auto done) {
-        if (held.empty()) {
-            held.push_back(std::move(done));  // never answered
-        } else {
-            done(std::nullopt);
-        }
-    };
+    coach->replyEnrichmentProvider = holdingTheFirst(held);
     auto first = harness.ask(*coach, "First");
     auto second = harness.ask(*coach, "Second");
     ASSERT_TRUE(harness.runUntil([&] { return first->calls > 0; }));

@@ -3,6 +3,7 @@
 // each call as it does for the HTTP formats (the same scenarios as AICoachHostActionsTest).
 #include "support/CoachHarness.h"
 #include "support/FakeOnDeviceModel.h"
+#include "support/SampleHostActions.h"
 
 #include <sagely/AICoach.h>
 #include <sagely/CoachHostAction.h>
@@ -26,17 +27,6 @@ using testing::FakeOnDeviceModel;
 using Provider = CoachConfig::Provider;
 using Status = CoachActionCall::Status;
 
-class ActionsProvider : public CoachContextProvider {
-public:
-    std::string configurationSummary() override { return "Palette: light."; }
-    std::string manualText() override { return "## Palette\nSwitch it in Settings."; }
-    std::optional<std::string> shortcutInfo(const std::string&) override { return std::nullopt; }
-    std::string recentActivity(int) override { return {}; }
-    std::vector<CoachHostAction> hostActions() override { return actions; }
-
-    std::vector<CoachHostAction> actions;
-};
-
 FakeOnDeviceModel::Answer callsThenReply(
     std::vector<std::vector<FakeOnDeviceModel::ToolCall>> rounds, std::string text) {
     FakeOnDeviceModel::Answer answer = FakeOnDeviceModel::reply(std::move(text));
@@ -54,26 +44,6 @@ class AICoachOnDeviceActionsTest : public ::testing::Test {
 protected:
     void SetUp() override {
         harness.useProvider(Provider::apple);
-        context->actions.push_back(
-            CoachHostAction("read_settings", "The app's current settings.",
-                            json{{"type", "object"}, {"properties", json::object()}},
-                            [this](const json& arguments) {
-                                seen.push_back("read_settings " + arguments.dump());
-                                return CoachHostActionResult{"palette=light", std::nullopt, false};
-                            })
-                .setReadOnly());
-        context->actions.push_back(
-            CoachHostAction("create_canvas", "Creates a canvas with the given name.",
-                            json{{"type", "object"},
-                                 {"properties", {{"name", {{"type", "string"}}}}},
-                                 {"required", {"name"}}},
-                            [this](const json& arguments) {
-                                seen.push_back("create_canvas " + arguments.dump());
-                                CoachCard card;
-                                card.title = "Canvas " + arguments["name"].get<std::string>();
-                                return CoachHostActionResult{"created", card, false};
-                            })
-                .setTitle("Create canvas"));
         coach = makeCoach();
     }
 
@@ -109,9 +79,10 @@ protected:
     ScopedOperatingSystemOverride macOS26{OperatingSystemVersion{true, 26, 0, 0}};
     CoachHarness harness;
     std::shared_ptr<FakeOnDeviceModel> model = std::make_shared<FakeOnDeviceModel>();
-    std::shared_ptr<ActionsProvider> context = std::make_shared<ActionsProvider>();
+    std::shared_ptr<testing::SampleActionsProvider> context =
+        std::make_shared<testing::SampleActionsProvider>();
+    std::vector<std::string>& seen = context->seen;
     std::unique_ptr<AICoach> coach;
-    std::vector<std::string> seen;
 };
 
 TEST_F(AICoachOnDeviceActionsTest, AReadOnlyCallRunsAndItsOutputGoesBackIntoTheSameResponse) {

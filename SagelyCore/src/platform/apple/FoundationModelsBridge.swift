@@ -262,6 +262,8 @@ private func sagelySchema(_ node: [String: Any]) -> DynamicGenerationSchema? {
     case "array":
         guard let items = node["items"] as? [String: Any], let schema = sagelySchema(items)
         else { return nil }
+        // No bounds: minimumElements and maximumElements are left to their defaults (that
+        // they have defaults is not confirmed from Apple's text).
         return DynamicGenerationSchema(arrayOf: schema)
     case "string":
         return DynamicGenerationSchema(type: String.self)
