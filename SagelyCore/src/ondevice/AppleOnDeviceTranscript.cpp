@@ -21,7 +21,7 @@ std::string results(const LLMMessage& message) {
 std::string block(const LLMMessage& message) {
     if (message.role == "system") return "System instructions:\n" + message.content;
     if (message.role == "assistant") return "Assistant:\n" + message.content + calls(message);
-    if (message.role == "tool") return results(message);
+    if (!message.toolResults.empty()) return results(message);
     return message.content;  // the user's turns carry no label
 }
 
