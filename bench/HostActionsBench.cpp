@@ -4,12 +4,18 @@
 // difference between the two is the round trip one call adds: the reply's calls read, the
 // arguments checked against the schema, the handler run on the main thread, the round stored,
 // and the second request built, sent and read.
+//
+// The same two questions on the on-device model (a fake framework that answers at once): there
+// the call's round trip is the waiting response handing the call out, the coach deciding it,
+// and the result handed back into the same response.
 #include "support/CoachHarness.h"
+#include "support/FakeOnDeviceModel.h"
 #include "support/LoopbackHttpServer.h"
 
 #include <sagely/AICoach.h>
 #include <sagely/CoachHostAction.h>
 #include <sagely/LLMClient.h>
+#include <sagely/OperatingSystem.h>
 
 #include <benchmark/benchmark.h>
 #include <nlohmann/json.hpp>
@@ -17,6 +23,7 @@
 using namespace sagely;
 using nlohmann::json;
 using sagely::testing::CoachHarness;
+using sagely::testing::FakeOnDeviceModel;
 using sagely::testing::LoopbackHttpServer;
 using sagely::testing::ScriptedResponse;
 
@@ -78,8 +85,35 @@ void question(benchmark::State& state) {
     state.SetLabel(withCall ? "one read-only call, then the answer" : "the answer at once");
 }
 
+void onDeviceQuestion(benchmark::State& state) {
+    const bool withCall = state.range(0) == 1;
+    ScopedOperatingSystemOverride macOS26(OperatingSystemVersion{true, 26, 0, 0});
+    auto model = std::make_shared<FakeOnDeviceModel>();
+    CoachHarness harness;
+    harness.useProvider(CoachConfig::Provider::apple);
+    auto coach = harness.makeCoach({.contextProvider = std::make_shared<Context>(),
+                                    .llm = std::make_shared<LLMClient>(model)});
+    for (auto _ : state) {
+        state.PauseTiming();
+        if (auto current = coach->currentConversation().get()) coach->deleteConversation(*current);
+        coach->newConversation();
+        FakeOnDeviceModel::Answer answer = FakeOnDeviceModel::reply("It is light.");
+        if (withCall) answer.toolRounds = {{{"read_settings", "{\"section\":\"look\"}"}}};
+        model->enqueue(answer);
+        state.ResumeTiming();
+        auto recorder = harness.ask(*coach, "Which palette do I use?");
+        if (!harness.runUntilAnswered(*recorder) || !recorder->reply) {
+            state.SkipWithError("no answer");
+            break;
+        }
+    }
+    state.SetLabel(withCall ? "on-device: one read-only call, then the answer"
+                            : "on-device: the answer at once");
+}
+
 }  // namespace
 
 BENCHMARK(question)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(onDeviceQuestion)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
 BENCHMARK_MAIN();

@@ -10,20 +10,29 @@ namespace sagely::testing {
 
 class FakeOnDeviceModel::Session final : public OnDeviceSession {
 public:
-    Session(std::shared_ptr<FakeOnDeviceModel> owner, std::string model, std::size_t number)
-        : m_owner(std::move(owner)), m_model(std::move(model)), m_number(number) {}
+    Session(std::shared_ptr<FakeOnDeviceModel> owner, std::string model, std::size_t number,
+            std::vector<OnDeviceTool> tools = {}, OnDeviceToolCallHandler onToolCall = {})
+        : m_owner(std::move(owner)),
+          m_model(std::move(model)),
+          m_number(number),
+          m_tools(std::move(tools)),
+          m_onToolCall(std::move(onToolCall)) {}
 
     std::string respond(const std::string& prompt, const OnDeviceGenerationOptions& options,
                         const CancellationToken& cancellation) override {
         if (cancellation.stopRequested()) throw CancelledError();
-        return outcome(m_owner->next({m_model, m_number, prompt, options, false}));
+        const Answer answer = m_owner->next({m_model, m_number, prompt, options, false, m_tools});
+        m_owner->callTools(answer, m_onToolCall, cancellation);
+        return outcome(answer);
     }
 
     std::string streamResponse(const std::string& prompt, const OnDeviceGenerationOptions& options,
                                const CancellationToken& cancellation,
                                const OnDeviceSnapshotHandler& onSnapshot) override {
         if (cancellation.stopRequested()) throw CancelledError();
-        const Answer answer = m_owner->next({m_model, m_number, prompt, options, true});
+        const Answer answer = m_owner->next({m_model, m_number, prompt, options, true, m_tools});
+        for (const auto& snapshot : answer.leadIn) onSnapshot(snapshot);
+        m_owner->callTools(answer, m_onToolCall, cancellation);
         for (const auto& snapshot : answer.snapshots) {
             if (cancellation.stopRequested()) throw CancelledError();
             onSnapshot(snapshot);
@@ -55,6 +64,8 @@ private:
     std::shared_ptr<FakeOnDeviceModel> m_owner;
     std::string m_model;
     std::size_t m_number;
+    std::vector<OnDeviceTool> m_tools;
+    OnDeviceToolCallHandler m_onToolCall;
 };
 
 class FakeOnDeviceModel::Model final : public OnDeviceLanguageModel {
@@ -66,6 +77,11 @@ public:
     OnDeviceAvailability availability() const override { return m_availability; }
     std::unique_ptr<OnDeviceSession> makeSession() override {
         return std::make_unique<Session>(m_owner, m_label, m_owner->openSession());
+    }
+    std::unique_ptr<OnDeviceSession> makeSessionWithTools(
+        const std::vector<OnDeviceTool>& tools, OnDeviceToolCallHandler onToolCall) override {
+        return std::make_unique<Session>(m_owner, m_label, m_owner->openSession(), tools,
+                                         std::move(onToolCall));
     }
 
 private:
@@ -186,6 +202,46 @@ FakeOnDeviceModel::Answer FakeOnDeviceModel::next(RespondCall call) {
     Answer answer = std::move(m_answers.front());
     m_answers.pop_front();
     return answer;
+}
+
+std::vector<FakeOnDeviceModel::ToolCallRecord> FakeOnDeviceModel::toolCalls() const {
+    std::lock_guard lock(m_mutex);
+    return m_toolCalls;
+}
+
+void FakeOnDeviceModel::callTools(const Answer& answer, const OnDeviceToolCallHandler& onToolCall,
+                                  const CancellationToken& cancellation) {
+    auto stopped = cancellation.onStop([this] {
+        std::lock_guard lock(m_mutex);
+        m_toolAnswered.notify_all();
+    });
+    for (const auto& round : answer.toolRounds) {
+        if (!onToolCall) throw std::logic_error("The session offers no tools.");
+        std::size_t first = 0;
+        {
+            std::lock_guard lock(m_mutex);
+            first = m_toolCalls.size();
+            for (const ToolCall& call : round) m_toolCalls.push_back({call.tool, call.arguments});
+        }
+        for (std::size_t i = 0; i < round.size(); ++i) {
+            onToolCall(round[i].tool, round[i].arguments,
+                       [this, index = first + i](std::optional<std::string> output) {
+                           std::lock_guard lock(m_mutex);
+                           m_toolCalls[index].answered = true;
+                           m_toolCalls[index].output = std::move(output);
+                           m_toolAnswered.notify_all();
+                       });
+        }
+        std::unique_lock lock(m_mutex);
+        m_toolAnswered.wait(lock, [&] {
+            if (cancellation.stopRequested()) return true;
+            for (std::size_t i = first; i < first + round.size(); ++i)
+                if (!m_toolCalls[i].answered) return false;
+            return true;
+        });
+        for (std::size_t i = first; i < first + round.size(); ++i)
+            if (!m_toolCalls[i].output) throw CancelledError();  // a call the framework lost
+    }
 }
 
 }  // namespace sagely::testing

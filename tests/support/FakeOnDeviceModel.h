@@ -1,7 +1,10 @@
 // FakeOnDeviceModel — an on-device model framework for tests: models with chosen availability,
 // adapters that load or fail by name or path, and sessions that answer from a script while
-// recording every prompt and option they were given. A streamed answer hands its scripted
-// snapshots on first, and may then wait until it is stopped.
+// recording every prompt, option and tool they were given. An answer may first call tools, as
+// the framework does inside one response: round by round, each round's calls made at once, the
+// response waiting for all their outputs (a cancelled call, or a stop, ends it with
+// CancelledError). A streamed answer then hands its scripted snapshots on, and may then wait
+// until it is stopped.
 //
 // Thread rules: respond() and streamResponse() may run on a worker thread while the test reads the
 // records; every member is guarded by one mutex.
@@ -9,12 +12,14 @@
 
 #include <sagely/OnDeviceModel.h>
 
+#include <condition_variable>
 #include <deque>
 #include <exception>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,7 +35,20 @@ public:
         std::size_t session = 0;  ///< counting from 1, in the order sessions were made
         std::string prompt;
         OnDeviceGenerationOptions options;
-        bool streamed = false;  ///< asked through streamResponse()
+        bool streamed = false;                 ///< asked through streamResponse()
+        std::vector<OnDeviceTool> tools = {};  ///< offered by the session
+    };
+    /// A call an answer makes: the tool's name and the arguments as JSON text.
+    struct ToolCall {
+        std::string tool;
+        std::string arguments;
+    };
+    /// A call made, and what it was answered (none: cancelled; unset while it waits).
+    struct ToolCallRecord {
+        std::string tool;
+        std::string arguments;
+        bool answered = false;
+        std::optional<std::string> output;
     };
     /// One scripted answer: a reply text, or an exception to throw. When streamed, the
     /// snapshots come first, each the whole text so far; with `stalls`, the answer then waits
@@ -40,6 +58,10 @@ public:
         std::exception_ptr failure;
         std::vector<std::string> snapshots = {};
         bool stalls = false;
+        /// Calls made before the text, round by round.
+        std::vector<std::vector<ToolCall>> toolRounds = {};
+        /// When streamed, snapshots handed on before the calls.
+        std::vector<std::string> leadIn = {};
     };
 
     static Answer reply(std::string text) { return {std::move(text), nullptr}; }
@@ -65,6 +87,7 @@ public:
     std::vector<std::string> failedLoads() const;
     std::size_t sessionsMade() const;
     std::vector<RespondCall> respondCalls() const;
+    std::vector<ToolCallRecord> toolCalls() const;
 
     std::shared_ptr<OnDeviceLanguageModel> defaultModel() override;
     std::shared_ptr<OnDeviceLanguageModel> contentTaggingModel() override;
@@ -82,6 +105,9 @@ private:
     std::size_t openSession();
     /// Records the call and takes the next answer.
     Answer next(RespondCall call);
+    /// Makes the answer's calls through `onToolCall` and waits for their outputs.
+    void callTools(const Answer& answer, const OnDeviceToolCallHandler& onToolCall,
+                   const CancellationToken& cancellation);
 
     mutable std::mutex m_mutex;
     OnDeviceAvailability m_defaultAvailability = OnDeviceAvailability::available;
@@ -93,6 +119,8 @@ private:
     std::vector<std::string> m_failedLoads;
     std::size_t m_sessions = 0;
     std::vector<RespondCall> m_calls;
+    std::vector<ToolCallRecord> m_toolCalls;
+    std::condition_variable m_toolAnswered;
 };
 
 }  // namespace sagely::testing

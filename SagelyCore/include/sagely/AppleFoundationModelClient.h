@@ -4,9 +4,11 @@
 // complete() selects a model from the configured model string (see AppleOnDeviceRouting), checks
 // that it is available, flattens the chat into one prompt, fits it to a 4096-token window and
 // asks a fresh session to respond; a context-window overflow is retried once with the first 1500
-// characters. stream() does the same while handing the text on as the model writes it. Both
-// block: call them on a worker thread. Nothing is kept between calls, so one client may serve
-// several threads at once.
+// characters. stream() does the same while handing the text on as the model writes it.
+// streamWithTools() also offers the host's actions as tools; a response whose model calls them
+// waits, kept by the client, until the next request brings the results. All block: call them on
+// a worker thread. One client may serve several threads at once; copies share the waiting
+// responses.
 //
 // Errors: CoachLLMError::serverError with a sentence for the user, or the generation error's own
 // description; any error that is not a generation error (CancelledError, for one) passes through
@@ -58,17 +60,40 @@ public:
     std::string stream(const std::vector<LLMMessage>& messages, const CoachConfig& config,
                        const CancellationToken& cancellation, const DeltaHandler& onDelta) const;
 
+    /// What a response that offers tools came to: the calls the model made, with the text it
+    /// wrote before them; or, with no calls, the whole reply.
+    struct ToolStep {
+        std::string text;
+        std::vector<LLMToolCall> calls;
+    };
+
+    /// As stream() (as complete() when `onDelta` is empty), offering `tools` (parameters as JSON
+    /// Schema text; a tool whose schema has no on-device form is left out). The framework runs
+    /// the tool loop inside one response, so a response whose model calls tools is kept waiting
+    /// and its calls come back here; when the last of `messages` is a "tool" message with their
+    /// results, those go to the waiting calls and the same response goes on, with no new
+    /// prompt. Otherwise a new response starts from the whole chat, earlier rounds included as
+    /// text. Stopping the token, now or while the calls wait, cancels the response.
+    ToolStep streamWithTools(const std::vector<LLMMessage>& messages,
+                             const std::vector<LLMTool>& tools, const CoachConfig& config,
+                             const CancellationToken& cancellation,
+                             const DeltaHandler& onDelta) const;
+
 private:
     class SnapshotDeltas;
 
-    std::unique_ptr<OnDeviceSession> openSession(const CoachConfig& config) const;
+    /// The configured model, or a serverError when it cannot be used.
+    std::shared_ptr<OnDeviceLanguageModel> usableModel(const CoachConfig& config) const;
     std::shared_ptr<OnDeviceLanguageModel> selectModel(const CoachConfig& config) const;
     /// Streams when `deltas` is given.
     std::string respondWithRetry(OnDeviceSession& session, const std::string& prompt,
                                  const CoachConfig& config, const CancellationToken& cancellation,
                                  SnapshotDeltas* deltas) const;
 
+    struct WaitingRuns;
+
     std::shared_ptr<OnDeviceModel> m_model;
+    std::shared_ptr<WaitingRuns> m_waiting;
 };
 
 struct SAGELY_EXPORT AppleFoundationModelSupport {

@@ -41,6 +41,8 @@ struct CoachActionCall {
     std::string result;
     /// What the action showed the user, if anything.
     std::optional<CoachCard> card;
+    /// The format gave no id and the kit made `id` up (saved only when true).
+    bool idMadeUp = false;
 
     /// "Done: Create canvas", "Declined: Create canvas", … — the compact line a view shows.
     SAGELY_EXPORT std::string summaryLine() const;

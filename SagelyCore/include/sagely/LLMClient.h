@@ -39,6 +39,7 @@
 
 namespace sagely {
 
+class AppleFoundationModelClient;
 class OnDeviceModel;
 
 /// A reply as a stream ended. Its text is what complete() returns for the same answer.
@@ -106,8 +107,10 @@ public:
                     const std::optional<std::string>& modelOverride,
                     const CancellationToken& cancellation, const LLMDeltaHandler& onDelta,
                     const LLMRetryHandler& onRetry = {}) override;
-    /// Tools go in each format's shape (OpenAI and custom, Anthropic, Gemini, Ollama); the
-    /// on-device model is asked without them.
+    /// Tools go in each format's shape (OpenAI and custom, Anthropic, Gemini, Ollama). The
+    /// on-device model runs its calls inside one response: its calls come back as the others'
+    /// do while that response waits, kept by this client, for the next request to bring their
+    /// results (see AppleFoundationModelClient::streamWithTools).
     LLMReply streamWithTools(const std::vector<LLMMessage>& messages,
                              const std::vector<LLMTool>& tools, const CoachConfig& config,
                              const std::optional<std::string>& modelOverride,
@@ -146,7 +149,7 @@ public:
     static constexpr std::int64_t kCheckMaxTokens = 16;
 
 private:
-    std::shared_ptr<OnDeviceModel> m_onDevice;
+    std::unique_ptr<AppleFoundationModelClient> m_onDevice;
     LLMRetrySleeper m_sleep;
 };
 

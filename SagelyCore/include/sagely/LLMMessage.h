@@ -13,6 +13,8 @@ struct LLMToolCall {
     std::string id;
     std::string name;
     std::string arguments;
+    /// The format gave no id and the kit made this one up: it is never sent as the model's.
+    bool idMadeUp = false;
     friend bool operator==(const LLMToolCall&, const LLMToolCall&) = default;
 };
 

@@ -2,7 +2,9 @@
 //
 // The on-device client picks a model through this interface (the general system model, its
 // content-tagging use case, or an adapter by name or file), checks its availability, opens a
-// session without tools or instructions, and asks it to respond. On macOS 26 and later the
+// session without instructions (and without tools, unless the host offers actions), and asks it
+// to respond. A session with tools runs the tool loop itself: while it responds, the model may
+// call a tool, and the response waits until that call is answered. On macOS 26 and later the
 // system implementation talks to the platform's model framework; on every other system it
 // offers no usable model. Tests substitute a fake.
 //
@@ -18,7 +20,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace sagely {
 
@@ -58,6 +62,25 @@ private:
 /// deltas), on the thread that called streamResponse().
 using OnDeviceSnapshotHandler = std::function<void(const std::string& textSoFar)>;
 
+/// A tool offered to the model: its name, a one-line description, and its parameters as the
+/// description the framework's run-time schema is built from (JSON text the on-device client
+/// makes from the action's JSON Schema, one node per schema initializer).
+struct OnDeviceTool {
+    std::string name;
+    std::string description;
+    std::string parameters;
+    friend bool operator==(const OnDeviceTool&, const OnDeviceTool&) = default;
+};
+
+/// Answers one tool call, exactly once, from any thread: the text the model reads, or none when
+/// the call is cancelled (the call then fails and the response ends with CancelledError).
+using OnDeviceToolAnswer = std::function<void(std::optional<std::string> output)>;
+
+/// Told, on a framework thread, that the model called `tool` with `arguments` (JSON text) while
+/// a session responds; the response waits until `answer` is called. It must not block.
+using OnDeviceToolCallHandler = std::function<void(
+    const std::string& tool, const std::string& arguments, OnDeviceToolAnswer answer)>;
+
 /// One conversation with a model; the system text travels inside the prompt.
 class SAGELY_EXPORT OnDeviceSession {
 public:
@@ -79,6 +102,10 @@ public:
     virtual OnDeviceAvailability availability() const = 0;
     /// A session with no tools and no instructions.
     virtual std::unique_ptr<OnDeviceSession> makeSession() = 0;
+    /// A session with no instructions that offers `tools`; the model's calls reach
+    /// `onToolCall`. The default, for a model that cannot call tools, offers none.
+    virtual std::unique_ptr<OnDeviceSession> makeSessionWithTools(
+        const std::vector<OnDeviceTool>& tools, OnDeviceToolCallHandler onToolCall);
 };
 
 /// The on-device model framework.

@@ -74,10 +74,6 @@ detail::ModelOutcome askModel(LLMService& llm, const std::vector<LLMMessage>& me
     return outcome;
 }
 
-bool usesOnDeviceModel(const CoachConfig& config) {
-    return config.provider == CoachConfig::Provider::apple && text::isBlank(config.customEndpoint);
-}
-
 std::vector<LLMTool> toolsOf(const std::vector<CoachHostAction>& actions) {
     std::vector<LLMTool> tools;
     tools.reserve(actions.size());
@@ -315,8 +311,9 @@ void AICoach::Impl::enrichmentArrived(std::uint64_t generation,
     auto found = requests.find(generation);
     if (found == requests.end() || found->second->worker) return;
     auto request = found->second;
-    if (isSuperseded(*request))
-        return endWithFailure(request, detail::ModelOutcome::cancelledRequest());
+    // Cancelled before its worker started: nothing failed, and the newer request owns
+    // isThinking.
+    if (isSuperseded(*request)) return finish(request, std::nullopt);
 
     std::optional<std::string> observation;
     if (enrichment) {
@@ -326,8 +323,7 @@ void AICoach::Impl::enrichmentArrived(std::uint64_t generation,
     request->observation = observation;
     std::vector<LLMMessage> messages;
     try {
-        if (contextProvider && !usesOnDeviceModel(request->config))
-            request->actions = contextProvider->hostActions();
+        if (contextProvider) request->actions = contextProvider->hostActions();
         messages = modelMessages(latest(*request), request->config.provider, observation,
                                  !request->actions.empty());
     } catch (const std::exception& failure) {
@@ -368,7 +364,7 @@ std::vector<LLMMessage> AICoach::Impl::modelMessages(const CoachConversation& co
         LLMMessage asked{"assistant", message.content()};
         LLMMessage answered{"tool", ""};
         for (const CoachActionCall& call : calls) {
-            asked.toolCalls.push_back({call.id, call.name, call.arguments});
+            asked.toolCalls.push_back({call.id, call.name, call.arguments, call.idMadeUp});
             answered.toolResults.push_back(
                 {call.id, call.name, resultForModel(call), isErrorResult(call)});
         }
@@ -481,6 +477,7 @@ void AICoach::Impl::beginRound(const std::shared_ptr<detail::CoachRequest>& requ
     for (LLMToolCall& asked : outcome.toolCalls) {
         CoachActionCall call;
         call.id = std::move(asked.id);
+        call.idMadeUp = asked.idMadeUp;
         call.name = std::move(asked.name);
         call.arguments = text::isBlank(asked.arguments) ? "{}" : std::move(asked.arguments);
         call.title = call.name;
@@ -514,10 +511,7 @@ void AICoach::Impl::decideCalls(const std::shared_ptr<detail::CoachRequest>& req
         const nlohmann::json arguments = nlohmann::json::parse(call.arguments, nullptr, false);
         std::optional<std::string> problem;
         if (action == nullptr) {
-            problem =
-                "No action named "
-                " + call.name + "
-                " is offered.";
+            problem = "No action named \"" + call.name + "\" is offered.";
         } else if (!arguments.is_object()) {
             problem = "The arguments are not a JSON object.";
         } else if (auto misfit = action->argumentProblem(arguments)) {
@@ -680,8 +674,12 @@ void AICoach::Impl::endWithFailure(const std::shared_ptr<detail::CoachRequest>& 
     finish(request, std::nullopt);
 }
 
-void AICoach::Impl::finish(const std::shared_ptr<detail::CoachRequest>& request,
+void AICoach::Impl::finish(const std::shared_ptr<detail::CoachRequest>& finished,
                            std::optional<CoachMessage> reply) {
+    const auto request = finished;  // `finished` may be the very entry erased below
+    // Whatever still holds the question lets go: an on-device response waiting for the results
+    // of calls that will not be sent (the round limit, a dropped round) ends.
+    request->cancellation.requestStop();
     requests.erase(request->generation);
     auto completion = std::exchange(request->completion, {});
     // Last: the completion may destroy the coach.

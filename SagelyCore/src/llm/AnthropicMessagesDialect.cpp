@@ -171,8 +171,7 @@ ToolTurn AnthropicMessagesDialect::toolTurn(const nlohmann::json& answer) const 
                               stringValue(member(&block, "name")).value_or(""),
                               input != nullptr ? compactJson(*input) : "{}"});
     }
-    for (std::size_t i = 0; i < turn.calls.size(); ++i)
-        if (turn.calls[i].id.empty()) turn.calls[i].id = madeUpCallId(i);
+    for (std::size_t i = 0; i < turn.calls.size(); ++i) giveMadeUpId(turn.calls[i], i);
     if (!turn.calls.empty()) turn.providerTurn = providerTurnText(kFormat, *content);
     return turn;
 }
@@ -227,7 +226,7 @@ ToolTurn AnthropicMessagesDialect::streamedToolTurn(const StreamState& state) co
             LLMToolCall made = call->second;
             // No fragments means no arguments: the start block's {} stands.
             if (text::isBlank(made.arguments)) made.arguments = "{}";
-            if (made.id.empty()) made.id = madeUpCallId(turn.calls.size());
+            giveMadeUpId(made, turn.calls.size());
             block["input"] = argumentsObject(made.arguments);
             block["id"] = made.id;
             turn.calls.push_back(std::move(made));

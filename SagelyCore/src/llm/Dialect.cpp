@@ -43,8 +43,10 @@ nlohmann::json functionTools(const std::vector<LLMTool>& tools) {
     return declared;
 }
 
-std::string madeUpCallId(std::size_t index) {
-    return "call_" + std::to_string(index + 1);
+void giveMadeUpId(LLMToolCall& call, std::size_t index) {
+    if (!call.id.empty()) return;
+    call.id = "call_" + std::to_string(index + 1);
+    call.idMadeUp = true;
 }
 
 }  // namespace sagely::detail

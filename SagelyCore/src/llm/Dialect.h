@@ -102,8 +102,9 @@ nlohmann::json argumentsObject(const std::string& arguments);
 std::string compactJson(const nlohmann::json& value);
 /// The "tools" of OpenAI's envelope, which Ollama shares: {"type": "function", "function": …}.
 nlohmann::json functionTools(const std::vector<LLMTool>& tools);
-/// A call id for formats that may give none: "call_<n>".
-std::string madeUpCallId(std::size_t index);
+/// Gives a call that came without an id one made up by the kit, "call_<n>", marked as such
+/// (a real id may begin with "call_" too).
+void giveMadeUpId(LLMToolCall& call, std::size_t index);
 
 /// "role" and "content" of one message, as every format that copies roles writes it.
 inline nlohmann::json apiMessage(const LLMMessage& message) {

@@ -30,22 +30,26 @@ nlohmann::json modelContent(const LLMMessage& message) {
     nlohmann::json parts = nlohmann::json::array();
     if (!message.content.empty()) parts.push_back({{"text", message.content}});
     for (const LLMToolCall& call : message.toolCalls) {
-        parts.push_back(
-            {{"functionCall",
-              {{"id", call.id}, {"name", call.name}, {"args", argumentsObject(call.arguments)}}}});
+        nlohmann::json made = {{"name", call.name}, {"args", argumentsObject(call.arguments)}};
+        if (!call.idMadeUp) made["id"] = call.id;
+        parts.push_back({{"functionCall", std::move(made)}});
     }
     return {{"role", "model"}, {"parts", std::move(parts)}};
 }
 
-// One functionResponse part per call, in call order; failures go under "error".
-nlohmann::json responseParts(const LLMMessage& message) {
+// One functionResponse part per call, in call order; failures go under "error". `calls` are
+// the calls they answer.
+nlohmann::json responseParts(const LLMMessage& message, const std::vector<LLMToolCall>& calls) {
     nlohmann::json parts = nlohmann::json::array();
     for (const LLMToolResult& result : message.toolResults) {
         nlohmann::json response = {
             {"name", result.name},
             {"response", {{result.isError ? "error" : "output", result.content}}}};
         // Ids the kit made up were never the model's; only the model's own go back.
-        if (!result.callId.starts_with("call_")) response["id"] = result.callId;
+        const bool madeUp = std::any_of(calls.begin(), calls.end(), [&](const LLMToolCall& call) {
+            return call.id == result.callId && call.idMadeUp;
+        });
+        if (!madeUp) response["id"] = result.callId;
         parts.push_back({{"functionResponse", std::move(response)}});
     }
     return parts;
@@ -57,10 +61,10 @@ void takeCalls(const nlohmann::json& parts, std::map<std::int64_t, LLMToolCall>&
         if (call == nullptr) continue;
         const nlohmann::json* args = member(call, "args");
         const auto index = static_cast<std::int64_t>(into.size());
-        into[index] = {
-            stringValue(member(call, "id")).value_or(madeUpCallId(static_cast<std::size_t>(index))),
-            stringValue(member(call, "name")).value_or(""),
-            args != nullptr ? compactJson(*args) : "{}"};
+        into[index] = {stringValue(member(call, "id")).value_or(""),
+                       stringValue(member(call, "name")).value_or(""),
+                       args != nullptr ? compactJson(*args) : "{}"};
+        giveMadeUpId(into[index], static_cast<std::size_t>(index));
     }
 }
 
@@ -83,6 +87,7 @@ nlohmann::json GeminiGenerateContentDialect::body(const std::vector<LLMMessage>&
     std::string system;
     bool hasSystem = false;
     nlohmann::json contents = nlohmann::json::array();
+    const std::vector<LLMToolCall>* calls = nullptr;  // of the last model content
     for (const LLMMessage& message : messages) {
         if (message.role == "system") {
             if (hasSystem) system += "\n\n";
@@ -92,10 +97,13 @@ nlohmann::json GeminiGenerateContentDialect::body(const std::vector<LLMMessage>&
         }
         if (!message.toolCalls.empty()) {
             contents.push_back(modelContent(message));
+            calls = &message.toolCalls;
             continue;
         }
         if (!message.toolResults.empty()) {
-            contents.push_back({{"role", "user"}, {"parts", responseParts(message)}});
+            contents.push_back(
+                {{"role", "user"},
+                 {"parts", responseParts(message, calls ? *calls : std::vector<LLMToolCall>{})}});
             continue;
         }
         // A question right after function responses joins their content: turns alternate.

@@ -228,7 +228,8 @@ LLMReply LLMService::streamWithTools(const std::vector<LLMMessage>& messages,
 }
 
 LLMClient::LLMClient(std::shared_ptr<OnDeviceModel> onDevice, LLMRetrySleeper sleep)
-    : m_onDevice(std::move(onDevice)), m_sleep(sleep ? std::move(sleep) : waitUnlessStopped) {}
+    : m_onDevice(std::make_unique<AppleFoundationModelClient>(std::move(onDevice))),
+      m_sleep(sleep ? std::move(sleep) : waitUnlessStopped) {}
 
 LLMClient::~LLMClient() = default;
 
@@ -237,7 +238,7 @@ std::string LLMClient::complete(const std::vector<LLMMessage>& messages, const C
                                 const CancellationToken& cancellation) {
     if (usesOnDeviceModel(config)) {
         requireOnDeviceSystem();
-        return AppleFoundationModelClient(m_onDevice).complete(messages, config, cancellation);
+        return m_onDevice->complete(messages, config, cancellation);
     }
     const Dialect& dialect = dialectFor(config.provider);
     return readReply(dialect, postWithRetries(httpRequest(dialect, messages, config, modelOverride,
@@ -253,9 +254,7 @@ LLMReply LLMClient::stream(const std::vector<LLMMessage>& messages, const CoachC
         if (!config.streamsReplies)
             return LLMService::stream(messages, config, modelOverride, cancellation, onDelta);
         requireOnDeviceSystem();
-        return {
-            AppleFoundationModelClient(m_onDevice).stream(messages, config, cancellation, onDelta),
-            std::nullopt};
+        return {m_onDevice->stream(messages, config, cancellation, onDelta), std::nullopt};
     }
     return httpReply(dialectFor(config.provider), messages, {}, config, modelOverride, cancellation,
                      onDelta, m_sleep, onRetry);
@@ -267,8 +266,15 @@ LLMReply LLMClient::streamWithTools(const std::vector<LLMMessage>& messages,
                                     const CancellationToken& cancellation,
                                     const LLMDeltaHandler& onDelta,
                                     const LLMRetryHandler& onRetry) {
-    if (usesOnDeviceModel(config) || tools.empty())
+    if (tools.empty())
         return stream(messages, config, modelOverride, cancellation, onDelta, onRetry);
+    if (usesOnDeviceModel(config)) {
+        requireOnDeviceSystem();
+        const LLMDeltaHandler none;
+        auto step = m_onDevice->streamWithTools(messages, tools, config, cancellation,
+                                                config.streamsReplies ? onDelta : none);
+        return {std::move(step.text), std::nullopt, std::move(step.calls)};
+    }
     return httpReply(dialectFor(config.provider), messages, tools, config, modelOverride,
                      cancellation, onDelta, m_sleep, onRetry);
 }

@@ -58,10 +58,10 @@ void takeCalls(const nlohmann::json& object, std::map<std::int64_t, LLMToolCall>
         const nlohmann::json* function = member(&call, "function");
         const nlohmann::json* arguments = member(function, "arguments");
         const auto index = static_cast<std::int64_t>(into.size());
-        into[index] = {stringValue(member(&call, "id"))
-                           .value_or(madeUpCallId(static_cast<std::size_t>(index))),
+        into[index] = {stringValue(member(&call, "id")).value_or(""),
                        stringValue(member(function, "name")).value_or(""),
                        arguments != nullptr ? compactJson(*arguments) : "{}"};
+        giveMadeUpId(into[index], static_cast<std::size_t>(index));
     }
 }
 

@@ -74,8 +74,7 @@ ToolTurn OpenAIChatDialect::toolTurn(const nlohmann::json& answer) const {
                               stringValue(member(function, "name")).value_or(""),
                               stringValue(member(function, "arguments")).value_or("")});
     }
-    for (std::size_t i = 0; i < turn.calls.size(); ++i)
-        if (turn.calls[i].id.empty()) turn.calls[i].id = madeUpCallId(i);
+    for (std::size_t i = 0; i < turn.calls.size(); ++i) giveMadeUpId(turn.calls[i], i);
     return turn;
 }
 
@@ -90,11 +89,14 @@ void OpenAIChatDialect::readStreamedCalls(const SseEvent& /*event*/, const nlohm
         const auto index = countValue(member(&fragment, "index"));
         if (!index) continue;
         LLMToolCall& call = state.calls[*index];
-        if (auto id = stringValue(member(&fragment, "id"))) call.id = *id;
+        if (auto id = stringValue(member(&fragment, "id")); id && !id->empty()) {
+            call.id = *id;
+            call.idMadeUp = false;
+        }
         const nlohmann::json* function = member(&fragment, "function");
         if (auto name = stringValue(member(function, "name"))) call.name += *name;
         call.arguments += stringValue(member(function, "arguments")).value_or("");
-        if (call.id.empty()) call.id = madeUpCallId(static_cast<std::size_t>(*index));
+        giveMadeUpId(call, static_cast<std::size_t>(*index));
     }
 }
 

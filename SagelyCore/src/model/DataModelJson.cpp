@@ -151,6 +151,7 @@ struct Writer {
     static Json of(const CoachActionCall& call) {
         Json json = Json::object();
         json["id"] = of(call.id);
+        if (call.idMadeUp) json["idMadeUp"] = true;
         json["name"] = of(call.name);
         if (!call.title.empty()) json["title"] = of(call.title);
         json["arguments"] = of(call.arguments);
@@ -276,6 +277,11 @@ struct Reader {
         std::optional<E> parsed = fromRawValue(raw);
         if (!parsed) fail("unknown " + std::string(what) + " \"" + raw + "\"");
         return *parsed;
+    }
+
+    static bool boolean(Json& json) {
+        if (!json.is_boolean()) fail("expected a boolean");
+        return json.template get<bool>();
     }
 
     static Uuid uuid(Json& json) {
@@ -506,11 +512,14 @@ struct Reader {
 
     static CoachActionCall actionCall(Json& json) {
         std::optional<std::string> id, name, title, arguments, result;
+        bool idMadeUp = false;
         std::optional<CoachActionCall::Status> status;
         std::optional<CoachCard> attachedCard;
         fields(json, [&](const std::string& key, Json& value) {
             if (key == "id")
                 id = string(value);
+            else if (key == "idMadeUp")
+                idMadeUp = optional(value, boolean).value_or(false);
             else if (key == "name")
                 name = string(value);
             else if (key == "title")
@@ -528,6 +537,7 @@ struct Reader {
         });
         CoachActionCall call;
         call.id = required(id, "id");
+        call.idMadeUp = idMadeUp;
         call.name = required(name, "name");
         call.title = title.value_or("");
         call.arguments = required(arguments, "arguments");

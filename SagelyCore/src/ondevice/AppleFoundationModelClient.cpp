@@ -6,9 +6,17 @@
 #include <sagely/OperatingSystem.h>
 #include <sagely/Text.h>
 
+#include <sagely/Log.h>
+
+#include "ondevice/AppleOnDeviceToolSchema.h"
 #include "ondevice/AppleOnDeviceTranscript.h"
+#include "ondevice/OnDeviceToolRun.h"
+
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <mutex>
+#include <optional>
 
 namespace sagely {
 namespace {
@@ -45,10 +53,96 @@ std::shared_ptr<OnDeviceLanguageModel> loadAdapterFile(OnDeviceModel& framework,
     }
 }
 
+// The host's actions in the framework's terms; one whose schema has no on-device form is left
+// out (the model cannot be told how to call it), and the others are still offered.
+std::vector<OnDeviceTool> onDeviceTools(const std::vector<LLMTool>& tools) {
+    std::vector<OnDeviceTool> offered;
+    for (const LLMTool& tool : tools) {
+        try {
+            offered.push_back({tool.name, tool.description,
+                               detail::onDeviceSchemaDescription(
+                                   tool.name, nlohmann::json::parse(tool.parameters))
+                                   .dump()});
+        } catch (const std::exception& problem) {
+            log("The action " + tool.name +
+                " is not offered to the on-device model: " + problem.what());
+        }
+    }
+    return offered;
+}
+
+bool overflowed(const OnDeviceGenerationError& error) {
+    return error.kind() == OnDeviceGenerationError::Kind::exceededContextWindowSize;
+}
+
+// Asks with the fitted prompt; a context-window overflow is asked once more with the prompt's
+// first 1500 characters (where the system instructions stand), unless some text was shown
+// already (`shown`, none when nothing streams): shown text cannot be taken back, so an overflow
+// then ends the reply with it, as a length limit would, and any other generation error fails
+// with its description.
+template <typename Reply, typename Ask>
+Reply askWithContextRetry(const AppleOnDevicePromptFit& fitted, const std::string* shown,
+                          const Ask& ask) {
+    const auto hasShownText = [shown] { return shown != nullptr && !shown->empty(); };
+    try {
+        return ask(fitted);
+    } catch (const OnDeviceGenerationError& error) {
+        if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
+        if (hasShownText()) return Reply{*shown};
+    }
+    const auto shorter = AppleOnDevicePromptFit::fit(
+        text::prefixCharacters(fitted.prompt, kRetryPromptCharacters), kRetryRequestedTokens,
+        AppleFoundationModelClient::contextTokenLimit);
+    try {
+        return ask(shorter);
+    } catch (const CancelledError&) {
+        throw;
+    } catch (const OnDeviceGenerationError& error) {
+        if (hasShownText()) {
+            if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
+            return Reply{*shown};
+        }
+    } catch (...) {
+        // Any failure of the shorter prompt means the question does not fit.
+    }
+    throw CoachLLMError::serverError(contextWindowMessage());
+}
+
 }  // namespace
 
+// Responses whose calls wait for their results, until the next request brings them.
+struct AppleFoundationModelClient::WaitingRuns {
+    std::mutex mutex;
+    std::vector<std::unique_ptr<detail::OnDeviceToolRun>> runs;
+
+    // The run whose calls `results` answer, taken out; none when no run waits for them.
+    // Runs that have ended (stopped, say) are dropped on the way.
+    std::unique_ptr<detail::OnDeviceToolRun> take(const std::vector<LLMToolResult>& results) {
+        std::vector<std::unique_ptr<detail::OnDeviceToolRun>> over;
+        std::unique_ptr<detail::OnDeviceToolRun> found;
+        {
+            std::lock_guard lock(mutex);
+            for (auto& run : std::exchange(runs, {})) {
+                if (run->ended())
+                    over.push_back(std::move(run));
+                else if (!found && run->awaits(results))
+                    found = std::move(run);
+                else
+                    runs.push_back(std::move(run));
+            }
+        }
+        return found;  // `over` goes here, out of the lock: its threads are finishing
+    }
+
+    void keep(std::unique_ptr<detail::OnDeviceToolRun> run) {
+        std::lock_guard lock(mutex);
+        runs.push_back(std::move(run));
+    }
+};
+
 AppleFoundationModelClient::AppleFoundationModelClient(std::shared_ptr<OnDeviceModel> model)
-    : m_model(model ? std::move(model) : OnDeviceModel::system()) {}
+    : m_model(model ? std::move(model) : OnDeviceModel::system()),
+      m_waiting(std::make_shared<WaitingRuns>()) {}
 
 bool AppleFoundationModelClient::isAvailable() const {
     return m_model->defaultModel()->availability() == OnDeviceAvailability::available;
@@ -114,20 +208,20 @@ private:
     std::string m_shown;
 };
 
-std::unique_ptr<OnDeviceSession> AppleFoundationModelClient::openSession(
+std::shared_ptr<OnDeviceLanguageModel> AppleFoundationModelClient::usableModel(
     const CoachConfig& config) const {
-    const std::shared_ptr<OnDeviceLanguageModel> model = selectModel(config);
+    std::shared_ptr<OnDeviceLanguageModel> model = selectModel(config);
     if (model->availability() != OnDeviceAvailability::available) {
         throw CoachLLMError::serverError(availabilityMessage(*model));
     }
-    return model->makeSession();
+    return model;
 }
 
 std::string AppleFoundationModelClient::complete(const std::vector<LLMMessage>& messages,
                                                  const CoachConfig& config,
                                                  const CancellationToken& cancellation) const {
-    return respondWithRetry(*openSession(config), detail::flattenTranscript(messages), config,
-                            cancellation, nullptr);
+    return respondWithRetry(*usableModel(config)->makeSession(),
+                            detail::flattenTranscript(messages), config, cancellation, nullptr);
 }
 
 std::string AppleFoundationModelClient::stream(const std::vector<LLMMessage>& messages,
@@ -135,8 +229,9 @@ std::string AppleFoundationModelClient::stream(const std::vector<LLMMessage>& me
                                                const CancellationToken& cancellation,
                                                const DeltaHandler& onDelta) const {
     SnapshotDeltas deltas(onDelta);
-    std::string reply = respondWithRetry(*openSession(config), detail::flattenTranscript(messages),
-                                         config, cancellation, &deltas);
+    std::string reply =
+        respondWithRetry(*usableModel(config)->makeSession(), detail::flattenTranscript(messages),
+                         config, cancellation, &deltas);
     deltas(reply);  // what the last snapshot did not hand on yet
     return reply;
 }
@@ -146,42 +241,73 @@ std::string AppleFoundationModelClient::respondWithRetry(OnDeviceSession& sessio
                                                          const CoachConfig& config,
                                                          const CancellationToken& cancellation,
                                                          SnapshotDeltas* deltas) const {
-    const auto ask = [&](const AppleOnDevicePromptFit& fit) {
-        if (!deltas) return session.respond(fit.prompt, optionsFor(config, fit), cancellation);
-        return session.streamResponse(
-            fit.prompt, optionsFor(config, fit), cancellation,
-            [deltas](const std::string& snapshot) { (*deltas)(snapshot); });
-    };
-    const auto overflowed = [](const OnDeviceGenerationError& error) {
-        return error.kind() == OnDeviceGenerationError::Kind::exceededContextWindowSize;
-    };
-    // Text already shown stays: the request does not start over, and an overflow ends the reply
-    // where it stands, as a length limit would.
-    const auto hasShownText = [deltas] { return deltas && !deltas->shown().empty(); };
-    const auto fitted = AppleOnDevicePromptFit::fit(prompt, config.maxTokens, contextTokenLimit);
-    try {
-        return ask(fitted);
-    } catch (const OnDeviceGenerationError& error) {
-        if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
-        if (hasShownText()) return deltas->shown();
+    return askWithContextRetry<std::string>(
+        AppleOnDevicePromptFit::fit(prompt, config.maxTokens, contextTokenLimit),
+        deltas ? &deltas->shown() : nullptr, [&](const AppleOnDevicePromptFit& fit) {
+            if (!deltas) return session.respond(fit.prompt, optionsFor(config, fit), cancellation);
+            return session.streamResponse(
+                fit.prompt, optionsFor(config, fit), cancellation,
+                [deltas](const std::string& snapshot) { (*deltas)(snapshot); });
+        });
+}
+
+AppleFoundationModelClient::ToolStep AppleFoundationModelClient::streamWithTools(
+    const std::vector<LLMMessage>& messages, const std::vector<LLMTool>& tools,
+    const CoachConfig& config, const CancellationToken& cancellation,
+    const DeltaHandler& onDelta) const {
+    std::unique_ptr<detail::OnDeviceToolRun> run;
+    if (!messages.empty() && messages.back().role == "tool") {
+        run = m_waiting->take(messages.back().toolResults);
+        if (run) run->answer(messages.back().toolResults);
     }
-    // Keep the beginning of the prompt: that is where the system instructions stand.
-    const auto shorter =
-        AppleOnDevicePromptFit::fit(text::prefixCharacters(fitted.prompt, kRetryPromptCharacters),
-                                    kRetryRequestedTokens, contextTokenLimit);
-    try {
-        return ask(shorter);
-    } catch (const CancelledError&) {
-        throw;
-    } catch (const OnDeviceGenerationError& error) {
-        if (hasShownText()) {
-            if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
-            return deltas->shown();
+
+    // The snapshots may hold the whole response, the parts before earlier calls included: this
+    // request shows and returns only what follows them.
+    SnapshotDeltas deltas(onDelta);
+    std::string latest;
+    const auto ownPart = [&run](const std::string& snapshot) {
+        return snapshot.starts_with(run->shownBefore) ? snapshot.substr(run->shownBefore.size())
+                                                      : snapshot;
+    };
+    const auto step = [&]() -> ToolStep {
+        latest = run->shownBefore;
+        std::string reply;
+        std::vector<LLMToolCall> calls = run->next(
+            cancellation,
+            [&](const std::string& snapshot) {
+                latest = snapshot;
+                deltas(ownPart(snapshot));
+            },
+            reply);
+        if (calls.empty()) {
+            reply = ownPart(reply);
+            deltas(reply);  // what the last snapshot did not hand on yet
+            return {std::move(reply), {}};
         }
-    } catch (...) {
-        // Any failure of the shorter prompt means the question does not fit.
+        ToolStep waiting{deltas.shown(), std::move(calls)};
+        run->shownBefore = latest;
+        m_waiting->keep(std::move(run));
+        return waiting;
+    };
+    if (run) {
+        try {
+            return step();
+        } catch (const OnDeviceGenerationError& error) {
+            // The calls have run: the response cannot start over with a shorter prompt.
+            if (!overflowed(error)) throw CoachLLMError::serverError(error.errorDescription());
+            if (!deltas.shown().empty()) return {deltas.shown(), {}};
+            throw CoachLLMError::serverError(contextWindowMessage());
+        }
     }
-    throw CoachLLMError::serverError(contextWindowMessage());
+    return askWithContextRetry<ToolStep>(
+        AppleOnDevicePromptFit::fit(detail::flattenTranscript(messages), config.maxTokens,
+                                    contextTokenLimit),
+        &deltas.shown(), [&](const AppleOnDevicePromptFit& fit) {
+            run = std::make_unique<detail::OnDeviceToolRun>(
+                *usableModel(config), onDeviceTools(tools), fit.prompt, optionsFor(config, fit),
+                static_cast<bool>(onDelta));
+            return step();
+        });
 }
 
 bool AppleFoundationModelSupport::isRuntimeAvailable() {

@@ -320,17 +320,24 @@ TEST_F(AICoachAskFlowTest, TheEnrichmentMayAnswerFromAnotherThread) {
               buildCoachSystemPrompt(Provider::openai, "Q", "From a helper", nullptr));
 }
 
-TEST_F(AICoachAskFlowTest, ANewQuestionEndsARequestStillWaitingForItsEnrichment) {
-    harness.llm->enqueueReply("Second answer");
-    auto coach = harness.makeCoach();
-    std::vector<std::function<void(std::optional<CoachReplyEnrichment>)>> held;
-    coach->replyEnrichmentProvider = [&](auto done) {
+// An enrichment provider that keeps the first question's callback unanswered in `held` and
+// answers every later question at once with no enrichment.
+AICoach::ReplyEnrichmentProvider holdingTheFirst(
+    std::vector<std::function<void(std::optional<CoachReplyEnrichment>)>>& held) {
+    return [&held](auto done) {
         if (held.empty()) {
-            held.push_back(std::move(done));  // never answered
+            held.push_back(std::move(done));
         } else {
             done(std::nullopt);
         }
     };
+}
+
+TEST_F(AICoachAskFlowTest, ANewQuestionEndsARequestStillWaitingForItsEnrichment) {
+    harness.llm->enqueueReply("Second answer");
+    auto coach = harness.makeCoach();
+    std::vector<std::function<void(std::optional<CoachReplyEnrichment>)>> held;
+    coach->replyEnrichmentProvider = holdingTheFirst(held);
     auto first = harness.ask(*coach, "First");
     auto second = harness.ask(*coach, "Second");
     ASSERT_TRUE(harness.runUntil([&] { return first->calls && second->calls; }));
@@ -342,6 +349,25 @@ TEST_F(AICoachAskFlowTest, ANewQuestionEndsARequestStillWaitingForItsEnrichment)
     EXPECT_EQ(first->calls, 1);
     EXPECT_EQ(contents(*coach->currentConversation().get()),
               (std::vector<std::string>{"First", "Second", "Second answer"}));
+    EXPECT_FALSE(coach->isThinking().get());
+}
+
+TEST_F(AICoachAskFlowTest, ARequestEndedBeforeItsWorkerStartedLeavesThinkingToTheNewerOne) {
+    harness.llm->hold();
+    harness.llm->enqueueReply("Second answer");
+    auto coach = harness.makeCoach();
+    std::vector<std::function<void(std::optional<CoachReplyEnrichment>)>> held;
+    coach->replyEnrichmentProvider = holdingTheFirst(held);
+    auto first = harness.ask(*coach, "First");
+    auto second = harness.ask(*coach, "Second");
+    ASSERT_TRUE(harness.runUntil([&] { return first->calls > 0; }));
+    ASSERT_TRUE(harness.llm->waitForCalls(1, 5s));
+    harness.executor->runFor(50ms);
+    EXPECT_TRUE(coach->isThinking().get());  // the second question is still being answered
+
+    harness.llm->release();
+    ASSERT_TRUE(harness.runUntilAnswered(*second));
+    EXPECT_EQ(second->reply->content(), "Second answer");
     EXPECT_FALSE(coach->isThinking().get());
 }
 

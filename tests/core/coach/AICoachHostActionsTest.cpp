@@ -3,6 +3,7 @@
 // the approval, what goes back on the wire, the round limit, and what the conversation keeps.
 #include "support/CoachHarness.h"
 #include "support/LoopbackHttpServer.h"
+#include "support/SampleHostActions.h"
 
 #include <sagely/AICoach.h>
 #include <sagely/CoachHostAction.h>
@@ -227,43 +228,12 @@ std::string endpointPath(Provider provider) {
     }
 }
 
-class ActionsProvider : public CoachContextProvider {
-public:
-    std::string configurationSummary() override { return "Palette: light."; }
-    std::string manualText() override { return "## Palette\nSwitch it in Settings."; }
-    std::optional<std::string> shortcutInfo(const std::string&) override { return std::nullopt; }
-    std::string recentActivity(int) override { return {}; }
-    std::vector<CoachHostAction> hostActions() override { return actions; }
-
-    std::vector<CoachHostAction> actions;
-};
-
 class AICoachHostActionsTest : public ::testing::TestWithParam<Provider> {
 protected:
     void SetUp() override {
         harness.useProvider(provider(), provider() == Provider::local ? "" : "sk-test",
                             server.url(endpointPath(provider())));
         harness.settings->model.set("test-model");
-        context->actions.push_back(
-            CoachHostAction("read_settings", "The app's current settings.",
-                            json{{"type", "object"}, {"properties", json::object()}},
-                            [this](const json& arguments) {
-                                seen.push_back("read_settings " + arguments.dump());
-                                return CoachHostActionResult{"palette=light", std::nullopt, false};
-                            })
-                .setReadOnly());
-        context->actions.push_back(
-            CoachHostAction("create_canvas", "Creates a canvas with the given name.",
-                            json{{"type", "object"},
-                                 {"properties", {{"name", {{"type", "string"}}}}},
-                                 {"required", {"name"}}},
-                            [this](const json& arguments) {
-                                seen.push_back("create_canvas " + arguments.dump());
-                                CoachCard card;
-                                card.title = "Canvas " + arguments["name"].get<std::string>();
-                                return CoachHostActionResult{"created", card, false};
-                            })
-                .setTitle("Create canvas"));
         coach =
             harness.makeCoach({.contextProvider = context, .llm = std::make_shared<LLMClient>()});
     }
@@ -286,9 +256,10 @@ protected:
 
     LoopbackHttpServer server;
     CoachHarness harness;
-    std::shared_ptr<ActionsProvider> context = std::make_shared<ActionsProvider>();
+    std::shared_ptr<testing::SampleActionsProvider> context =
+        std::make_shared<testing::SampleActionsProvider>();
+    std::vector<std::string>& seen = context->seen;
     std::unique_ptr<AICoach> coach;
-    std::vector<std::string> seen;
 };
 
 TEST_P(AICoachHostActionsTest, AReadOnlyCallRunsAndItsResultGoesBack) {

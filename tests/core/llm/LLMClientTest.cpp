@@ -399,6 +399,38 @@ TEST_F(LLMClientTest, GeminiWithOnlyAFunctionCallIsInvalid) {
     EXPECT_EQ(failureKind(configFor(Provider::gemini, "/g")), CoachLLMError::Kind::invalidResponse);
 }
 
+TEST_F(LLMClientTest, GeminiCallsWithoutAnIdGetOneMarkedAsMadeUp) {
+    m_server.enqueue(ScriptedResponse::json(
+        200, R"({"candidates":[{"content":{"role":"model","parts":[)"
+             R"({"functionCall":{"id":"call_7","name":"f","args":{}}},)"
+             R"({"functionCall":{"name":"f","args":{}}}]},"finishReason":"STOP"}]})"));
+    const LLMReply reply =
+        m_client.streamWithTools(kChat, {{"f", "Does f.", R"({"type":"object"})"}},
+                                 configFor(Provider::gemini, "/g"), std::nullopt, {}, {});
+    ASSERT_EQ(reply.toolCalls.size(), 2u);
+    EXPECT_EQ(reply.toolCalls[0].id, "call_7");  // the model's own, whatever it looks like
+    EXPECT_FALSE(reply.toolCalls[0].idMadeUp);
+    EXPECT_EQ(reply.toolCalls[1].id, "call_2");
+    EXPECT_TRUE(reply.toolCalls[1].idMadeUp);
+}
+
+TEST_F(LLMClientTest, GeminiSendsBackTheModelsOwnCallIdsButNeverMadeUpOnes) {
+    m_server.enqueue(ScriptedResponse::json(
+        200, R"({"candidates":[{"content":{"role":"model","parts":[{"text":"Done."}]}}]})"));
+    LLMMessage asked{"assistant", ""};
+    asked.toolCalls = {{"call_abc", "f", "{}", false}, {"call_2", "f", "{}", true}};
+    LLMMessage answered{"tool", ""};
+    answered.toolResults = {{"call_abc", "f", "ok", false}, {"call_2", "f", "ok", false}};
+    const std::vector<LLMMessage> messages = {{"user", "Go."}, asked, answered};
+    m_client.streamWithTools(messages, {{"f", "Does f.", R"({"type":"object"})"}},
+                             configFor(Provider::gemini, "/g"), std::nullopt, {}, {});
+    const json contents = json::parse(onlyRequest().body)["contents"];
+    EXPECT_EQ(contents[1]["parts"][0]["functionCall"]["id"], "call_abc");
+    EXPECT_FALSE(contents[1]["parts"][1]["functionCall"].contains("id"));
+    EXPECT_EQ(contents[2]["parts"][0]["functionResponse"]["id"], "call_abc");
+    EXPECT_FALSE(contents[2]["parts"][1]["functionResponse"].contains("id"));
+}
+
 TEST_F(LLMClientTest, AGeminiReplyBlockedWithNoCandidatesIsInvalid) {
     m_server.enqueue(ScriptedResponse::json(
         200, R"({"promptFeedback":{"blockReason":"SAFETY","safetyRatings":[]}})"));

@@ -46,6 +46,19 @@ TEST(CoachActionCallTest, ARoundIsWrittenWithOptionalKeysAndReadBack) {
     EXPECT_EQ(encodeJson(read), encodeJson(message));
 }
 
+TEST(CoachActionCallTest, AnIdTheKitMadeUpIsMarkedOnlyThen) {
+    CoachActionCall madeUp{"call_1", "read_settings", "",  "{}", Status::done,
+                           "ok",     std::nullopt,    true};
+    CoachActionCall own{"call_9", "read_settings", "", "{}", Status::done, "ok"};
+    const CoachMessage message = CoachMessage::actionRound("", {madeUp, own}, "");
+    const json written = json::parse(encodeJson(message));
+    EXPECT_EQ(written["actionCalls"][0]["idMadeUp"], true);
+    EXPECT_FALSE(written["actionCalls"][1].contains("idMadeUp"));
+    const CoachMessage read = decodeMessage(written.dump());
+    EXPECT_TRUE(read.actionCalls()[0].idMadeUp);
+    EXPECT_FALSE(read.actionCalls()[1].idMadeUp);
+}
+
 TEST(CoachActionCallTest, AMessageWithoutCallsKeepsItsFourKeys) {
     const json written = json::parse(encodeJson(CoachMessage(CoachMessage::Role::assistant, "Hi")));
     EXPECT_EQ(written.size(), 4u);

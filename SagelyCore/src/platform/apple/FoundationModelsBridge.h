@@ -35,6 +35,12 @@ typedef void (*sagely_fm_completion)(void* context, int32_t outcome, const char*
 /// never concurrently with it or with itself. `text` is valid only during the call.
 typedef void (*sagely_fm_snapshot)(void* context, const char* text);
 
+/// Called when the model calls a tool of a session made by sagely_fm_session_create_with_tools,
+/// on an arbitrary thread, possibly concurrently with itself. The strings are valid only during
+/// the call; `reply` must reach sagely_fm_tool_reply exactly once, from any thread.
+typedef void (*sagely_fm_tool_call)(void* context, const char* tool, const char* arguments,
+                                    void* reply);
+
 void sagely_fm_release(void* handle);
 
 void* sagely_fm_default_model(void);
@@ -46,6 +52,15 @@ int32_t sagely_fm_model_availability(void* model);
 
 /// A session with no tools and no instructions; NULL when the model is not usable.
 void* sagely_fm_session_create(void* model);
+/// A session with no instructions offering the tools of `tools`: JSON text, an array of
+/// {"name", "description", "parameters"}, the parameters described as AppleOnDeviceToolSchema.h
+/// says. The model's calls go to `onToolCall` with `context`. NULL when the model is not usable
+/// or a schema cannot be built.
+void* sagely_fm_session_create_with_tools(void* model, const char* tools, void* context,
+                                          sagely_fm_tool_call onToolCall);
+/// Answers a tool call: `output` is what the model reads; NULL makes the call fail as
+/// cancelled (the response then ends).
+void sagely_fm_tool_reply(void* reply, const char* output);
 /// Starts a response and returns its task, or NULL (then `completion` is never called).
 void* sagely_fm_session_respond(void* session, const char* prompt, double temperature,
                                 int64_t maximumResponseTokens, void* context,

@@ -25,6 +25,25 @@ public typealias SagelyCompletion =
     @convention(c) (UnsafeMutableRawPointer?, Int32, UnsafePointer<CChar>?) -> Void
 public typealias SagelySnapshot =
     @convention(c) (UnsafeMutableRawPointer?, UnsafePointer<CChar>?) -> Void
+public typealias SagelyToolCall =
+    @convention(c) (
+        UnsafeMutableRawPointer?, UnsafePointer<CChar>?, UnsafePointer<CChar>?,
+        UnsafeMutableRawPointer?
+    ) -> Void
+
+/// A tool call waiting for the C++ side's answer (nil: cancelled). The C++ side answers every
+/// call exactly once, a stopped response's calls included, so the wait needs no cancellation
+/// handler of its own (two resumes would be fatal).
+private final class ToolReply: @unchecked Sendable {
+    let continuation: CheckedContinuation<String?, Never>
+    init(_ continuation: CheckedContinuation<String?, Never>) { self.continuation = continuation }
+}
+
+@_cdecl("sagely_fm_tool_reply")
+public func sagelyFMToolReply(_ reply: UnsafeMutableRawPointer, _ output: UnsafePointer<CChar>?) {
+    let waiting = Unmanaged<ToolReply>.fromOpaque(reply).takeRetainedValue()
+    waiting.continuation.resume(returning: output.map { String(cString: $0) })
+}
 
 @_cdecl("sagely_fm_release")
 public func sagelyFMRelease(_ handle: UnsafeMutableRawPointer?) {
@@ -109,6 +128,35 @@ public func sagelyFMSessionCreate(_ model: UnsafeMutableRawPointer) -> UnsafeMut
     return nil
 }
 
+@_cdecl("sagely_fm_session_create_with_tools")
+public func sagelyFMSessionCreateWithTools(
+    _ model: UnsafeMutableRawPointer, _ tools: UnsafePointer<CChar>,
+    _ context: UnsafeMutableRawPointer?, _ onToolCall: SagelyToolCall
+) -> UnsafeMutableRawPointer? {
+    #if canImport(FoundationModels)
+    if #available(macOS 26.0, *), let model = unboxed(model) as? SystemLanguageModel,
+        let list = try? JSONSerialization.jsonObject(with: Data(String(cString: tools).utf8))
+            as? [[String: Any]]
+    {
+        var bridged: [any Tool] = []
+        for tool in list {
+            guard let name = tool["name"] as? String,
+                let description = tool["description"] as? String,
+                let node = tool["parameters"] as? [String: Any],
+                let root = sagelySchema(node),
+                let parameters = try? GenerationSchema(root: root, dependencies: [])
+            else { return nil }
+            bridged.append(
+                SagelyTool(
+                    name: name, description: description, parameters: parameters,
+                    context: UInt(bitPattern: context), onToolCall: onToolCall))
+        }
+        return retained(LanguageModelSession(model: model, tools: bridged))
+    }
+    #endif
+    return nil
+}
+
 @_cdecl("sagely_fm_session_respond")
 public func sagelyFMSessionRespond(
     _ session: UnsafeMutableRawPointer, _ prompt: UnsafePointer<CChar>, _ temperature: Double,
@@ -153,6 +201,83 @@ public func sagelyFMSessionStream(
 }
 
 #if canImport(FoundationModels)
+/// A host action as a tool whose schema is known only at run time: the arguments arrive as
+/// GeneratedContent and go to the C++ side as JSON text, which checks them against the action's
+/// JSON Schema (GeneratedContent as Arguments is the pattern public bridges use; Apple's text
+/// saying it conforms to ConvertibleFromGeneratedContent was not seen).
+@available(macOS 26.0, *)
+private struct SagelyTool: Tool, @unchecked Sendable {
+    typealias Arguments = GeneratedContent
+    typealias Output = String
+
+    let name: String
+    let description: String
+    let parameters: GenerationSchema
+    let context: UInt  // the C++ side's pointer, as a number
+    let onToolCall: SagelyToolCall
+
+    @concurrent func call(arguments: GeneratedContent) async throws -> String {
+        let json = arguments.jsonString
+        let output: String? = await withCheckedContinuation { continuation in
+            let reply = Unmanaged.passRetained(ToolReply(continuation)).toOpaque()
+            name.withCString { tool in
+                json.withCString { arguments in
+                    onToolCall(UnsafeMutableRawPointer(bitPattern: context), tool, arguments, reply)
+                }
+            }
+        }
+        guard let output else { throw CancellationError() }
+        return output
+    }
+}
+
+/// One node of the C++ side's schema description, already checked there, as the framework's
+/// run-time schema; nil for a node it does not know.
+@available(macOS 26.0, *)
+private func sagelySchema(_ node: [String: Any]) -> DynamicGenerationSchema? {
+    let description = node["description"] as? String
+    switch node["kind"] as? String {
+    case "object":
+        guard let name = node["name"] as? String,
+            let members = node["properties"] as? [[String: Any]]
+        else { return nil }
+        var properties: [DynamicGenerationSchema.Property] = []
+        for member in members {
+            guard let memberName = member["name"] as? String,
+                let memberNode = member["schema"] as? [String: Any],
+                let schema = sagelySchema(memberNode)
+            else { return nil }
+            properties.append(
+                DynamicGenerationSchema.Property(
+                    name: memberName, description: member["description"] as? String,
+                    schema: schema, isOptional: member["optional"] as? Bool ?? false))
+        }
+        return DynamicGenerationSchema(name: name, description: description, properties: properties)
+    case "choices":
+        // The string-choice form of init(name:description:anyOf:) is not confirmed from Apple's
+        // text; the C++ side checks every value against the enum whatever the model writes.
+        guard let name = node["name"] as? String, let choices = node["choices"] as? [String]
+        else { return nil }
+        return DynamicGenerationSchema(name: name, description: description, anyOf: choices)
+    case "array":
+        guard let items = node["items"] as? [String: Any], let schema = sagelySchema(items)
+        else { return nil }
+        // No bounds: minimumElements and maximumElements are left to their defaults (that
+        // they have defaults is not confirmed from Apple's text).
+        return DynamicGenerationSchema(arrayOf: schema)
+    case "string":
+        return DynamicGenerationSchema(type: String.self)
+    case "integer":
+        return DynamicGenerationSchema(type: Int.self)
+    case "number":
+        return DynamicGenerationSchema(type: Double.self)
+    case "boolean":
+        return DynamicGenerationSchema(type: Bool.self)
+    default:
+        return nil
+    }
+}
+
 @available(macOS 26.0, *)
 private func sagelyOptions(_ temperature: Double, _ maximumResponseTokens: Int64)
     -> GenerationOptions

@@ -4,9 +4,15 @@
 
 #include <sagely/CoachLLMError.h>
 
+#include <nlohmann/json.hpp>
+
+#include <atomic>
 #include <condition_variable>
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace sagely::detail {
@@ -75,9 +81,75 @@ std::string replyOrThrow(int32_t outcome, const std::string& text) {
     }
 }
 
+// The tool handlers of open sessions, by number. The bridge is handed the number, not a pointer:
+// a stopped response's task may still call a tool after its session is gone, and then finds
+// nothing here.
+class ToolHandlers {
+public:
+    static std::uintptr_t add(OnDeviceToolCallHandler handler) {
+        std::lock_guard lock(mutex());
+        static std::uintptr_t last = 0;
+        handlers().emplace(++last, std::make_shared<OnDeviceToolCallHandler>(std::move(handler)));
+        return last;
+    }
+    static void remove(std::uintptr_t number) {
+        std::lock_guard lock(mutex());
+        handlers().erase(number);
+    }
+    static std::shared_ptr<OnDeviceToolCallHandler> find(std::uintptr_t number) {
+        std::lock_guard lock(mutex());
+        auto found = handlers().find(number);
+        return found == handlers().end() ? nullptr : found->second;
+    }
+
+private:
+    static std::mutex& mutex() {
+        static std::mutex m;
+        return m;
+    }
+    static std::map<std::uintptr_t, std::shared_ptr<OnDeviceToolCallHandler>>& handlers() {
+        static std::map<std::uintptr_t, std::shared_ptr<OnDeviceToolCallHandler>> h;
+        return h;
+    }
+};
+
+// Sends a tool call's answer once; an answer dropped unsent cancels the call, so the framework
+// never waits for nothing.
+class ToolReplyOnce {
+public:
+    explicit ToolReplyOnce(void* reply) : m_reply(reply) {}
+    ~ToolReplyOnce() { send(nullptr); }
+    void send(const char* output) {
+        if (!m_sent.exchange(true)) sagely_fm_tool_reply(m_reply, output);
+    }
+
+private:
+    void* m_reply;
+    std::atomic<bool> m_sent{false};
+};
+
+// Runs on a framework thread; never throws.
+void deliverToolCall(void* context, const char* tool, const char* arguments, void* reply) {
+    auto once = std::make_shared<ToolReplyOnce>(reply);
+    try {
+        auto handler = ToolHandlers::find(reinterpret_cast<std::uintptr_t>(context));
+        if (!handler) return;
+        (*handler)(tool != nullptr ? tool : "", arguments != nullptr ? arguments : "{}",
+                   [once](std::optional<std::string> output) {
+                       once->send(output ? output->c_str() : nullptr);
+                   });
+    } catch (...) {
+        // The call fails as cancelled when the last copy of its answer goes.
+    }
+}
+
 class SystemSession final : public OnDeviceSession {
 public:
-    explicit SystemSession(BridgeHandle session) : m_session(std::move(session)) {}
+    explicit SystemSession(BridgeHandle session, std::uintptr_t tools = 0)
+        : m_session(std::move(session)), m_tools(tools) {}
+    ~SystemSession() override {
+        if (m_tools != 0) ToolHandlers::remove(m_tools);
+    }
 
     std::string respond(const std::string& prompt, const OnDeviceGenerationOptions& options,
                         const CancellationToken& cancellation) override {
@@ -142,6 +214,7 @@ private:
     }
 
     BridgeHandle m_session;
+    std::uintptr_t m_tools;
 };
 
 class SystemLanguageModel final : public OnDeviceLanguageModel {
@@ -168,6 +241,26 @@ public:
         BridgeHandle session = adopt(m_model ? sagely_fm_session_create(m_model.get()) : nullptr);
         if (!session) throw Error("The on-device model could not open a session.");
         return std::make_unique<SystemSession>(std::move(session));
+    }
+
+    std::unique_ptr<OnDeviceSession> makeSessionWithTools(
+        const std::vector<OnDeviceTool>& tools, OnDeviceToolCallHandler onToolCall) override {
+        nlohmann::json list = nlohmann::json::array();
+        for (const OnDeviceTool& tool : tools)
+            list.push_back({{"name", tool.name},
+                            {"description", tool.description},
+                            {"parameters", nlohmann::json::parse(tool.parameters)}});
+        const std::uintptr_t number = ToolHandlers::add(std::move(onToolCall));
+        BridgeHandle session =
+            adopt(m_model ? sagely_fm_session_create_with_tools(m_model.get(), list.dump().c_str(),
+                                                                reinterpret_cast<void*>(number),
+                                                                &deliverToolCall)
+                          : nullptr);
+        if (!session) {
+            ToolHandlers::remove(number);
+            throw Error("The on-device model could not open a session with the host's actions.");
+        }
+        return std::make_unique<SystemSession>(std::move(session), number);
     }
 
 private:
