@@ -11,7 +11,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <thread>
 
 using namespace sagely;
@@ -399,16 +401,29 @@ TEST_F(LLMClientStreamingTest, StoppingAStalledStreamEndsItPromptly) {
     m_server.enqueue(stall);
     CancellationToken cancellation;
     std::vector<std::string> deltas;
+    // Stop once the first piece has arrived and the stream waits for the next, however slowly a
+    // loaded machine delivers the first.
+    std::atomic<bool> firstArrived = false;
+    std::atomic<std::int64_t> stoppedAt = 0;
     std::thread stopper([&] {
-        std::this_thread::sleep_for(300ms);
+        while (!firstArrived) std::this_thread::sleep_for(5ms);
+        std::this_thread::sleep_for(100ms);
+        stoppedAt = std::chrono::steady_clock::now().time_since_epoch().count();
         cancellation.requestStop();
     });
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_THROW(stream(configFor(Provider::openai, "/v1/chat/completions"), &deltas, cancellation),
+    EXPECT_THROW(m_client.stream(kChat, configFor(Provider::openai, "/v1/chat/completions"),
+                                 std::nullopt, cancellation,
+                                 [&](std::string_view delta) {
+                                     deltas.emplace_back(delta);
+                                     firstArrived = true;
+                                 }),
                  CancelledError);
-    const auto took = std::chrono::steady_clock::now() - start;
+    const auto ended = std::chrono::steady_clock::now().time_since_epoch().count();
+    firstArrived = true;  // lets the stopper end should the stream have failed before any piece
     stopper.join();
+    const auto took = std::chrono::steady_clock::duration(ended - stoppedAt);
     EXPECT_EQ(deltas, std::vector<std::string>{"Hel"});
+    // The next piece is a minute away: only the stop can end the stream this soon.
     EXPECT_LT(took, 3s);
 }
 
