@@ -3,6 +3,7 @@
 #include <sagely/Text.h>
 
 #include "format/IcuRegex.h"
+#include "format/StepMarkers.h"
 #include "support/TextViews.h"
 
 #include <unicode/uchar.h>
@@ -20,6 +21,10 @@ namespace sagely {
 namespace {
 
 using detail::IcuRegex;
+using detail::stepHeadings;
+using detail::stepMarkersAfterSentences;
+using detail::stepMarkersBeforeLetters;
+using detail::stepMarkersNotAtLineStarts;
 using detail::TextRange;
 using detail::trimmedView;
 using icu::UnicodeString;
@@ -285,7 +290,7 @@ void collapseBlankRuns(std::u16string& u) {
 
 // --- Where a pattern can match ---------------------------------------------------------------
 // Each list holds every position where a match can start, and a few more: the patterns decide.
-// The lists only spare ICU from trying the pattern at every position of the text.
+// The lists only spare the matchers from trying the pattern at every position of the text.
 
 // A case-insensitive "Step": an "s" before a "t", or anything non-ASCII.
 std::vector<int32_t> possibleStepWords(std::u16string_view u) {
@@ -413,28 +418,28 @@ void splitSentenceStarts(std::u16string& u) {
 // match ("$1\n\n$2" with "(…)(…)", "\n\n$1\n" with "(…)"), so its replacements are line feeds put
 // in at the ends of the groups.
 void separateMarkers(std::u16string& u) {
-    static const IcuRegex gluedMarker(u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])");
-    static const IcuRegex inlineMarker(u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE);
     static const IcuRegex inlineNumber(u"(?<!\n)(\\d+\\.\\s)");
-    static const IcuRegex markerAfterSentence(u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE);
     std::vector<LineBreaks> breaks;
-    // Two line feeds where the given group of each match starts.
-    auto breakBeforeGroup = [&](const IcuRegex& pattern, const std::vector<int32_t>& candidates,
-                                int32_t group) {
+    // Two line feeds at the given offset into each match.
+    auto breakInside = [&](const std::vector<TextRange>& matches, auto offsetOf) {
         breaks.clear();
-        for (TextRange range : pattern.matchRangesAt(aliasOf(u), candidates, group))
-            if (range.first >= 0) breaks.push_back({range.first, 2});
+        for (TextRange match : matches) breaks.push_back({offsetOf(match), 2});
         insertLineBreaks(u, breaks);
     };
-    breakBeforeGroup(gluedMarker, possibleStepWords(u), 2);  // "$1\n\n$2"
+    // "$1\n\n$2", before the letter that ends the match
+    breakInside(stepMarkersBeforeLetters(u, possibleStepWords(u)),
+                [](TextRange match) { return match.second - 1; });
     breaks.clear();
-    for (TextRange match : inlineMarker.matchRangesAt(aliasOf(u), possibleStepWords(u))) {
+    for (TextRange match : stepMarkersNotAtLineStarts(u, possibleStepWords(u))) {
         breaks.push_back({match.first, 2});  // "\n\n$1\n"
         breaks.push_back({match.second, 1});
     }
     insertLineBreaks(u, breaks);
-    breakBeforeGroup(inlineNumber, possibleNumbers(u), 1);              // "\n\n$1"
-    breakBeforeGroup(markerAfterSentence, possibleSentenceEnds(u), 2);  // "$1\n\n$2"
+    breakInside(inlineNumber.matchRangesAt(aliasOf(u), possibleNumbers(u)),  // "\n\n$1"
+                [](TextRange match) { return match.first; });
+    // "$1\n\n$2", after the punctuation that starts the match
+    breakInside(stepMarkersAfterSentences(u, possibleSentenceEnds(u)),
+                [](TextRange match) { return match.first + 1; });
     splitSentenceStarts(u);
 }
 
@@ -558,9 +563,7 @@ CoachMessageFormatting::ProceduralStep stepFromBody(std::string_view body) {
 // The procedure of a normalised text.
 std::optional<CoachMessageFormatting::ProceduralContent> proceduralContentOf(
     std::u16string_view u) {
-    static const IcuRegex marker(u"(?i)Step\\s+(\\d+)\\s*:\\s*");
-    if (!marker.isValid()) return std::nullopt;
-    auto matches = marker.matchRangesAt(aliasOf(u), possibleStepWords(u));
+    auto matches = stepHeadings(u, possibleStepWords(u));
     if (matches.size() < 2) return std::nullopt;
     CoachMessageFormatting::ProceduralContent content;
     if (matches.front().first >= 1)
