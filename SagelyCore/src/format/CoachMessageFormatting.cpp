@@ -3,7 +3,7 @@
 #include <sagely/Text.h>
 
 #include "format/IcuRegex.h"
-#include "format/StepMarkers.h"
+#include "format/ReplyMarkers.h"
 #include "support/TextViews.h"
 
 #include <unicode/uchar.h>
@@ -21,6 +21,7 @@ namespace sagely {
 namespace {
 
 using detail::IcuRegex;
+using detail::numberedItemsNotAtLineStarts;
 using detail::stepHeadings;
 using detail::stepMarkersAfterSentences;
 using detail::stepMarkersBeforeLetters;
@@ -418,7 +419,6 @@ void splitSentenceStarts(std::u16string& u) {
 // match ("$1\n\n$2" with "(…)(…)", "\n\n$1\n" with "(…)"), so its replacements are line feeds put
 // in at the ends of the groups.
 void separateMarkers(std::u16string& u) {
-    static const IcuRegex inlineNumber(u"(?<!\n)(\\d+\\.\\s)");
     std::vector<LineBreaks> breaks;
     // Two line feeds at the given offset into each match.
     auto breakInside = [&](const std::vector<TextRange>& matches, auto offsetOf) {
@@ -435,7 +435,7 @@ void separateMarkers(std::u16string& u) {
         breaks.push_back({match.second, 1});
     }
     insertLineBreaks(u, breaks);
-    breakInside(inlineNumber.matchRangesAt(aliasOf(u), possibleNumbers(u)),  // "\n\n$1"
+    breakInside(numberedItemsNotAtLineStarts(u, possibleNumbers(u)),  // "\n\n$1"
                 [](TextRange match) { return match.first; });
     // "$1\n\n$2", after the punctuation that starts the match
     breakInside(stepMarkersAfterSentences(u, possibleSentenceEnds(u)),

@@ -3,7 +3,7 @@
 #include <sagely/Text.h>
 
 #include "format/IcuRegex.h"
-#include "format/StepMarkers.h"
+#include "format/ReplyMarkers.h"
 
 #include <gtest/gtest.h>
 #include <unicode/uchar.h>
@@ -510,33 +510,34 @@ TEST(FormattingShortcuts, SplitSentenceStartsAsThePhrasePatternsDo) {
         ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
 }
 
-// --- Step markers found by hand, against the patterns they stand for -------------------------
+// --- Markers found by hand, against the patterns they stand for ------------------------------
 
 namespace {
 
 using sagely::detail::TextRange;
-using StepMarkerScan = std::vector<TextRange> (*)(std::u16string_view, const std::vector<int32_t>&);
+using MarkerScan = std::vector<TextRange> (*)(std::u16string_view, const std::vector<int32_t>&);
 
-struct StepMarkerPattern {
+struct MarkerPattern {
     const char16_t* pattern;
     uint32_t flags;
-    StepMarkerScan scan;
+    MarkerScan scan;
 };
 
-const std::array<StepMarkerPattern, 4> kStepMarkerPatterns = {{
+const std::array<MarkerPattern, 5> kMarkerPatterns = {{
     {u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])", 0, sagely::detail::stepMarkersBeforeLetters},
     {u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE,
      sagely::detail::stepMarkersNotAtLineStarts},
     {u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE, sagely::detail::stepMarkersAfterSentences},
     {u"(?i)Step\\s+(\\d+)\\s*:\\s*", 0, sagely::detail::stepHeadings},
+    {u"(?<!\n)(\\d+\\.\\s)", 0, sagely::detail::numberedItemsNotAtLineStarts},
 }};
 
 // Compares each scan, given every position as a candidate, with a search of its pattern.
-void expectSameStepMarkersAsThePatterns(const icu::UnicodeString& text, const std::string& what) {
+void expectSameMarkersAsThePatterns(const icu::UnicodeString& text, const std::string& what) {
     std::vector<int32_t> everywhere(static_cast<std::size_t>(text.length()));
     for (int32_t i = 0; i < text.length(); ++i) everywhere[static_cast<std::size_t>(i)] = i;
     const std::u16string_view view(text.getBuffer(), static_cast<std::size_t>(text.length()));
-    for (const StepMarkerPattern& marker : kStepMarkerPatterns)
+    for (const MarkerPattern& marker : kMarkerPatterns)
         ASSERT_EQ(marker.scan(view, everywhere),
                   IcuRegex(marker.pattern, marker.flags).matchRanges(text))
             << what << " with " << icu::UnicodeString(marker.pattern).length() << "-unit pattern";
@@ -545,7 +546,7 @@ void expectSameStepMarkersAsThePatterns(const icu::UnicodeString& text, const st
 // Text dense in what a marker is made of: the word in every case and in the characters that
 // fold onto its letters, blanks of every kind, digits of several scripts, colons, sentence
 // ends and line feeds, and near misses.
-std::vector<std::string> repliesDenseInStepMarkers(std::size_t count, std::size_t maxPieces) {
+std::vector<std::string> repliesDenseInMarkers(std::size_t count, std::size_t maxPieces) {
     static const std::array<std::string, 36> pieces = {
         "Step",     "step",   "STEP",   "sTeP",       "\u017Ftep", "\uFB06ep",
         "\uFB05ep", "St",     "ep",     "S",          "Ste",       "te",
@@ -566,36 +567,37 @@ std::vector<std::string> repliesDenseInStepMarkers(std::size_t count, std::size_
 
 }  // namespace
 
-TEST(StepMarkers, AreWhatThePatternsFindInTextDenseInThem) {
-    for (const std::string& reply : repliesDenseInStepMarkers(3000, 30))
-        expectSameStepMarkersAsThePatterns(icu::UnicodeString::fromUTF8(reply), reply);
+TEST(ReplyMarkers, AreWhatThePatternsFindInTextDenseInThem) {
+    for (const std::string& reply : repliesDenseInMarkers(3000, 30))
+        expectSameMarkersAsThePatterns(icu::UnicodeString::fromUTF8(reply), reply);
 }
 
 // Markers with long runs of blanks, digits and line feeds, as the benchmark's adversarial text.
-TEST(StepMarkers, AreWhatThePatternsFindAcrossLongRuns) {
+TEST(ReplyMarkers, AreWhatThePatternsFindAcrossLongRuns) {
     const std::string blanks(2048, ' '), digits(2048, '7'), feeds(1024, '\n');
     for (const std::string& text :
          {"Step" + blanks + digits + feeds + ":x", "x.Step" + blanks + digits,
           "Step" + blanks + digits + blanks + ":" + blanks + "Step 1:" + feeds,
           "Step" + feeds + digits + ":Step" + blanks + ":", ".step" + blanks + "\u0663" + digits,
           feeds + "STEP\u3000" + digits + "\u2028:k"})
-        expectSameStepMarkersAsThePatterns(icu::UnicodeString::fromUTF8(text), text.substr(0, 12));
-    for (const std::string& reply : repliesDenseInStepMarkers(40, 3000))
-        expectSameStepMarkersAsThePatterns(icu::UnicodeString::fromUTF8(reply), "a long reply");
+        expectSameMarkersAsThePatterns(icu::UnicodeString::fromUTF8(text), text.substr(0, 12));
+    for (const std::string& reply : repliesDenseInMarkers(40, 3000))
+        expectSameMarkersAsThePatterns(icu::UnicodeString::fromUTF8(reply), "a long reply");
 }
 
 // Every character in every place of a marker: only the characters that fold onto the word's
-// letters, the blanks, the digits and the letters after it may take part.
-TEST(StepMarkers, TakeEachCharacterWhereThePatternsTakeIt) {
+// letters, the blanks, the digits and the letters after a marker may take part.
+TEST(ReplyMarkers, TakeEachCharacterWhereThePatternsTakeIt) {
     for (UChar32 c = 0; c <= 0x10FFFF; c = c < 0xFFFF ? c + 1 : c + 0x101) {
         if (U_IS_SURROGATE(c)) continue;
         icu::UnicodeString x(c);
         icu::UnicodeString text = x + u"tep 1:x S" + x + u"ep 1:x St" + x + u"p 1:x Ste" + x +
                                   u" 1:x " + x + u"ep 2:y Step" + x + u"1:x Step 1" + x +
-                                  u":x Step 1:" + x + u" ." + u"Step " + x + u" Step 3 " + x;
+                                  u":x Step 1:" + x + u" ." + u"Step " + x + u" Step 3 " + x +
+                                  u" 4" + x + u". 5." + x + x + u"6. ";
         std::string utf8;
         text.toUTF8String(utf8);
-        expectSameStepMarkersAsThePatterns(text, utf8);
+        expectSameMarkersAsThePatterns(text, utf8);
         if (HasFatalFailure()) return;
     }
 }

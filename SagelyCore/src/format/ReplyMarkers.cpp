@@ -1,4 +1,4 @@
-#include "format/StepMarkers.h"
+#include "format/ReplyMarkers.h"
 
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
@@ -147,6 +147,17 @@ std::vector<TextRange> stepHeadings(std::u16string_view text,
     return matchesAt(text, candidates, [](Text t, int32_t at) {
         const int32_t marker = stepMarkerEnd(t, at);
         return marker < 0 ? -1 : runEnd(t, marker, isBlank);
+    });
+}
+
+std::vector<TextRange> numberedItemsNotAtLineStarts(std::u16string_view text,
+                                                    const std::vector<int32_t>& candidates) {
+    return matchesAt(text, candidates, [](Text t, int32_t at) {
+        if (at > 0 && t.units[at - 1] == u'\n') return -1;
+        const int32_t digits = runEnd(t, at, isDigit);
+        if (digits == at || digits >= t.length || t.units[digits] != u'.') return -1;
+        int32_t next = digits + 1;
+        return next < t.length && isBlank(codePointAt(t, next)) ? next : -1;
     });
 }
 

@@ -1,10 +1,10 @@
-// StepMarkers — the "Step N:" markers of a reply, found by hand.
+// ReplyMarkers — the "Step N:" and "N. " markers of a reply, found by hand.
 //
-// Each function gives exactly the matches of one of the repair's case-insensitive patterns, as
-// successive finds of it report them, in one linear pass: "Step" is compared under full case
-// folding (so "ſtep" and "ﬆep" are markers too), "\s" is White_Space, "\d" a decimal digit. The
-// classes a marker is made of never share a character, so a marker has one reading and needs no
-// backtracking, where a regular expression engine spends most of a reply full of long runs.
+// Each function gives exactly the matches of one of the repair's patterns, as successive finds
+// of it report them, in one linear pass: "Step" is compared under full case folding (so "ſtep"
+// and "ﬆep" are markers too), "\s" is White_Space, "\d" a decimal digit. The classes a marker is
+// made of never share a character, so a marker has one reading and needs no backtracking, where
+// a regular expression engine spends most of a reply full of long runs.
 //
 // `candidates` (ascending) must hold every position where a match can start; other positions
 // are rejected.
@@ -32,5 +32,9 @@ std::vector<TextRange> stepMarkersAfterSentences(std::u16string_view text,
 /// "(?i)Step\s+(\d+)\s*:\s*": a marker with the blanks after it.
 std::vector<TextRange> stepHeadings(std::u16string_view text,
                                     const std::vector<int32_t>& candidates);
+
+/// "(?<!\n)(\d+\.\s)": a numbered item not at the start of a line.
+std::vector<TextRange> numberedItemsNotAtLineStarts(std::u16string_view text,
+                                                    const std::vector<int32_t>& candidates);
 
 }  // namespace sagely::detail
