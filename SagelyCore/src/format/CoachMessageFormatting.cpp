@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -164,9 +165,19 @@ void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
         unsigned any = 0;
         for (std::size_t i = base; i < base + kBlock; ++i) any |= hit(text[i], text[i + 1]);
         if (any == 0) continue;
-        uint64_t hits = 0;  // without a branch per character either, for text with many hits
+        // Without a branch per character either, for text with many hits: the tests of the
+        // block are made into bytes, which vectorises, and each eight bytes are packed into
+        // eight bits by one multiplication.
+        std::array<uint8_t, kBlock> isHit;
         for (std::size_t j = 0; j < kBlock; ++j)
-            hits |= static_cast<uint64_t>(hit(text[base + j], text[base + j + 1])) << j;
+            isHit[j] = hit(text[base + j], text[base + j + 1]) != 0;
+        static_assert(std::endian::native == std::endian::little, "isHit[j + k] is byte k");
+        uint64_t hits = 0;
+        for (std::size_t j = 0; j < kBlock; j += 8) {
+            uint64_t eight = 0;
+            std::memcpy(&eight, isHit.data() + j, sizeof eight);
+            hits |= ((eight * 0x0102040810204080ULL) >> 56) << j;  // byte k of eight is bit k
+        }
         for (; hits != 0; hits &= hits - 1)
             onHit(static_cast<int32_t>(base + static_cast<std::size_t>(std::countr_zero(hits))));
     }
