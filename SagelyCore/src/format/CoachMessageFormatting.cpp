@@ -2,7 +2,6 @@
 
 #include <sagely/Text.h>
 
-#include "format/IcuRegex.h"
 #include "format/ReplyMarkers.h"
 #include "support/TextViews.h"
 
@@ -21,7 +20,6 @@
 namespace sagely {
 namespace {
 
-using detail::IcuRegex;
 using detail::numberedItemsNotAtLineStarts;
 using detail::stepHeadings;
 using detail::stepMarkersAfterSentences;
@@ -29,22 +27,13 @@ using detail::stepMarkersBeforeLetters;
 using detail::stepMarkersNotAtLineStarts;
 using detail::TextRange;
 using detail::trimmedView;
-using icu::UnicodeString;
-
-// Patterns are compiled once, into function-local statics, and matched with per-thread
-// matchers (see IcuRegex), so all of this is thread-safe.
 
 // --- The UTF-16 buffer of the repair ----------------------------------------------------------
-// The repair works in one std::u16string buffer from step to step; a read-only UnicodeString
-// over the buffer lends it to a pattern without a copy. Malformed UTF-8 becomes U+FFFD both ways,
-// as with UnicodeString's own conversions.
+// The repair works in one std::u16string buffer from step to step. Malformed UTF-8 becomes
+// U+FFFD both ways, as with UnicodeString's own conversions.
 
 int32_t lengthOf(std::u16string_view u) {
     return static_cast<int32_t>(u.size());
-}
-
-UnicodeString aliasOf(std::u16string_view u) {
-    return UnicodeString(false, u.data(), lengthOf(u));
 }
 
 void assignUtf8(std::u16string& out, std::string_view s) {

@@ -11,6 +11,7 @@
 #include <array>
 #include <chrono>
 #include <random>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -309,6 +310,20 @@ std::string referenceClean(const std::string& input) {
     return sagely::text::trimmed(text);
 }
 
+// `count` strings of up to `maxPieces` pieces each, drawn at random.
+std::vector<std::string> concatenationsOf(std::span<const std::string> pieces, unsigned seed,
+                                          std::size_t count, std::size_t maxPieces) {
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1), length(0, maxPieces);
+    std::vector<std::string> replies;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::string reply;
+        for (std::size_t n = length(random); n > 0; --n) reply += pieces[piece(random)];
+        replies.push_back(reply);
+    }
+    return replies;
+}
+
 std::vector<std::string> randomReplies(std::size_t count, std::size_t maxPieces = 24) {
     // Includes characters that case-fold to "s" or "st", digits outside ASCII (one of them
     // outside the basic plane) and line separators, where shortcuts would most likely go wrong.
@@ -320,15 +335,7 @@ std::vector<std::string> randomReplies(std::size_t count, std::size_t maxPieces 
         "*",         "**",         "-",      "_",      "e\u0301", "\U0001F44D\U0001F3FD",
         "\u017Ftep", "\u2028",     "\u0663", "a",      "\u00DF",  "\uFB06ep",
         "\u1E9E",    "\U0001D7CE", "\u212A", "\u0130", "\t",      "\u0085"};
-    std::mt19937 random(20240611);
-    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1), length(0, maxPieces);
-    std::vector<std::string> replies;
-    for (std::size_t i = 0; i < count; ++i) {
-        std::string reply;
-        for (std::size_t n = length(random); n > 0; --n) reply += pieces[piece(random)];
-        replies.push_back(reply);
-    }
-    return replies;
+    return concatenationsOf(pieces, 20240611, count, maxPieces);
 }
 
 }  // namespace
@@ -554,15 +561,7 @@ std::vector<std::string> repliesDenseInMarkers(std::size_t count, std::size_t ma
         "\u0085",   "\v",     "1",      "23",         "\u0663",    "\U0001D7CE",
         ":",        ".",      "!",      "?",          "x",         "\u212A",
         "\u017F",   "\u1E9E", "\u0130", "\U0001F44D", "\r",        "\u00DF"};
-    std::mt19937 random(2215);
-    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1), length(0, maxPieces);
-    std::vector<std::string> replies;
-    for (std::size_t i = 0; i < count; ++i) {
-        std::string reply;
-        for (std::size_t n = length(random); n > 0; --n) reply += pieces[piece(random)];
-        replies.push_back(reply);
-    }
-    return replies;
+    return concatenationsOf(pieces, 2215, count, maxPieces);
 }
 
 }  // namespace
