@@ -544,10 +544,13 @@ void expectSameMarkersAsThePatterns(const icu::UnicodeString& text, const std::s
     std::vector<int32_t> everywhere(static_cast<std::size_t>(text.length()));
     for (int32_t i = 0; i < text.length(); ++i) everywhere[static_cast<std::size_t>(i)] = i;
     const std::u16string_view view(text.getBuffer(), static_cast<std::size_t>(text.length()));
-    for (const MarkerPattern& marker : kMarkerPatterns)
+    for (const MarkerPattern& marker : kMarkerPatterns) {
+        std::string pattern;
+        icu::UnicodeString(marker.pattern).toUTF8String(pattern);
         ASSERT_EQ(marker.scan(view, everywhere),
                   IcuRegex(marker.pattern, marker.flags).matchRanges(text))
-            << what << " with " << icu::UnicodeString(marker.pattern).length() << "-unit pattern";
+            << what << " with " << pattern;
+    }
 }
 
 // Text dense in what a marker is made of: the word in every case and in the characters that
