@@ -2,7 +2,7 @@
 
 #include <sagely/Text.h>
 
-#include "format/IcuRegex.h"
+#include "format/ReplyMarkers.h"
 #include "support/TextViews.h"
 
 #include <unicode/uchar.h>
@@ -13,31 +13,27 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstring>
 #include <string>
 #include <string_view>
 
 namespace sagely {
 namespace {
 
-using detail::IcuRegex;
+using detail::numberedItemsNotAtLineStarts;
+using detail::stepHeadings;
+using detail::stepMarkersAfterSentences;
+using detail::stepMarkersBeforeLetters;
+using detail::stepMarkersNotAtLineStarts;
 using detail::TextRange;
 using detail::trimmedView;
-using icu::UnicodeString;
-
-// Patterns are compiled once, into function-local statics, and matched with per-thread
-// matchers (see IcuRegex), so all of this is thread-safe.
 
 // --- The UTF-16 buffer of the repair ----------------------------------------------------------
-// The repair works in one std::u16string buffer from step to step; a read-only UnicodeString
-// over the buffer lends it to a pattern without a copy. Malformed UTF-8 becomes U+FFFD both ways,
-// as with UnicodeString's own conversions.
+// The repair works in one std::u16string buffer from step to step. Malformed UTF-8 becomes
+// U+FFFD both ways, as with UnicodeString's own conversions.
 
 int32_t lengthOf(std::u16string_view u) {
     return static_cast<int32_t>(u.size());
-}
-
-UnicodeString aliasOf(std::u16string_view u) {
-    return UnicodeString(false, u.data(), lengthOf(u));
 }
 
 void assignUtf8(std::u16string& out, std::string_view s) {
@@ -158,9 +154,19 @@ void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
         unsigned any = 0;
         for (std::size_t i = base; i < base + kBlock; ++i) any |= hit(text[i], text[i + 1]);
         if (any == 0) continue;
-        uint64_t hits = 0;  // without a branch per character either, for text with many hits
+        // Without a branch per character either, for text with many hits: the tests of the
+        // block are made into bytes, which vectorises, and each eight bytes are packed into
+        // eight bits by one multiplication.
+        std::array<uint8_t, kBlock> isHit;
         for (std::size_t j = 0; j < kBlock; ++j)
-            hits |= static_cast<uint64_t>(hit(text[base + j], text[base + j + 1])) << j;
+            isHit[j] = hit(text[base + j], text[base + j + 1]) != 0;
+        static_assert(std::endian::native == std::endian::little, "isHit[j + k] is byte k");
+        uint64_t hits = 0;
+        for (std::size_t j = 0; j < kBlock; j += 8) {
+            uint64_t eight = 0;
+            std::memcpy(&eight, isHit.data() + j, sizeof eight);
+            hits |= ((eight * 0x0102040810204080ULL) >> 56) << j;  // byte k of eight is bit k
+        }
         for (; hits != 0; hits &= hits - 1)
             onHit(static_cast<int32_t>(base + static_cast<std::size_t>(std::countr_zero(hits))));
     }
@@ -285,7 +291,7 @@ void collapseBlankRuns(std::u16string& u) {
 
 // --- Where a pattern can match ---------------------------------------------------------------
 // Each list holds every position where a match can start, and a few more: the patterns decide.
-// The lists only spare ICU from trying the pattern at every position of the text.
+// The lists only spare the matchers from trying the pattern at every position of the text.
 
 // A case-insensitive "Step": an "s" before a "t", or anything non-ASCII.
 std::vector<int32_t> possibleStepWords(std::u16string_view u) {
@@ -413,28 +419,27 @@ void splitSentenceStarts(std::u16string& u) {
 // match ("$1\n\n$2" with "(…)(…)", "\n\n$1\n" with "(…)"), so its replacements are line feeds put
 // in at the ends of the groups.
 void separateMarkers(std::u16string& u) {
-    static const IcuRegex gluedMarker(u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])");
-    static const IcuRegex inlineMarker(u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE);
-    static const IcuRegex inlineNumber(u"(?<!\n)(\\d+\\.\\s)");
-    static const IcuRegex markerAfterSentence(u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE);
     std::vector<LineBreaks> breaks;
-    // Two line feeds where the given group of each match starts.
-    auto breakBeforeGroup = [&](const IcuRegex& pattern, const std::vector<int32_t>& candidates,
-                                int32_t group) {
+    // Two line feeds at the given offset into each match.
+    auto breakInside = [&](const std::vector<TextRange>& matches, auto offsetOf) {
         breaks.clear();
-        for (TextRange range : pattern.matchRangesAt(aliasOf(u), candidates, group))
-            if (range.first >= 0) breaks.push_back({range.first, 2});
+        for (TextRange match : matches) breaks.push_back({offsetOf(match), 2});
         insertLineBreaks(u, breaks);
     };
-    breakBeforeGroup(gluedMarker, possibleStepWords(u), 2);  // "$1\n\n$2"
+    // "$1\n\n$2", before the letter that ends the match
+    breakInside(stepMarkersBeforeLetters(u, possibleStepWords(u)),
+                [](TextRange match) { return match.second - 1; });
     breaks.clear();
-    for (TextRange match : inlineMarker.matchRangesAt(aliasOf(u), possibleStepWords(u))) {
+    for (TextRange match : stepMarkersNotAtLineStarts(u, possibleStepWords(u))) {
         breaks.push_back({match.first, 2});  // "\n\n$1\n"
         breaks.push_back({match.second, 1});
     }
     insertLineBreaks(u, breaks);
-    breakBeforeGroup(inlineNumber, possibleNumbers(u), 1);              // "\n\n$1"
-    breakBeforeGroup(markerAfterSentence, possibleSentenceEnds(u), 2);  // "$1\n\n$2"
+    breakInside(numberedItemsNotAtLineStarts(u, possibleNumbers(u)),  // "\n\n$1"
+                [](TextRange match) { return match.first; });
+    // "$1\n\n$2", after the punctuation that starts the match
+    breakInside(stepMarkersAfterSentences(u, possibleSentenceEnds(u)),
+                [](TextRange match) { return match.first + 1; });
     splitSentenceStarts(u);
 }
 
@@ -558,9 +563,7 @@ CoachMessageFormatting::ProceduralStep stepFromBody(std::string_view body) {
 // The procedure of a normalised text.
 std::optional<CoachMessageFormatting::ProceduralContent> proceduralContentOf(
     std::u16string_view u) {
-    static const IcuRegex marker(u"(?i)Step\\s+(\\d+)\\s*:\\s*");
-    if (!marker.isValid()) return std::nullopt;
-    auto matches = marker.matchRangesAt(aliasOf(u), possibleStepWords(u));
+    auto matches = stepHeadings(u, possibleStepWords(u));
     if (matches.size() < 2) return std::nullopt;
     CoachMessageFormatting::ProceduralContent content;
     if (matches.front().first >= 1)

@@ -3,6 +3,7 @@
 #include <sagely/Text.h>
 
 #include "format/IcuRegex.h"
+#include "format/ReplyMarkers.h"
 
 #include <gtest/gtest.h>
 #include <unicode/uchar.h>
@@ -10,6 +11,7 @@
 #include <array>
 #include <chrono>
 #include <random>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -308,6 +310,20 @@ std::string referenceClean(const std::string& input) {
     return sagely::text::trimmed(text);
 }
 
+// `count` strings of up to `maxPieces` pieces each, drawn at random.
+std::vector<std::string> concatenationsOf(std::span<const std::string> pieces, unsigned seed,
+                                          std::size_t count, std::size_t maxPieces) {
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1), length(0, maxPieces);
+    std::vector<std::string> replies;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::string reply;
+        for (std::size_t n = length(random); n > 0; --n) reply += pieces[piece(random)];
+        replies.push_back(reply);
+    }
+    return replies;
+}
+
 std::vector<std::string> randomReplies(std::size_t count, std::size_t maxPieces = 24) {
     // Includes characters that case-fold to "s" or "st", digits outside ASCII (one of them
     // outside the basic plane) and line separators, where shortcuts would most likely go wrong.
@@ -319,15 +335,7 @@ std::vector<std::string> randomReplies(std::size_t count, std::size_t maxPieces 
         "*",         "**",         "-",      "_",      "e\u0301", "\U0001F44D\U0001F3FD",
         "\u017Ftep", "\u2028",     "\u0663", "a",      "\u00DF",  "\uFB06ep",
         "\u1E9E",    "\U0001D7CE", "\u212A", "\u0130", "\t",      "\u0085"};
-    std::mt19937 random(20240611);
-    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1), length(0, maxPieces);
-    std::vector<std::string> replies;
-    for (std::size_t i = 0; i < count; ++i) {
-        std::string reply;
-        for (std::size_t n = length(random); n > 0; --n) reply += pieces[piece(random)];
-        replies.push_back(reply);
-    }
-    return replies;
+    return concatenationsOf(pieces, 20240611, count, maxPieces);
 }
 
 }  // namespace
@@ -507,4 +515,91 @@ TEST(FormattingShortcuts, SplitSentenceStartsAsThePhrasePatternsDo) {
     }
     for (const std::string& reply : replies)
         ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
+}
+
+// --- Markers found by hand, against the patterns they stand for ------------------------------
+
+namespace {
+
+using sagely::detail::TextRange;
+using MarkerScan = std::vector<TextRange> (*)(std::u16string_view, const std::vector<int32_t>&);
+
+struct MarkerPattern {
+    const char16_t* pattern;
+    uint32_t flags;
+    MarkerScan scan;
+};
+
+const std::array<MarkerPattern, 5> kMarkerPatterns = {{
+    {u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])", 0, sagely::detail::stepMarkersBeforeLetters},
+    {u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE,
+     sagely::detail::stepMarkersNotAtLineStarts},
+    {u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE, sagely::detail::stepMarkersAfterSentences},
+    {u"(?i)Step\\s+(\\d+)\\s*:\\s*", 0, sagely::detail::stepHeadings},
+    {u"(?<!\n)(\\d+\\.\\s)", 0, sagely::detail::numberedItemsNotAtLineStarts},
+}};
+
+// Compares each scan, given every position as a candidate, with a search of its pattern.
+void expectSameMarkersAsThePatterns(const icu::UnicodeString& text, const std::string& what) {
+    std::vector<int32_t> everywhere(static_cast<std::size_t>(text.length()));
+    for (int32_t i = 0; i < text.length(); ++i) everywhere[static_cast<std::size_t>(i)] = i;
+    const std::u16string_view view(text.getBuffer(), static_cast<std::size_t>(text.length()));
+    for (const MarkerPattern& marker : kMarkerPatterns) {
+        std::string pattern;
+        icu::UnicodeString(marker.pattern).toUTF8String(pattern);
+        ASSERT_EQ(marker.scan(view, everywhere),
+                  IcuRegex(marker.pattern, marker.flags).matchRanges(text))
+            << what << " with " << pattern;
+    }
+}
+
+// Text dense in what a marker is made of: the word in every case and in the characters that
+// fold onto its letters, blanks of every kind, digits of several scripts, colons, sentence
+// ends and line feeds, and near misses.
+std::vector<std::string> repliesDenseInMarkers(std::size_t count, std::size_t maxPieces) {
+    static const std::array<std::string, 36> pieces = {
+        "Step",     "step",   "STEP",   "sTeP",       "\u017Ftep", "\uFB06ep",
+        "\uFB05ep", "St",     "ep",     "S",          "Ste",       "te",
+        " ",        "\t",     "\n",     "\u00A0",     "\u3000",    "\u2028",
+        "\u0085",   "\v",     "1",      "23",         "\u0663",    "\U0001D7CE",
+        ":",        ".",      "!",      "?",          "x",         "\u212A",
+        "\u017F",   "\u1E9E", "\u0130", "\U0001F44D", "\r",        "\u00DF"};
+    return concatenationsOf(pieces, 2215, count, maxPieces);
+}
+
+}  // namespace
+
+TEST(ReplyMarkers, AreWhatThePatternsFindInTextDenseInThem) {
+    for (const std::string& reply : repliesDenseInMarkers(3000, 30))
+        expectSameMarkersAsThePatterns(icu::UnicodeString::fromUTF8(reply), reply);
+}
+
+// Markers with long runs of blanks, digits and line feeds, as the benchmark's adversarial text.
+TEST(ReplyMarkers, AreWhatThePatternsFindAcrossLongRuns) {
+    const std::string blanks(2048, ' '), digits(2048, '7'), feeds(1024, '\n');
+    for (const std::string& text :
+         {"Step" + blanks + digits + feeds + ":x", "x.Step" + blanks + digits,
+          "Step" + blanks + digits + blanks + ":" + blanks + "Step 1:" + feeds,
+          "Step" + feeds + digits + ":Step" + blanks + ":", ".step" + blanks + "\u0663" + digits,
+          feeds + "STEP\u3000" + digits + "\u2028:k"})
+        expectSameMarkersAsThePatterns(icu::UnicodeString::fromUTF8(text), text.substr(0, 12));
+    for (const std::string& reply : repliesDenseInMarkers(40, 3000))
+        expectSameMarkersAsThePatterns(icu::UnicodeString::fromUTF8(reply), "a long reply");
+}
+
+// Every character in every place of a marker: only the characters that fold onto the word's
+// letters, the blanks, the digits and the letters after a marker may take part.
+TEST(ReplyMarkers, TakeEachCharacterWhereThePatternsTakeIt) {
+    for (UChar32 c = 0; c <= 0x10FFFF; c = c < 0xFFFF ? c + 1 : c + 0x101) {
+        if (U_IS_SURROGATE(c)) continue;
+        icu::UnicodeString x(c);
+        icu::UnicodeString text = x + u"tep 1:x S" + x + u"ep 1:x St" + x + u"p 1:x Ste" + x +
+                                  u" 1:x " + x + u"ep 2:y Step" + x + u"1:x Step 1" + x +
+                                  u":x Step 1:" + x + u" ." + u"Step " + x + u" Step 3 " + x +
+                                  u" 4" + x + u". 5." + x + x + u"6. ";
+        std::string utf8;
+        text.toUTF8String(utf8);
+        expectSameMarkersAsThePatterns(text, utf8);
+        if (HasFatalFailure()) return;
+    }
 }

@@ -1,0 +1,164 @@
+#include "format/ReplyMarkers.h"
+
+#include <unicode/uchar.h>
+#include <unicode/ustring.h>
+#include <unicode/utf16.h>
+
+namespace sagely::detail {
+namespace {
+
+struct Text {
+    const char16_t* units;
+    int32_t length;
+};
+
+UChar32 codePointAt(Text text, int32_t& next) {
+    UChar32 c = 0;
+    U16_NEXT(text.units, next, text.length, c);
+    return c;
+}
+
+// Where "Step" ends when it starts at `at` (-1 when it does not). The text is case folded a
+// code point at a time and must fold to exactly "step": a fold that runs past its end, as "ﬆ"
+// would after "Ste", is no match.
+int32_t stepWordEnd(Text text, int32_t at) {
+    constexpr std::u16string_view kFolded = u"step";
+    std::size_t matched = 0;
+    int32_t i = at;
+    while (matched < kFolded.size()) {
+        if (i >= text.length) return -1;
+        const char16_t c = text.units[i];
+        if (c < 0x80) {  // only the letter itself and its capital fold to an ASCII letter
+            if ((c | 0x20) != kFolded[matched]) return -1;
+            ++matched;
+            ++i;
+            continue;
+        }
+        int32_t next = i;
+        const UChar32 codePoint = codePointAt(text, next);
+        UChar units[2] = {};
+        int32_t unitCount = 0;
+        U16_APPEND_UNSAFE(units, unitCount, codePoint);
+        UChar folded[8] = {};
+        UErrorCode status = U_ZERO_ERROR;
+        const int32_t foldedLength =
+            u_strFoldCase(folded, 8, units, unitCount, U_FOLD_CASE_DEFAULT, &status);
+        if (U_FAILURE(status) || !kFolded.substr(matched).starts_with(std::u16string_view(
+                                     folded, static_cast<std::size_t>(foldedLength))))
+            return -1;
+        matched += static_cast<std::size_t>(foldedLength);
+        i = next;
+    }
+    return i;
+}
+
+// The end of the run of code points from `at` that `belongs` accepts.
+template <typename Belongs>
+int32_t runEnd(Text text, int32_t at, Belongs belongs) {
+    while (at < text.length) {
+        int32_t next = at;
+        if (!belongs(codePointAt(text, next))) break;
+        at = next;
+    }
+    return at;
+}
+
+bool isBlank(UChar32 c) {
+    if (c < 0x80) return c == u' ' || (c >= u'\t' && c <= u'\r');
+    return u_hasBinaryProperty(c, UCHAR_WHITE_SPACE);
+}
+
+bool isDigit(UChar32 c) {
+    if (c < 0x80) return c >= u'0' && c <= u'9';
+    return u_isdigit(c);
+}
+
+// "Step\s+\d+" from `at`: where it ends, or -1.
+int32_t numberedStepEnd(Text text, int32_t at) {
+    const int32_t word = stepWordEnd(text, at);
+    if (word < 0) return -1;
+    const int32_t blanks = runEnd(text, word, isBlank);
+    if (blanks == word) return -1;
+    const int32_t digits = runEnd(text, blanks, isDigit);
+    return digits == blanks ? -1 : digits;
+}
+
+// "Step\s+\d+\s*:" from `at`: where it ends, or -1.
+int32_t stepMarkerEnd(Text text, int32_t at) {
+    const int32_t number = numberedStepEnd(text, at);
+    if (number < 0) return -1;
+    const int32_t colon = runEnd(text, number, isBlank);
+    return colon < text.length && text.units[colon] == u':' ? colon + 1 : -1;
+}
+
+// What "[A-Za-z]" matches case-insensitively: the Kelvin sign and the long s fold onto letters.
+bool isLetterWhateverItsCase(char16_t c) {
+    return static_cast<char16_t>((c | 0x20) - u'a') < 26 || c == u'\u017F' || c == u'\u212A';
+}
+
+// The matches `matchEnd` finds at the candidates (it gives -1 where there is none), skipping
+// those that start inside an earlier match, as successive finds do.
+template <typename MatchEnd>
+std::vector<TextRange> matchesAt(std::u16string_view u, const std::vector<int32_t>& candidates,
+                                 MatchEnd matchEnd) {
+    const Text text{u.data(), static_cast<int32_t>(u.size())};
+    std::vector<TextRange> matches;
+    int32_t resumeAt = 0;
+    for (int32_t at : candidates) {
+        if (at < resumeAt) continue;
+        const int32_t end = matchEnd(text, at);
+        if (end < 0) continue;
+        matches.emplace_back(at, end);
+        resumeAt = end;
+    }
+    return matches;
+}
+
+}  // namespace
+
+std::vector<TextRange> stepMarkersBeforeLetters(std::u16string_view text,
+                                                const std::vector<int32_t>& candidates) {
+    return matchesAt(text, candidates, [](Text t, int32_t at) {
+        const int32_t marker = stepMarkerEnd(t, at);
+        return marker >= 0 && marker < t.length && isLetterWhateverItsCase(t.units[marker])
+                   ? marker + 1
+                   : -1;
+    });
+}
+
+std::vector<TextRange> stepMarkersNotAtLineStarts(std::u16string_view text,
+                                                  const std::vector<int32_t>& candidates) {
+    return matchesAt(text, candidates, [](Text t, int32_t at) {
+        return at > 0 && t.units[at - 1] == u'\n' ? -1 : stepMarkerEnd(t, at);
+    });
+}
+
+std::vector<TextRange> stepMarkersAfterSentences(std::u16string_view text,
+                                                 const std::vector<int32_t>& candidates) {
+    return matchesAt(text, candidates, [](Text t, int32_t at) {
+        const char16_t c = t.units[at];
+        const bool endsSentence = c == u':' || c == u'.' || c == u'!' || c == u'?';
+        return endsSentence ? numberedStepEnd(t, at + 1) : -1;
+    });
+}
+
+std::vector<TextRange> stepHeadings(std::u16string_view text,
+                                    const std::vector<int32_t>& candidates) {
+    return matchesAt(text, candidates, [](Text t, int32_t at) {
+        const int32_t marker = stepMarkerEnd(t, at);
+        return marker < 0 ? -1 : runEnd(t, marker, isBlank);
+    });
+}
+
+std::vector<TextRange> numberedItemsNotAtLineStarts(std::u16string_view text,
+                                                    const std::vector<int32_t>& candidates) {
+    return matchesAt(text, candidates, [](Text t, int32_t at) {
+        if (at > 0 && t.units[at - 1] == u'\n') return -1;
+        const int32_t digits = runEnd(t, at, isDigit);
+        if (digits == at || digits >= t.length || t.units[digits] != u'.') return -1;
+        int32_t next = digits + 1;
+        return next < t.length && isBlank(codePointAt(t, next)) ? next : -1;
+    });
+}
+
+}  // namespace sagely::detail

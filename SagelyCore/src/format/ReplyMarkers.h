@@ -1,0 +1,40 @@
+// ReplyMarkers — the "Step N:" and "N. " markers of a reply, found by hand.
+//
+// Each function gives exactly the matches of one of the repair's patterns, as successive finds
+// of it report them, in one linear pass: "Step" is compared under full case folding (so "ſtep"
+// and "ﬆep" are markers too), "\s" is White_Space, "\d" a decimal digit. The classes a marker is
+// made of never share a character, so a marker has one reading and needs no backtracking, where
+// a regular expression engine spends most of a reply full of long runs.
+//
+// `candidates` (ascending) must hold every position where a match can start; other positions
+// are rejected.
+#pragma once
+
+#include "format/IcuRegex.h"
+
+#include <string_view>
+#include <vector>
+
+namespace sagely::detail {
+
+/// "(?i)(Step\s+\d+\s*:)([A-Za-z])": a marker glued to the letter after it.
+std::vector<TextRange> stepMarkersBeforeLetters(std::u16string_view text,
+                                                const std::vector<int32_t>& candidates);
+
+/// "(?<!\n)(Step\s+\d+\s*:)", case-insensitive: a marker not at the start of a line.
+std::vector<TextRange> stepMarkersNotAtLineStarts(std::u16string_view text,
+                                                  const std::vector<int32_t>& candidates);
+
+/// "([:.!?])(Step\s+\d+)", case-insensitive: a marker glued to the end of a sentence.
+std::vector<TextRange> stepMarkersAfterSentences(std::u16string_view text,
+                                                 const std::vector<int32_t>& candidates);
+
+/// "(?i)Step\s+(\d+)\s*:\s*": a marker with the blanks after it.
+std::vector<TextRange> stepHeadings(std::u16string_view text,
+                                    const std::vector<int32_t>& candidates);
+
+/// "(?<!\n)(\d+\.\s)": a numbered item not at the start of a line.
+std::vector<TextRange> numberedItemsNotAtLineStarts(std::u16string_view text,
+                                                    const std::vector<int32_t>& candidates);
+
+}  // namespace sagely::detail
