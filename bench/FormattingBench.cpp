@@ -1,7 +1,8 @@
 // Reply formatting on a 4 KB model reply: the repair and the step parsing each run once per
 // reply and render, so each should stay well under a frame (goal: 200 µs each). And on inputs
 // made to be slow: 32k digits before a full stop (goal: under 10 ms), 32k spaces between "*",
-// and 1 MB of adversarial or random text, which should cost at most 2× 1 MB of plain prose.
+// and 1 MB of adversarial or random text, which should cost at most 2× 1 MB of plain prose, for
+// normalising alone and followed by cleaning.
 #include <sagely/CoachMessageFormatting.h>
 
 #include <benchmark/benchmark.h>
@@ -115,6 +116,24 @@ void cleanDisplayMarkdownOfInput(benchmark::State& state) {
 BENCHMARK(cleanDisplayMarkdownOfInput)
     ->ArgNames({"input", "bytes"})
     ->Args({spacesBetweenStars, 32 * 1024})
+    ->Args({prose, kMegabyte})
+    ->Args({digitsThenStop, kMegabyte})
+    ->Args({spacesBetweenStars, kMegabyte})
+    ->Args({adversarial, kMegabyte})
+    ->Args({random, kMegabyte})
+    ->Unit(benchmark::kMillisecond);
+
+// What a view does with a reply: cleaning the normalised text.
+void normalizeAndCleanInput(benchmark::State& state) {
+    const std::string text =
+        input(static_cast<Input>(state.range(0)), static_cast<std::size_t>(state.range(1)));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(sagely::CoachMessageFormatting::cleanDisplayMarkdown(
+            sagely::CoachMessageFormatting::normalize(text)));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+}
+BENCHMARK(normalizeAndCleanInput)
+    ->ArgNames({"input", "bytes"})
     ->Args({prose, kMegabyte})
     ->Args({digitsThenStop, kMegabyte})
     ->Args({spacesBetweenStars, kMegabyte})

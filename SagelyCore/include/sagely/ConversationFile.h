@@ -31,6 +31,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -40,7 +41,8 @@ namespace sagely {
 
 namespace detail {
 struct FileStamp;
-}
+struct StoredConversation;
+}  // namespace detail
 
 class SAGELY_EXPORT ConversationFile {
 public:
@@ -97,6 +99,9 @@ private:
 
     std::filesystem::path m_file;
     std::map<Uuid, std::set<Uuid>> m_seen;
+    // The text each conversation of m_seen was alone read from, while it still holds it: its
+    // ids are then the same, and the next remember keeps them instead of collecting them again.
+    std::map<Uuid, std::weak_ptr<const detail::StoredConversation>> m_seenFrom;
     std::optional<Stamp> m_stamp;  // the file as last read or written; none: look again
 };
 

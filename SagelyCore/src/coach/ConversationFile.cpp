@@ -72,16 +72,17 @@ FileContent readKeepingAside(const std::filesystem::path& file) {
 }
 
 // A conversation still as it was read tells its message ids without decoding its messages.
+void addIdsOf(const CoachConversation& conversation, std::set<Uuid>& ids) {
+    if (const auto* stored = detail::DataModelAccess::stored(conversation)) {
+        ids.insert(stored->messageIds.begin(), stored->messageIds.end());
+        return;
+    }
+    for (const auto& message : conversation.messages()) ids.insert(message.id());
+}
+
 Seen seenIn(const std::vector<CoachConversation>& conversations) {
     Seen seen;
-    for (const auto& conversation : conversations) {
-        auto& ids = seen[conversation.id()];
-        if (const auto* stored = detail::DataModelAccess::stored(conversation)) {
-            ids.insert(stored->messageIds.begin(), stored->messageIds.end());
-            continue;
-        }
-        for (const auto& message : conversation.messages()) ids.insert(message.id());
-    }
+    for (const auto& conversation : conversations) addIdsOf(conversation, seen[conversation.id()]);
     return seen;
 }
 
@@ -253,8 +254,29 @@ bool ConversationFile::pickUp(std::vector<CoachConversation>& conversations) {
     return changed;
 }
 
+// As seenIn, keeping the ids of each conversation still held as the text they were collected
+// from: after a save only the conversations that changed are read again.
 void ConversationFile::remember(const std::vector<CoachConversation>& conversations) {
-    m_seen = seenIn(conversations);
+    Seen seen;
+    std::map<Uuid, std::weak_ptr<const detail::StoredConversation>> seenFrom;
+    for (const auto& conversation : conversations) {
+        auto [entry, first] = seen.try_emplace(conversation.id());
+        auto& ids = entry->second;
+        const auto& stored = detail::DataModelAccess::storedShared(conversation);
+        if (!first || !stored) {
+            seenFrom.erase(conversation.id());  // the ids are not those of one stored text
+            addIdsOf(conversation, ids);
+            continue;
+        }
+        auto before = m_seenFrom.find(conversation.id());
+        if (before != m_seenFrom.end() && before->second.lock() == stored)
+            ids = std::move(m_seen.at(conversation.id()));
+        else
+            addIdsOf(conversation, ids);
+        seenFrom.emplace(conversation.id(), stored);
+    }
+    m_seen = std::move(seen);
+    m_seenFrom = std::move(seenFrom);
 }
 
 std::vector<CoachConversation> ConversationFile::merged(const std::vector<CoachConversation>& local,
