@@ -31,7 +31,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -41,8 +40,7 @@ namespace sagely {
 
 namespace detail {
 struct FileStamp;
-struct StoredConversation;
-}  // namespace detail
+}
 
 class SAGELY_EXPORT ConversationFile {
 public:
@@ -98,10 +96,9 @@ private:
     void remember(const std::vector<CoachConversation>& conversations);
 
     std::filesystem::path m_file;
-    std::map<Uuid, std::set<Uuid>> m_seen;
-    // The text each conversation of m_seen was alone read from, while it still holds it: its
-    // ids are then the same, and the next remember keeps them instead of collecting them again.
-    std::map<Uuid, std::weak_ptr<const detail::StoredConversation>> m_seenFrom;
+    // Per conversation id, the message ids last seen in the file, as they were read: made into
+    // sets only for a merge, which is rare, rather than on every read and save.
+    std::map<Uuid, std::vector<Uuid>> m_seen;
     std::optional<Stamp> m_stamp;  // the file as last read or written; none: look again
 };
 

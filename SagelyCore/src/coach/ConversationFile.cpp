@@ -71,19 +71,31 @@ FileContent readKeepingAside(const std::filesystem::path& file) {
     return content;
 }
 
+using SeenIds = std::map<Uuid, std::vector<Uuid>>;
+
 // A conversation still as it was read tells its message ids without decoding its messages.
-void addIdsOf(const CoachConversation& conversation, std::set<Uuid>& ids) {
-    if (const auto* stored = detail::DataModelAccess::stored(conversation)) {
-        ids.insert(stored->messageIds.begin(), stored->messageIds.end());
-        return;
+SeenIds idsIn(const std::vector<CoachConversation>& conversations) {
+    SeenIds seen;
+    for (const auto& conversation : conversations) {
+        auto& ids = seen[conversation.id()];
+        if (const auto* stored = detail::DataModelAccess::stored(conversation)) {
+            ids.insert(ids.end(), stored->messageIds.begin(), stored->messageIds.end());
+            continue;
+        }
+        for (const auto& message : conversation.messages()) ids.push_back(message.id());
     }
-    for (const auto& message : conversation.messages()) ids.insert(message.id());
+    return seen;
+}
+
+Seen asSets(const SeenIds& ids) {
+    Seen seen;
+    for (const auto& [conversation, messages] : ids)
+        seen.emplace(conversation, std::set<Uuid>(messages.begin(), messages.end()));
+    return seen;
 }
 
 Seen seenIn(const std::vector<CoachConversation>& conversations) {
-    Seen seen;
-    for (const auto& conversation : conversations) addIdsOf(conversation, seen[conversation.id()]);
-    return seen;
+    return asSets(idsIn(conversations));
 }
 
 template <typename Items>
@@ -190,7 +202,7 @@ std::optional<std::string> ConversationFile::mergeAndWrite(
     if (!isUnchangedSinceSeen()) {
         FileContent onDisk = readKeepingAside(m_file);
         if (onDisk.keptInPlace) return onDisk.keptInPlace;
-        merge.result = merged(conversations, onDisk.conversations, m_seen);
+        merge.result = merged(conversations, onDisk.conversations, asSets(m_seen));
         merge.happened = true;
     }
     detail::EncodedConversations encoded;
@@ -246,7 +258,7 @@ bool ConversationFile::pickUp(std::vector<CoachConversation>& conversations) {
     if (detail::readWholeFile(m_file, bytes, &stamp) != 0) return false;
     std::vector<CoachConversation> onDisk;
     if (!decodeFailure(std::move(bytes), onDisk).empty()) return false;
-    std::vector<CoachConversation> result = merged(conversations, onDisk, m_seen);
+    std::vector<CoachConversation> result = merged(conversations, onDisk, asSets(m_seen));
     remember(onDisk);
     m_stamp = fromDetail(stamp);
     const bool changed = differs(result, conversations);
@@ -254,29 +266,8 @@ bool ConversationFile::pickUp(std::vector<CoachConversation>& conversations) {
     return changed;
 }
 
-// As seenIn, keeping the ids of each conversation still held as the text they were collected
-// from: after a save only the conversations that changed are read again.
 void ConversationFile::remember(const std::vector<CoachConversation>& conversations) {
-    Seen seen;
-    std::map<Uuid, std::weak_ptr<const detail::StoredConversation>> seenFrom;
-    for (const auto& conversation : conversations) {
-        auto [entry, first] = seen.try_emplace(conversation.id());
-        auto& ids = entry->second;
-        const auto& stored = detail::DataModelAccess::storedShared(conversation);
-        if (!first || !stored) {
-            seenFrom.erase(conversation.id());  // the ids are not those of one stored text
-            addIdsOf(conversation, ids);
-            continue;
-        }
-        auto before = m_seenFrom.find(conversation.id());
-        if (before != m_seenFrom.end() && before->second.lock() == stored)
-            ids = std::move(m_seen.at(conversation.id()));
-        else
-            addIdsOf(conversation, ids);
-        seenFrom.emplace(conversation.id(), stored);
-    }
-    m_seen = std::move(seen);
-    m_seenFrom = std::move(seenFrom);
+    m_seen = idsIn(conversations);
 }
 
 std::vector<CoachConversation> ConversationFile::merged(const std::vector<CoachConversation>& local,

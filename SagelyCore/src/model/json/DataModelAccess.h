@@ -40,12 +40,6 @@ struct DataModelAccess {
     static const StoredConversation* stored(const CoachConversation& conversation) {
         return conversation.m_stored.get();
     }
-
-    /// The same, as shared with the conversation.
-    static const std::shared_ptr<const StoredConversation>& storedShared(
-        const CoachConversation& conversation) {
-        return conversation.m_stored;
-    }
 };
 
 }  // namespace sagely::detail
