@@ -89,6 +89,13 @@ std::string input(Input kind, std::size_t bytes) {
     return {};
 }
 
+// 1 MB of each input, prose first.
+void megabyteOfEachInput(benchmark::internal::Benchmark* benchmark) {
+    benchmark->ArgNames({"input", "bytes"});
+    for (Input kind : {prose, digitsThenStop, spacesBetweenStars, adversarial, random})
+        benchmark->Args({kind, kMegabyte});
+}
+
 // Arguments: the input (see Input) and its size in bytes.
 void normalizeInput(benchmark::State& state) {
     const std::string text =
@@ -97,13 +104,8 @@ void normalizeInput(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(normalizeInput)
-    ->ArgNames({"input", "bytes"})
+    ->Apply(megabyteOfEachInput)
     ->Args({digitsThenStop, 32 * 1024})
-    ->Args({prose, kMegabyte})
-    ->Args({digitsThenStop, kMegabyte})
-    ->Args({spacesBetweenStars, kMegabyte})
-    ->Args({adversarial, kMegabyte})
-    ->Args({random, kMegabyte})
     ->Unit(benchmark::kMillisecond);
 
 void cleanDisplayMarkdownOfInput(benchmark::State& state) {
@@ -114,13 +116,8 @@ void cleanDisplayMarkdownOfInput(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(cleanDisplayMarkdownOfInput)
-    ->ArgNames({"input", "bytes"})
+    ->Apply(megabyteOfEachInput)
     ->Args({spacesBetweenStars, 32 * 1024})
-    ->Args({prose, kMegabyte})
-    ->Args({digitsThenStop, kMegabyte})
-    ->Args({spacesBetweenStars, kMegabyte})
-    ->Args({adversarial, kMegabyte})
-    ->Args({random, kMegabyte})
     ->Unit(benchmark::kMillisecond);
 
 // What a view does with a reply: cleaning the normalised text.
@@ -132,14 +129,7 @@ void normalizeAndCleanInput(benchmark::State& state) {
             sagely::CoachMessageFormatting::normalize(text)));
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
-BENCHMARK(normalizeAndCleanInput)
-    ->ArgNames({"input", "bytes"})
-    ->Args({prose, kMegabyte})
-    ->Args({digitsThenStop, kMegabyte})
-    ->Args({spacesBetweenStars, kMegabyte})
-    ->Args({adversarial, kMegabyte})
-    ->Args({random, kMegabyte})
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(normalizeAndCleanInput)->Apply(megabyteOfEachInput)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
