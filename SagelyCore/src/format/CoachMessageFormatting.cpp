@@ -510,6 +510,13 @@ std::size_t blanksBefore(std::string_view s, std::size_t end) {
     return end;
 }
 
+// What trimmedView keeps (malformed bytes stop the trimming there too).
+std::string_view trimmedBlanks(std::string_view s) {
+    std::size_t begin = blanksFrom(s, 0);
+    if (begin == s.size()) return {};
+    return s.substr(begin, blanksBefore(s, s.size()) - begin);
+}
+
 std::size_t marksFrom(std::string_view s, std::size_t i, char mark) {
     while (i < s.size() && s[i] == mark) ++i;
     return i;
@@ -660,7 +667,7 @@ std::string CoachMessageFormatting::normalize(std::string_view input) {
 }
 
 std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
-    std::string_view s = trimmedView(input);
+    std::string_view s = trimmedBlanks(input);
     bool marked =
         s.starts_with('*') || s.starts_with('#') || s.starts_with('-') || s.ends_with('*');
     // The steps below only cut the ends off and turn malformed bytes (never ASCII ones) into
@@ -681,9 +688,9 @@ std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input)
         if (s.starts_with("**") && s.ends_with("**")) s = withoutEnclosingBold(s);
         if (s.starts_with('-') || s.starts_with('*')) s = withoutLeadingBullet(s);
     }
-    if (!emphasised) return std::string(trimmedView(s));
+    if (!emphasised) return std::string(trimmedBlanks(s));
     std::string text = withoutEmphasis(s);
-    std::string_view kept = trimmedView(text);
+    std::string_view kept = trimmedBlanks(text);
     if (kept.size() == text.size()) return text;
     return std::string(kept);
 }

@@ -473,6 +473,21 @@ TEST(FormattingShortcuts, CleanGivesThePatternsResultsWhereverABlockOfBlanksEnds
                                "\u2020", "\xC2", "\xE2\x80", "\xE2", "_", "__"})
         for (std::string around : {std::string(), std::string("a"), std::string(40, 'a')})
             lines.push_back("**" + around + inside + around + "**");
+    // Blanks left at the ends once the marks are gone, and malformed bytes next to them (only
+    // a marked line has those replaced, as the patterns do).
+    for (std::size_t run : {31, 33, 70}) {
+        std::string blanks(run, ' ');
+        for (const char* odd : {"x", "\u3000", "\u00A0"}) {
+            lines.push_back("__" + blanks + odd + blanks + "__");
+            lines.push_back(blanks + odd + "**" + blanks);
+            lines.push_back(odd + blanks + "**" + odd);
+            lines.push_back(blanks + "\u3000" + blanks + odd + "__");
+        }
+        for (const char* odd : {"\xff", "\xC3", "\xE3\x80", "\x80\x80"}) {
+            lines.push_back("*" + blanks + odd + blanks + "**" + blanks + "*");
+            lines.push_back("-" + blanks + "__" + odd + "__" + blanks + odd);
+        }
+    }
     for (const std::string& line : lines) ASSERT_EQ(clean(line), referenceClean(line)) << line;
 }
 
