@@ -570,14 +570,17 @@ bool isEmphasisAt(std::string_view s, std::size_t i) {
     return (s[i] == '_') | ((s[i] == '*') & (i + 1 < s.size() && s[i + 1] == '*'));
 }
 
-// The first place from i on where isEmphasisAt holds (the end when none). Blocks are tested
-// without a branch per byte, which vectorises; a lone "*" costs nothing more than prose.
+constexpr std::size_t kMarkBlock = 32;
+
+// The first place from i on where isEmphasisAt holds (the end when none). The next few bytes
+// are tried one at a time, for marks close together, then blocks without a branch per byte,
+// which vectorises; a lone "*" costs nothing more than prose.
 std::size_t nextEmphasis(std::string_view s, std::size_t i) {
-    constexpr std::size_t kBlock = 32;
-    if (i < s.size() && isEmphasisAt(s, i)) return i;  // marks often come in runs
-    for (; i + kBlock < s.size(); i += kBlock) {       // s[j + 1] is within the text
+    for (std::size_t stop = std::min(i + 8, s.size()); i < stop; ++i)
+        if (isEmphasisAt(s, i)) return i;
+    for (; i + kMarkBlock < s.size(); i += kMarkBlock) {  // s[j + 1] is within the text
         unsigned any = 0;
-        for (std::size_t j = i; j < i + kBlock; ++j)
+        for (std::size_t j = i; j < i + kMarkBlock; ++j)
             any |= (s[j] == '_') | ((s[j] == '*') & (s[j + 1] == '*'));
         if (any) break;
     }
@@ -585,8 +588,34 @@ std::size_t nextEmphasis(std::string_view s, std::size_t i) {
     return i;
 }
 
+// Whether the text holds a "**" or a "__", read a block at a time (text without either mark
+// is passed over by a search for each).
+bool holdsEmphasis(std::string_view s) {
+    if (s.find('*') == std::string_view::npos && s.find('_') == std::string_view::npos)
+        return false;
+    auto pairAt = [&](std::size_t j) {
+        return ((s[j] == '*') & (s[j + 1] == '*')) | ((s[j] == '_') & (s[j + 1] == '_'));
+    };
+    std::size_t i = 0;
+    for (; i + kMarkBlock < s.size(); i += kMarkBlock) {
+        unsigned any = 0;
+        for (std::size_t j = i; j < i + kMarkBlock; ++j) any |= pairAt(j);
+        if (any) return true;
+    }
+    for (; i + 1 < s.size(); ++i)
+        if (pairAt(i)) return true;
+    return false;
+}
+
+std::size_t runEnd(std::string_view s, std::size_t i, char mark) {
+    while (i < s.size() && s[i] == mark) ++i;
+    return i;
+}
+
 // Every "**" taken out, then every "__" of what is left (each from left to right, as a
 // replace-all does), in one pass: taking out a "**" can make a "__" of the two "_" around it.
+// A run of marks is taken whole: of n stars, n / 2 pairs go and an odd one stays last; of n
+// underscores, with the one left open before, every pair goes.
 std::string withoutEmphasis(std::string_view s) {
     std::string out;
     out.reserve(s.size());
@@ -597,15 +626,23 @@ std::string withoutEmphasis(std::string_view s) {
             out.append(s.substr(i, mark - i));
             openUnderscore = false;
             i = mark;
-        } else if (s[i] == '_') {
-            if (openUnderscore)
-                out.pop_back();
-            else
-                out.push_back('_');
-            openUnderscore = !openUnderscore;
-            ++i;
+            continue;
+        }
+        const char c = s[i];
+        const std::size_t end = runEnd(s, i, c);
+        const std::size_t count = end - i;
+        i = end;
+        if (c == '*') {
+            if (count % 2 == 1) {
+                out.push_back('*');
+                openUnderscore = false;
+            }
+        } else if (openUnderscore != (count % 2 == 1)) {  // one "_" left open after the run
+            if (!openUnderscore) out.push_back('_');
+            openUnderscore = true;
         } else {
-            i += 2;  // a "**"
+            if (openUnderscore) out.pop_back();
+            openUnderscore = false;
         }
     }
     return out;
@@ -672,7 +709,7 @@ std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input)
         s.starts_with('*') || s.starts_with('#') || s.starts_with('-') || s.ends_with('*');
     // The steps below only cut the ends off and turn malformed bytes (never ASCII ones) into
     // U+FFFD, so they make no "**" or "__" that was not there.
-    bool emphasised = text::contains(s, "**") || text::contains(s, "__");
+    bool emphasised = holdsEmphasis(s);
     if (!marked && !emphasised) return std::string(s);
     std::string repaired;
     if (marked) {

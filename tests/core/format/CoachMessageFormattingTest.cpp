@@ -488,6 +488,15 @@ TEST(FormattingShortcuts, CleanGivesThePatternsResultsWhereverABlockOfBlanksEnds
             lines.push_back("-" + blanks + "__" + odd + "__" + blanks + odd);
         }
     }
+    // Runs of marks are taken whole.
+    for (std::size_t before = 0; before < 5; ++before)
+        for (std::size_t stars = 0; stars < 6; ++stars)
+            for (std::size_t after = 0; after < 5; ++after) {
+                std::string marks =
+                    std::string(before, '_') + std::string(stars, '*') + std::string(after, '_');
+                lines.push_back("a" + marks + "b" + marks);
+                lines.push_back("- a_" + marks + "**");
+            }
     for (const std::string& line : lines) ASSERT_EQ(clean(line), referenceClean(line)) << line;
 }
 
