@@ -71,18 +71,31 @@ FileContent readKeepingAside(const std::filesystem::path& file) {
     return content;
 }
 
+using SeenIds = std::map<Uuid, std::vector<Uuid>>;
+
 // A conversation still as it was read tells its message ids without decoding its messages.
-Seen seenIn(const std::vector<CoachConversation>& conversations) {
-    Seen seen;
+SeenIds idsIn(const std::vector<CoachConversation>& conversations) {
+    SeenIds seen;
     for (const auto& conversation : conversations) {
         auto& ids = seen[conversation.id()];
         if (const auto* stored = detail::DataModelAccess::stored(conversation)) {
-            ids.insert(stored->messageIds.begin(), stored->messageIds.end());
+            ids.insert(ids.end(), stored->messageIds.begin(), stored->messageIds.end());
             continue;
         }
-        for (const auto& message : conversation.messages()) ids.insert(message.id());
+        for (const auto& message : conversation.messages()) ids.push_back(message.id());
     }
     return seen;
+}
+
+Seen asSets(const SeenIds& ids) {
+    Seen seen;
+    for (const auto& [conversation, messages] : ids)
+        seen.emplace(conversation, std::set<Uuid>(messages.begin(), messages.end()));
+    return seen;
+}
+
+Seen seenIn(const std::vector<CoachConversation>& conversations) {
+    return asSets(idsIn(conversations));
 }
 
 template <typename Items>
@@ -189,7 +202,7 @@ std::optional<std::string> ConversationFile::mergeAndWrite(
     if (!isUnchangedSinceSeen()) {
         FileContent onDisk = readKeepingAside(m_file);
         if (onDisk.keptInPlace) return onDisk.keptInPlace;
-        merge.result = merged(conversations, onDisk.conversations, m_seen);
+        merge.result = merged(conversations, onDisk.conversations, asSets(m_seen));
         merge.happened = true;
     }
     detail::EncodedConversations encoded;
@@ -245,7 +258,7 @@ bool ConversationFile::pickUp(std::vector<CoachConversation>& conversations) {
     if (detail::readWholeFile(m_file, bytes, &stamp) != 0) return false;
     std::vector<CoachConversation> onDisk;
     if (!decodeFailure(std::move(bytes), onDisk).empty()) return false;
-    std::vector<CoachConversation> result = merged(conversations, onDisk, m_seen);
+    std::vector<CoachConversation> result = merged(conversations, onDisk, asSets(m_seen));
     remember(onDisk);
     m_stamp = fromDetail(stamp);
     const bool changed = differs(result, conversations);
@@ -254,7 +267,7 @@ bool ConversationFile::pickUp(std::vector<CoachConversation>& conversations) {
 }
 
 void ConversationFile::remember(const std::vector<CoachConversation>& conversations) {
-    m_seen = seenIn(conversations);
+    m_seen = idsIn(conversations);
 }
 
 std::vector<CoachConversation> ConversationFile::merged(const std::vector<CoachConversation>& local,

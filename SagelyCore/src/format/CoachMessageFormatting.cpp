@@ -57,19 +57,6 @@ std::string toUtf8(std::u16string_view u) {
     return out;
 }
 
-std::string replacingAll(std::string_view text, std::string_view from, std::string_view to) {
-    std::string out;
-    out.reserve(text.size());
-    std::size_t start = 0;
-    for (std::size_t hit = text.find(from); hit != std::string_view::npos;
-         hit = text.find(from, start)) {
-        out.append(text.substr(start, hit - start)).append(to);
-        start = hit + from.size();
-    }
-    out.append(text.substr(start));
-    return out;
-}
-
 std::vector<std::string_view> splitOn(std::string_view text, std::string_view separator) {
     std::vector<std::string_view> pieces;
     std::size_t start = 0;
@@ -461,7 +448,8 @@ std::u16string normalizedText(std::string_view input) {
 // The four patterns of the cleaning act at the ends of the text, and each is applied here by
 // reading the marks and blanks it would match: ICU tries "\s*\**$" at every position of a long
 // run of blanks and reads the rest of the run each time, and converting a long line to UTF-16
-// and back costs more than the cleaning itself. "\s" is White_Space, as in ICU.
+// and back costs more than the cleaning itself. "\s" is White_Space, as in ICU. The text is
+// valid UTF-8 by then (checked once), and runs of ASCII blanks are read a block at a time.
 
 bool isWhiteSpaceAt(std::string_view s, std::size_t i, std::size_t& next) {
     auto byte = static_cast<unsigned char>(s[i]);
@@ -477,22 +465,56 @@ bool isWhiteSpaceAt(std::string_view s, std::size_t i, std::size_t& next) {
     return c >= 0 && isWhiteSpace(c);
 }
 
-// The end of the run of blanks that starts at i.
+constexpr std::size_t kBlankBlock = 32;
+
+// Whether the kBlankBlock bytes from `at` are all ASCII blanks. Without a branch per byte, the
+// test vectorises.
+bool isBlankBlock(const char* at) {
+    unsigned all = 1;
+    for (std::size_t j = 0; j < kBlankBlock; ++j) {
+        auto byte = static_cast<unsigned char>(at[j]);
+        all &= (byte == ' ') | (static_cast<unsigned char>(byte - '\t') < 5);
+    }
+    return all != 0;
+}
+
+// The end of the run of blanks that starts at i. Where a block is not all ASCII blanks, its
+// characters are read one at a time.
 std::size_t blanksFrom(std::string_view s, std::size_t i) {
-    for (std::size_t next = i; i < s.size() && isWhiteSpaceAt(s, i, next);) i = next;
+    while (i < s.size()) {
+        if (i + kBlankBlock <= s.size() && isBlankBlock(s.data() + i)) {
+            i += kBlankBlock;
+            continue;
+        }
+        for (std::size_t end = std::min(i + kBlankBlock, s.size()), next = i; i < end; i = next)
+            if (!isWhiteSpaceAt(s, i, next)) return i;
+    }
     return i;
 }
 
 // The start of the run of blanks that ends at `end`.
 std::size_t blanksBefore(std::string_view s, std::size_t end) {
     while (end > 0) {
-        std::size_t start = end - 1;
-        while (start > 0 && (static_cast<unsigned char>(s[start]) & 0xC0) == 0x80) --start;
-        std::size_t next = start;
-        if (!isWhiteSpaceAt(s, start, next) || next != end) break;
-        end = start;
+        if (end >= kBlankBlock && isBlankBlock(s.data() + end - kBlankBlock)) {
+            end -= kBlankBlock;
+            continue;
+        }
+        for (std::size_t stop = end > kBlankBlock ? end - kBlankBlock : 0; end > stop;) {
+            std::size_t start = end - 1;
+            while (start > 0 && (static_cast<unsigned char>(s[start]) & 0xC0) == 0x80) --start;
+            std::size_t next = start;
+            if (!isWhiteSpaceAt(s, start, next) || next != end) return end;
+            end = start;
+        }
     }
     return end;
+}
+
+// What trimmedView keeps (malformed bytes stop the trimming there too).
+std::string_view trimmedBlanks(std::string_view s) {
+    std::size_t begin = blanksFrom(s, 0);
+    if (begin == s.size()) return {};
+    return s.substr(begin, blanksBefore(s, s.size()) - begin);
 }
 
 std::size_t marksFrom(std::string_view s, std::size_t i, char mark) {
@@ -515,13 +537,15 @@ std::string_view withoutTrailingStars(std::string_view s) {
     return s.substr(0, blanksBefore(s, end));
 }
 
-// Whether "." (any character but a line terminator) matches every character of the text.
+// Whether "." (any character but a line terminator) matches every character of the text. Only
+// a byte from "\n" to "\r" or the lead byte of U+0085 (C2) or U+2028/U+2029 (E2) can start one.
 bool holdsNoLineTerminator(std::string_view s) {
     for (std::size_t i = 0; i < s.size(); ++i) {
         auto byte = static_cast<unsigned char>(s[i]);
-        if (byte >= '\n' && byte <= '\r') return false;
-        if (s.substr(i).starts_with("\u0085") || s.substr(i).starts_with("\u2028") ||
-            s.substr(i).starts_with("\u2029"))
+        if (static_cast<unsigned char>(byte - '\n') < 4) return false;
+        if ((byte == 0xC2 || byte == 0xE2) &&
+            (s.substr(i).starts_with("\u0085") || s.substr(i).starts_with("\u2028") ||
+             s.substr(i).starts_with("\u2029")))
             return false;
     }
     return true;
@@ -539,6 +563,89 @@ std::string_view withoutEnclosingBold(std::string_view s) {
 std::string_view withoutLeadingBullet(std::string_view s) {
     std::size_t end = blanksFrom(s, 1);
     return end > 1 ? s.substr(end) : s;
+}
+
+// Whether a "**" starts at i, or a "_" stands there.
+bool isEmphasisAt(std::string_view s, std::size_t i) {
+    return (s[i] == '_') | ((s[i] == '*') & (i + 1 < s.size() && s[i + 1] == '*'));
+}
+
+constexpr std::size_t kMarkBlock = 32;
+
+// The first place from i on where isEmphasisAt holds (the end when none). The next few bytes
+// are tried one at a time, for marks close together, then blocks without a branch per byte,
+// which vectorises; a lone "*" costs nothing more than prose.
+std::size_t nextEmphasis(std::string_view s, std::size_t i) {
+    for (std::size_t stop = std::min(i + 8, s.size()); i < stop; ++i)
+        if (isEmphasisAt(s, i)) return i;
+    for (; i + kMarkBlock < s.size(); i += kMarkBlock) {  // s[j + 1] is within the text
+        unsigned any = 0;
+        for (std::size_t j = i; j < i + kMarkBlock; ++j)
+            any |= (s[j] == '_') | ((s[j] == '*') & (s[j + 1] == '*'));
+        if (any) break;
+    }
+    while (i < s.size() && !isEmphasisAt(s, i)) ++i;
+    return i;
+}
+
+// Whether the text holds a "**" or a "__", read a block at a time (text without either mark
+// is passed over by a search for each).
+bool holdsEmphasis(std::string_view s) {
+    if (s.find('*') == std::string_view::npos && s.find('_') == std::string_view::npos)
+        return false;
+    auto pairAt = [&](std::size_t j) {
+        return ((s[j] == '*') & (s[j + 1] == '*')) | ((s[j] == '_') & (s[j + 1] == '_'));
+    };
+    std::size_t i = 0;
+    for (; i + kMarkBlock < s.size(); i += kMarkBlock) {
+        unsigned any = 0;
+        for (std::size_t j = i; j < i + kMarkBlock; ++j) any |= pairAt(j);
+        if (any) return true;
+    }
+    for (; i + 1 < s.size(); ++i)
+        if (pairAt(i)) return true;
+    return false;
+}
+
+std::size_t runEnd(std::string_view s, std::size_t i, char mark) {
+    while (i < s.size() && s[i] == mark) ++i;
+    return i;
+}
+
+// Every "**" taken out, then every "__" of what is left (each from left to right, as a
+// replace-all does), in one pass: taking out a "**" can make a "__" of the two "_" around it.
+// A run of marks is taken whole: of n stars, n / 2 pairs go and an odd one stays last; of n
+// underscores, with the one left open before, every pair goes.
+std::string withoutEmphasis(std::string_view s) {
+    std::string out;
+    out.reserve(s.size());
+    bool openUnderscore = false;  // whether `out` ends in a "_" that no "__" took
+    for (std::size_t i = 0; i < s.size();) {
+        std::size_t mark = nextEmphasis(s, i);
+        if (mark > i) {
+            out.append(s.substr(i, mark - i));
+            openUnderscore = false;
+            i = mark;
+            continue;
+        }
+        const char c = s[i];
+        const std::size_t end = runEnd(s, i, c);
+        const std::size_t count = end - i;
+        i = end;
+        if (c == '*') {
+            if (count % 2 == 1) {
+                out.push_back('*');
+                openUnderscore = false;
+            }
+        } else if (openUnderscore != (count % 2 == 1)) {  // one "_" left open after the run
+            if (!openUnderscore) out.push_back('_');
+            openUnderscore = true;
+        } else {
+            if (openUnderscore) out.pop_back();
+            openUnderscore = false;
+        }
+    }
+    return out;
 }
 
 // --- Steps -----------------------------------------------------------------------------------
@@ -597,27 +704,32 @@ std::string CoachMessageFormatting::normalize(std::string_view input) {
 }
 
 std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
-    std::string_view trimmedInput = trimmedView(input);
-    bool marked = trimmedInput.starts_with('*') || trimmedInput.starts_with('#') ||
-                  trimmedInput.starts_with('-') || trimmedInput.ends_with('*');
-    bool emphasised = text::contains(trimmedInput, "**") || text::contains(trimmedInput, "__");
-    if (!marked && !emphasised) return std::string(trimmedInput);
-    std::string text(trimmedInput);
+    std::string_view s = trimmedBlanks(input);
+    bool marked =
+        s.starts_with('*') || s.starts_with('#') || s.starts_with('-') || s.ends_with('*');
+    // The steps below only cut the ends off and turn malformed bytes (never ASCII ones) into
+    // U+FFFD, so they make no "**" or "__" that was not there.
+    bool emphasised = holdsEmphasis(s);
+    if (!marked && !emphasised) return std::string(s);
+    std::string repaired;
     if (marked) {
         // Malformed bytes become U+FFFD, as when the patterns read the text as UTF-16.
-        if (!text::isValidUtf8(text)) {
+        if (!text::isValidUtf8(s)) {
             std::u16string u;
-            assignUtf8(u, text);
-            text = toUtf8(u);
+            assignUtf8(u, s);
+            repaired = toUtf8(u);
+            s = repaired;
         }
-        std::string_view s = text;
         if (s.starts_with('*') || s.starts_with('#')) s = withoutLeadingHeadingMark(s);
         if (s.ends_with('*')) s = withoutTrailingStars(s);
         if (s.starts_with("**") && s.ends_with("**")) s = withoutEnclosingBold(s);
         if (s.starts_with('-') || s.starts_with('*')) s = withoutLeadingBullet(s);
-        text = std::string(s);
     }
-    return text::trimmed(replacingAll(replacingAll(text, "**", ""), "__", ""));
+    if (!emphasised) return std::string(trimmedBlanks(s));
+    std::string text = withoutEmphasis(s);
+    std::string_view kept = trimmedBlanks(text);
+    if (kept.size() == text.size()) return text;
+    return std::string(kept);
 }
 
 std::optional<CoachMessageFormatting::ProceduralContent>

@@ -6,6 +6,7 @@
 #include <unicode/utext.h>
 #include <unicode/utf8.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace sagely::text {
@@ -169,9 +170,23 @@ std::string toUtf8(std::u16string_view s) {
 }
 
 bool isValidUtf8(std::string_view s) {
+    // ASCII is read a block at a time: the or of a block vectorises, and only a block with a
+    // byte of 0x80 or more is decoded.
+    constexpr std::size_t kBlock = 32;
     std::size_t i = 0;
-    while (i < s.size())
-        if (nextCodePoint(s, i) < 0) return false;
+    while (i < s.size()) {
+        if (i + kBlock <= s.size()) {
+            unsigned char any = 0;
+            for (std::size_t j = i; j < i + kBlock; ++j) any |= static_cast<unsigned char>(s[j]);
+            if (any < 0x80) {
+                i += kBlock;
+                continue;
+            }
+        }
+        // Up to the end of the block, or past the code point that crosses it.
+        for (std::size_t end = std::min(i + kBlock, s.size()); i < end;)
+            if (nextCodePoint(s, i) < 0) return false;
+    }
     return true;
 }
 

@@ -384,6 +384,45 @@ TEST_F(ConversationFileTest, ADeletionHereStaysDeletedAndAnAdditionThereIsKept) 
     EXPECT_FALSE(first.pickUp(mine));  // nothing new since
 }
 
+// After a save, the conversations that did not change keep the ids seen with them: what another
+// host adds to them or deletes later still merges as such.
+TEST_F(ConversationFileTest, ConversationsLeftAsTheyWereReadStaySeenAcrossSaves) {
+    CoachConversation third("Third");
+    third.append(CoachMessage(CoachMessage::Role::user, "A third"));
+    auto saved = sampleConversations();
+    saved.push_back(third);
+    ASSERT_TRUE(ConversationFile::save(file(), saved));
+    ConversationFile first(file()), second(file());
+    auto mine = first.read();
+    bool othersChanged = false;
+    for (const char* question : {"first asks", "first asks again"}) {
+        mine.front().append(CoachMessage(CoachMessage::Role::user, question));
+        ASSERT_FALSE(first.write(mine, othersChanged).has_value());
+        EXPECT_FALSE(othersChanged);
+    }
+
+    auto theirs = second.read();
+    theirs[1].append(CoachMessage(CoachMessage::Role::user, "second asks"));
+    theirs.pop_back();  // "Third", deleted there
+    ASSERT_FALSE(second.merge(theirs).has_value());
+
+    mine.front().append(CoachMessage(CoachMessage::Role::user, "first asks once more"));
+    ASSERT_FALSE(first.write(mine, othersChanged).has_value());
+    EXPECT_TRUE(othersChanged);
+    auto onDisk = ConversationFile::load(file());
+    EXPECT_EQ(titles(onDisk),
+              (std::vector<std::string>{"R\u00e9glages \U0001F50A", "Pairing a speaker"}));
+    EXPECT_EQ(contents(onDisk[0]),
+              (std::vector<std::string>{"Where are the settings?", "first asks", "first asks again",
+                                        "first asks once more"}));
+    EXPECT_EQ(contents(onDisk[1]),
+              (std::vector<std::string>{"How do I pair a speaker?",
+                                        "Step 1: Open Settings.\n\"Done\"", "second asks"}));
+    EXPECT_TRUE(first.pickUp(mine));
+    EXPECT_EQ(titles(mine), titles(onDisk));
+    EXPECT_EQ(contents(mine[1]), contents(onDisk[1]));
+}
+
 TEST_F(ConversationFileTest, AnUnreadableFileThatCannotBeMovedAsideIsNeverWrittenOver) {
     // A name at the file system's limit: the aside name would be longer still.
     const fs::path longFile = folder() / (std::string(230, 'n') + "-conversations.json");

@@ -456,6 +456,50 @@ TEST(FormattingShortcuts, GiveTheSameResultsOnLongRunsAsThePatterns) {
     }
 }
 
+// Blanks are read 32 bytes at a time where they are all ASCII: a character that is not, put at
+// every offset of runs around that size, and lines that are only bold with a line terminator
+// (or a character that starts like one) inside.
+TEST(FormattingShortcuts, CleanGivesThePatternsResultsWhereverABlockOfBlanksEnds) {
+    std::vector<std::string> lines;
+    for (const char* odd : {"\u3000", "\u00A0", "x", "\xC3", "\xE2\x80", "\t", "\u2028"})
+        for (std::size_t run : {31, 32, 33, 64, 65, 97})
+            for (std::size_t at = 0; at <= run; ++at) {
+                std::string blanks = std::string(at, ' ') + odd + std::string(run - at, ' ');
+                lines.push_back("*" + blanks + "x*");
+                lines.push_back("x" + blanks + "*");
+                lines.push_back("-" + blanks + "#" + blanks + "**y**" + blanks + "**");
+            }
+    for (const char* inside : {"\n", "\r", "\v", "\f", "\u0085", "\u2028", "\u2029", "\u00A0",
+                               "\u2020", "\xC2", "\xE2\x80", "\xE2", "_", "__"})
+        for (std::string around : {std::string(), std::string("a"), std::string(40, 'a')})
+            lines.push_back("**" + around + inside + around + "**");
+    // Blanks left at the ends once the marks are gone, and malformed bytes next to them (only
+    // a marked line has those replaced, as the patterns do).
+    for (std::size_t run : {31, 33, 70}) {
+        std::string blanks(run, ' ');
+        for (const char* odd : {"x", "\u3000", "\u00A0"}) {
+            lines.push_back("__" + blanks + odd + blanks + "__");
+            lines.push_back(blanks + odd + "**" + blanks);
+            lines.push_back(odd + blanks + "**" + odd);
+            lines.push_back(blanks + "\u3000" + blanks + odd + "__");
+        }
+        for (const char* odd : {"\xff", "\xC3", "\xE3\x80", "\x80\x80"}) {
+            lines.push_back("*" + blanks + odd + blanks + "**" + blanks + "*");
+            lines.push_back("-" + blanks + "__" + odd + "__" + blanks + odd);
+        }
+    }
+    // Runs of marks are taken whole.
+    for (std::size_t before = 0; before < 5; ++before)
+        for (std::size_t stars = 0; stars < 6; ++stars)
+            for (std::size_t after = 0; after < 5; ++after) {
+                std::string marks =
+                    std::string(before, '_') + std::string(stars, '*') + std::string(after, '_');
+                lines.push_back("a" + marks + "b" + marks);
+                lines.push_back("- a_" + marks + "**");
+            }
+    for (const std::string& line : lines) ASSERT_EQ(clean(line), referenceClean(line)) << line;
+}
+
 // Trailing stars are stripped with the White_Space set, which is what "\s" means to ICU.
 TEST(FormattingShortcuts, BlanksBeforeTrailingStarsAreWhatTheSPatternMatches) {
     IcuRegex blank(u"^\\s$");

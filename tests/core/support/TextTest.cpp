@@ -51,3 +51,21 @@ TEST(Text, PercentEncodesWithThePathAllowedSet) {
     EXPECT_EQ(percentEncodePath("é?#"), "%C3%A9%3F%23");
     EXPECT_EQ(percentDecode("a%20b%2Fc%zz%4"), "a b/c%zz%4");
 }
+
+// ASCII is passed over 32 bytes at a time: a malformed byte or a sequence cut short is found at
+// every offset around a block's end, and a well-formed sequence across one is taken whole.
+TEST(Text, TellsWellFormedUtf8WhereverASequenceFalls) {
+    struct Piece {
+        const char* bytes;
+        bool valid;
+    };
+    for (Piece piece : {Piece{"\u00e9", true}, Piece{"\u20ac", true}, Piece{"\U0001F44D", true},
+                        Piece{"\xff", false}, Piece{"\xC3", false}, Piece{"\xE2\x82", false},
+                        Piece{"\xED\xA0\x80", false}, Piece{"\x80", false}})
+        for (std::size_t offset = 0; offset < 70; ++offset) {
+            std::string text = std::string(offset, 'a') + piece.bytes;
+            EXPECT_EQ(isValidUtf8(text), piece.valid) << offset << " " << piece.bytes;
+            EXPECT_EQ(isValidUtf8(text + std::string(40, 'b')), piece.valid) << offset;
+        }
+    EXPECT_TRUE(isValidUtf8(""));
+}
