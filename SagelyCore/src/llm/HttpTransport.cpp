@@ -403,7 +403,7 @@ HttpResponse perform(const HttpRequest& request, bool startAsGet,
             throw TransportError(transportFailureDescription(CURLE_OPERATION_TIMEDOUT));
         }
         if (received.failure) std::rethrow_exception(received.failure);
-        if (received.tooLarge) throw TransportError(std::string(kReplyTooLarge));
+        if (received.tooLarge) throw ReplyTooLarge();
         HttpResponse response;
         curl_easy_getinfo(context.easy, CURLINFO_RESPONSE_CODE, &response.status);
         if (response.status >= 100 && response.status < 200) {

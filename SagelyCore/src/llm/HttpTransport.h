@@ -87,9 +87,16 @@ private:
     bool m_bodyArrived;
 };
 
+/// A success reply grew past HttpLimits::maxReplyBytes. Never a stream's natural end: what
+/// arrived before it is not a reply to keep.
+class ReplyTooLarge : public TransportError {
+public:
+    ReplyTooLarge() : TransportError(std::string(kReplyTooLarge)) {}
+};
+
 /// Sends `request` as a POST. Throws TransportError with a fixed sentence on a network failure
-/// or a broken limit (ConnectionLost for a broken connection), and CancelledError when the token
-/// is stopped first.
+/// or a broken limit (ConnectionLost for a broken connection, ReplyTooLarge for a reply over the
+/// size limit), and CancelledError when the token is stopped first.
 HttpResponse post(const HttpRequest& request, const CancellationToken& cancellation);
 
 /// Sends `request` as a GET (its body is not sent), by the same rules as post().

@@ -193,6 +193,8 @@ LLMReply httpReply(const Dialect& dialect, const std::vector<LLMMessage>& messag
             reader.feed(contentType, bytes);
         };
         response = postWithRetries(request, sink, sleep, cancellation, onRetry);
+    } catch (const detail::ReplyTooLarge&) {
+        throw;  // a reply cut at the size limit is no reply, however much of it was read
     } catch (const TransportError&) {
         // A stream lost (or gone silent) part-way ends there: the text so far is the reply, and
         // calls not seen whole are not made.

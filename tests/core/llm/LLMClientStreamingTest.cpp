@@ -443,3 +443,23 @@ TEST_F(LLMClientStreamingTest, AOneMegabyteReplyArrivesWhole) {
     ASSERT_GT(expected.size(), 1'000'000u);
     EXPECT_EQ(stream(configFor(Provider::openai, "/v1/chat/completions")).text, expected);
 }
+
+TEST_F(LLMClientStreamingTest, AStreamPastTheSizeLimitFailsInsteadOfKeepingWhatArrived) {
+    // 34 MB of text in 64 KB pieces: over the kit's 32 MB however the stream is framed.
+    const std::string piece(64 << 10, 'x');
+    std::vector<std::string> chunks;
+    for (int i = 0; i < 544; ++i) chunks.push_back(openAIChunk(piece));
+    chunks.emplace_back("data: [DONE]\n\n");
+    m_server.enqueue(streamed(std::move(chunks)));
+    std::size_t handedOn = 0;
+    try {
+        m_client.stream(kChat, configFor(Provider::openai, "/v1/chat/completions"), std::nullopt,
+                        {}, [&](std::string_view delta) { handedOn += delta.size(); });
+        ADD_FAILURE() << "stream() kept a reply over the size limit";
+    } catch (const TransportError& error) {
+        EXPECT_STREQ(error.what(), "The AI response was too large.");
+    }
+    // The pieces before the limit were shown as they came; none past it.
+    EXPECT_GT(handedOn, 0u);
+    EXPECT_LE(handedOn, std::size_t{32} << 20);
+}
