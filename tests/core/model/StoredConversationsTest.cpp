@@ -114,10 +114,10 @@ std::vector<CoachConversation> sampleList() {
         actionRound(calls, kEveryKindOfTurn, 700000006, usage, "Let me."),  // all together
         actionRound({calls[1], calls[3]}, R"({"content":[{"type":"tool_use"}]})", 700000007,
                     TokenUsage{3, 4}),
-        DataModelAccess::message(Uuid::random(), Role::assistant, "with everything",
+        DataModelAccess::message(Uuid::random(), Role::assistant, "a card with them",
                                  CoachCard{CoachCard::Style::warning, "C", "s", {}, {}},
-                                 CoachLessonLibrary::speechSetup(), usage, Timestamp(700000008),
-                                 {calls[2]}, R"({"a":[1.25,"x"]})"),
+                                 std::nullopt, usage, Timestamp(700000008), {calls[2]},
+                                 R"({"a":[1.25,"x"]})"),
         message(1, "after", 700000009),
     };
     return {
@@ -235,8 +235,8 @@ TEST(StoredConversations, ActionCallsUsageAndProviderTurnsAreKeptAsText) {
     const std::string text(DataModelAccess::stored(actions)->text);
     for (const char* written :
          {R"("actionCalls":[)", R"("idMadeUp":true)", R"("providerTurn":{)", R"("usage":{)",
-          R"("card":{)", R"("lesson":{)", "1e-07", "18446744073709551615", "18446744073709551616,",
-          R"("n":12,)", R"("minusZero":0,)", R"("key \"quoted\"\n":1)", R"("dup":2})"})
+          R"("card":{)", "1e-07", "18446744073709551615", "18446744073709551616,", R"("n":12,)",
+          R"("minusZero":0,)", R"("key \"quoted\"\n":1)", R"("dup":2})"})
         EXPECT_NE(text.find(written), std::string::npos) << written;
     CoachConversation copy = actions;
     const auto& messages = copy.messages();
