@@ -1,8 +1,10 @@
 // `sagely ask --offline` end to end, as a user runs it: the built executable started as a process
 // with its own home folder, answering one question from the shipped guide with an empty, a 1 MB
-// and a 25 MB conversation history (conversations of 500 messages). The three are run in turn
-// in one run; each run starts from the same history file. Reported: the median wall time of
-// each, and the ratios to the empty history (the goal: 25 MB within 3x).
+// and a 25 MB conversation history (conversations of 500 messages), and 25 MB where every reply
+// carries its token usage and every fourth message is a round of action calls with the
+// provider's turn. The four are run in turn in one run; each run starts from the same history
+// file. Reported: the median wall time of each, and the ratios to the empty history (the goal:
+// 25 MB within 3x).
 //
 // BM_DeltaToCliWrite: `sagely ask` streaming a reply from a loopback server into a pipe; for
 // each delta (a line of its own, so the host writes it at once), the time from the server
@@ -11,8 +13,10 @@
 #include "support/LoopbackHttpServer.h"
 #include "support/TemporaryDirectory.h"
 
+#include <sagely/CoachActionCall.h>
 #include <sagely/CoachConversation.h>
 #include <sagely/ConversationFile.h>
+#include <sagely/TokenUsage.h>
 
 #include <benchmark/benchmark.h>
 #include <nlohmann/json.hpp>
@@ -24,8 +28,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,8 +46,29 @@ const char* const kWords[] = {"notebook", "share",    "export", "sync",   "short
                               "template", "folder",   "search", "backup", "settings", "provider",
                               "speech",   "teaching", "window", "toolbar"};
 
-// Conversations of 500 messages until the file would reach about `bytes`.
-std::vector<CoachConversation> makeHistory(std::size_t bytes) {
+// A round of two calls as a host action leaves it: usage, results, the provider's turn.
+CoachMessage actionRound(std::size_t i) {
+    CoachActionCall open{"call_" + std::to_string(i),
+                         "open_chapter",
+                         "Open chapter",
+                         R"({"chapter":"export","line":12})",
+                         CoachActionCall::Status::done,
+                         "Opened the chapter \"Export\"."};
+    CoachActionCall palette{
+        "call_" + std::to_string(i + 1),   "set_palette",       "", R"({"palette":"dark"})",
+        CoachActionCall::Status::declined, "The user declined."};
+    palette.idMadeUp = true;
+    TokenUsage usage(1200 + static_cast<std::int64_t>(i), 85);
+    usage.provider = "gemini";
+    usage.model = "gemini-2.5-flash";
+    const std::string turn =
+        R"({"role":"model","parts":[{"functionCall":{"name":"open_chapter","args":{"chapter":"export","line":12}},"thoughtSignature":"c2lnbmF0dXJl"},{"functionCall":{"name":"set_palette","args":{"palette":"dark","strength":0.75}}}]})";
+    return CoachMessage::actionRound("Let me open that for you.", {open, palette}, turn, usage);
+}
+
+// Conversations of 500 messages until the file would reach about `bytes`; with `actions`,
+// replies carry their usage and every fourth message is a round of action calls.
+std::vector<CoachConversation> makeHistory(std::size_t bytes, bool actions = false) {
     std::vector<CoachConversation> history;
     std::size_t size = 0;
     while (size < bytes) {
@@ -50,9 +77,18 @@ std::vector<CoachConversation> makeHistory(std::size_t bytes) {
             std::string content;
             for (std::size_t w = 0; w < 10 + (i * 13) % 60; ++w)
                 content += std::string(kWords[(i * 7 + w) % 16]) + " ";
+            if (actions && i % 4 == 3) {
+                size += 900;  // about what a round of two calls takes
+                conversation.append(actionRound(i));
+                continue;
+            }
             size += content.size() + 130;  // the message's keys, id, role and time
-            conversation.append(CoachMessage(
-                i % 2 ? CoachMessage::Role::assistant : CoachMessage::Role::user, content));
+            std::optional<TokenUsage> usage;
+            if (actions && i % 2) usage = TokenUsage(900, 40);
+            if (usage) size += 50;
+            conversation.append(
+                CoachMessage(i % 2 ? CoachMessage::Role::assistant : CoachMessage::Role::user,
+                             content, std::nullopt, std::nullopt, usage));
         }
         history.push_back(std::move(conversation));
     }
@@ -61,10 +97,10 @@ std::vector<CoachConversation> makeHistory(std::size_t bytes) {
 
 /// One home folder with a saved history, restored before every run.
 struct Home {
-    explicit Home(std::size_t historyBytes) {
+    explicit Home(std::size_t historyBytes, bool actions = false) {
         std::filesystem::create_directories(storage());
         if (historyBytes == 0) return;
-        ConversationFile::save(pristine(), makeHistory(historyBytes));
+        ConversationFile::save(pristine(), makeHistory(historyBytes, actions));
         bytes = std::filesystem::file_size(pristine());
     }
 
@@ -135,10 +171,10 @@ double median(std::vector<double> samples) {
 }
 
 void BM_AskOfflineEndToEnd(benchmark::State& state) {
-    const Home empty(0), oneMB(1'000'000), large(25'000'000);
-    std::vector<double> emptyRuns, oneMBRuns, largeRuns;
+    const Home empty(0), oneMB(1'000'000), large(25'000'000), actions(25'000'000, true);
+    std::vector<double> emptyRuns, oneMBRuns, largeRuns, actionsRuns;
     for (auto _ : state) {
-        const double seconds[] = {empty.ask(), oneMB.ask(), large.ask()};
+        const double seconds[] = {empty.ask(), oneMB.ask(), large.ask(), actions.ask()};
         if (*std::min_element(std::begin(seconds), std::end(seconds)) < 0) {
             state.SkipWithError("sagely ask --offline failed");
             return;
@@ -146,6 +182,7 @@ void BM_AskOfflineEndToEnd(benchmark::State& state) {
         emptyRuns.push_back(seconds[0]);
         oneMBRuns.push_back(seconds[1]);
         largeRuns.push_back(seconds[2]);
+        actionsRuns.push_back(seconds[3]);
         state.SetIterationTime(seconds[2]);
     }
     state.counters["empty_ms"] = median(emptyRuns) * 1e3;
@@ -154,6 +191,9 @@ void BM_AskOfflineEndToEnd(benchmark::State& state) {
     state.counters["1MB_ratio"] = median(oneMBRuns) / median(emptyRuns);
     state.counters["25MB_ratio"] = median(largeRuns) / median(emptyRuns);
     state.counters["25MB_file_MB"] = static_cast<double>(large.bytes) / 1e6;
+    state.counters["25MB_actions_ms"] = median(actionsRuns) * 1e3;
+    state.counters["25MB_actions_ratio"] = median(actionsRuns) / median(emptyRuns);
+    state.counters["25MB_actions_file_MB"] = static_cast<double>(actions.bytes) / 1e6;
 }
 BENCHMARK(BM_AskOfflineEndToEnd)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(7);
 

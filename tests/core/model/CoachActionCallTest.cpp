@@ -46,6 +46,18 @@ TEST(CoachActionCallTest, ARoundIsWrittenWithOptionalKeysAndReadBack) {
     EXPECT_EQ(encodeJson(read), encodeJson(message));
 }
 
+// The model names the arguments, so a turn's keys may hold anything a string may.
+TEST(CoachActionCallTest, ATurnsKeysAreEscapedAsStringsAre) {
+    const std::string turn = R"({"args":{"say \"hi\"\n":1,"back\\slash":2,"caf\u00e9":3}})";
+    const CoachMessage message = CoachMessage::actionRound("", {}, turn);
+    const std::string written = encodeJson(message);
+    EXPECT_NE(written.find(R"({"say \"hi\"\n":1,"back\\slash":2,"café":3})"), std::string::npos)
+        << written;
+    const CoachMessage read = decodeMessage(written);
+    EXPECT_EQ(json::parse(read.providerTurn()), json::parse(turn));
+    EXPECT_EQ(encodeJson(read), written);
+}
+
 TEST(CoachActionCallTest, AnIdTheKitMadeUpIsMarkedOnlyThen) {
     CoachActionCall madeUp{"call_1", "read_settings", "",  "{}", Status::done,
                            "ok",     std::nullopt,    true};

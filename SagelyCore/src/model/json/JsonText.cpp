@@ -236,7 +236,7 @@ public:
             m_out += '{';
             for (auto field = json.begin(); field != json.end(); ++field) {
                 if (field != json.begin()) m_out += ',';
-                (m_out += '"').append(field.key()) += "\":";
+                key(field.key());
                 write(*field);
             }
             m_out += '}';
@@ -255,6 +255,19 @@ public:
     }
 
 private:
+    // Field names go as they are; a provider's turn may hold keys that need escaping.
+    void key(const std::string& key) {
+        const bool plain = std::all_of(key.begin(), key.end(), [](char c) {
+            return static_cast<unsigned char>(c) >= 0x20 && static_cast<unsigned char>(c) < 0x80 &&
+                   c != '"' && c != '\\';
+        });
+        if (plain)
+            (m_out += '"').append(key) += '"';
+        else
+            m_scalars.dump(Json(key), false, false, 0);
+        m_out += ':';
+    }
+
     std::string& m_out;
     nlohmann::detail::serializer<Json> m_scalars;
 };

@@ -19,7 +19,7 @@ namespace sagely::detail {
 /// Parses a whole document; nothing but white space may follow the value.
 nlohmann::ordered_json parseJson(std::string_view text);
 
-/// The compact text of `json`, whose object keys must be plain ASCII (the field names).
+/// The compact text of `json`.
 std::string dumpJson(const nlohmann::ordered_json& json);
 
 /// Appends the shortest digits that read back as `value`, in plain notation across the range

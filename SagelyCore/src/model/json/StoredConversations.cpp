@@ -3,6 +3,7 @@
 #include "model/json/DataModelAccess.h"
 #include "model/json/JsonText.h"
 
+#include <sagely/CoachActionCall.h>
 #include <sagely/CoachCard.h>
 #include <sagely/CoachLesson.h>
 #include <sagely/CoachMessage.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 namespace sagely::detail {
@@ -106,27 +108,18 @@ public:
 
     /// A time: the shortest digits of its seconds, in the writer's notation.
     bool time(Timestamp& time) {
-        const std::string_view text = numberText();
-        double seconds = 0;
-        auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-        if (error != std::errc() || end != text.data() + text.size()) return false;
-        std::string written;
-        appendNumber(written, seconds);
-        if (written != text) return false;
-        time = Timestamp(seconds);
-        return true;
+        const std::optional<double> seconds = shortestDouble(numberText());
+        if (seconds) time = Timestamp(*seconds);
+        return seconds.has_value();
     }
 
     /// A whole number of tokens, as the writer writes an int64.
-    bool count() {
-        const std::string_view text = numberText();
-        std::int64_t value = 0;
-        auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-        if (error != std::errc() || end != text.data() + text.size()) return false;
-        char buffer[24];
-        auto written = std::to_chars(buffer, buffer + sizeof buffer, value);
-        return std::string_view(buffer, written.ptr) == text;
-    }
+    bool count() { return wholeNumber<std::int64_t>(numberText()) == std::errc(); }
+
+    /// A provider's turn as the writer writes what the decoder makes of it: an object, compact,
+    /// keys in the order read and none twice (the writer keeps only the last), numbers as
+    /// `number` takes them.
+    bool turn() { return m_at < m_text.size() && m_text[m_at] == '{' && value(0); }
 
     /// Passes over an object whatever it holds, by its brackets and strings alone; what it is
     /// is for a decoder to say.
@@ -156,6 +149,74 @@ public:
     void rewind(std::size_t at) { m_at = at; }
 
 private:
+    // Far deeper than any turn a provider sends; a deeper one is left to the decoder.
+    static constexpr int kMaxTurnDepth = 64;
+
+    bool value(int depth) {
+        if (depth > kMaxTurnDepth) return false;
+        if (literal("{")) {
+            if (literal("}")) return true;
+            std::vector<std::string_view> keys;
+            do {
+                // One spelling per string, so keys that read the same have the same text.
+                const std::size_t key = m_at;
+                if (!string(nullptr)) return false;
+                keys.push_back(m_text.substr(key, m_at - key));
+                if (!literal(":") || !value(depth + 1)) return false;
+            } while (literal(","));
+            if (!literal("}")) return false;
+            std::sort(keys.begin(), keys.end());
+            return std::adjacent_find(keys.begin(), keys.end()) == keys.end();
+        }
+        if (literal("[")) {
+            if (literal("]")) return true;
+            do {
+                if (!value(depth + 1)) return false;
+            } while (literal(","));
+            return literal("]");
+        }
+        if (m_at < m_text.size() && m_text[m_at] == '"') return string(nullptr);
+        return literal("true") || literal("false") || literal("null") || number();
+    }
+
+    // A number read as nlohmann reads it, and written back the same: a whole number that fits
+    // 64 bits is kept as it is (so in its shortest digits); any other becomes a double, written
+    // in the writer's notation. "-0" reads as the double -0.
+    bool number() {
+        const std::string_view text = numberText();
+        if (text.find_first_of(".eE") == std::string_view::npos && text != "-0") {
+            const std::errc read = text.starts_with('-') ? wholeNumber<std::int64_t>(text)
+                                                         : wholeNumber<std::uint64_t>(text);
+            if (read != std::errc::result_out_of_range) return read == std::errc();
+        }
+        return shortestDouble(text).has_value();
+    }
+
+    // Whether `text` is a T in its shortest digits: std::errc() when it is, result_out_of_range
+    // when it is a whole number too large for T, invalid_argument otherwise.
+    template <class T>
+    static std::errc wholeNumber(std::string_view text) {
+        T value = 0;
+        auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+        if (error != std::errc()) return error;
+        char buffer[24];
+        auto written = std::to_chars(buffer, buffer + sizeof buffer, value);
+        return end == text.data() + text.size() && std::string_view(buffer, written.ptr) == text
+                   ? std::errc()
+                   : std::errc::invalid_argument;
+    }
+
+    // The double that `text` is the writer's shortest digits of, if it is.
+    static std::optional<double> shortestDouble(std::string_view text) {
+        double value = 0;
+        auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+        if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+        std::string written;
+        appendNumber(written, value);
+        if (written != text) return std::nullopt;
+        return value;
+    }
+
     // The writer escapes only quotes, backslashes and control characters: those with a short
     // form in it, the others as \u00xx.
     bool escape(char& unescaped) {
@@ -238,8 +299,24 @@ bool nonEmptyString(Scanner& in, std::string_view key) {
     return in.string(&value) && !value.empty();
 }
 
+// {"id":…[,"idMadeUp":true],"name":…[,"title":…],"arguments":…,"status":…,"result":…
+//  [,"card":…]}
+bool actionCall(Scanner& in, std::string_view text) {
+    std::string status;
+    if (!in.literal("{\"id\":") || !in.string(nullptr)) return false;
+    in.literal(",\"idMadeUp\":true");  // written only when true
+    if (!in.literal(",\"name\":") || !in.string(nullptr) || !nonEmptyString(in, ",\"title\":") ||
+        !in.literal(",\"arguments\":") || !in.string(nullptr) || !in.literal(",\"status\":") ||
+        !in.string(&status) || !actionStatusFromRawValue(status) || !in.literal(",\"result\":") ||
+        !in.string(nullptr))
+        return false;
+    if (in.literal(",\"card\":") && !attachment(in, text, decodeCard)) return false;
+    return in.literal("}");
+}
+
 // {"id":…,"role":…,"content":…[,"card":…][,"lesson":…]
-//  [,"usage":{"inputTokens":…,"outputTokens":…[,"provider":…][,"model":…]}],"timestamp":…}
+//  [,"usage":{"inputTokens":…,"outputTokens":…[,"provider":…][,"model":…]}]
+//  [,"actionCalls":[…]][,"providerTurn":{…}],"timestamp":…}
 bool message(Scanner& in, std::string_view text, std::vector<Uuid>& ids) {
     std::optional<Uuid> id;
     std::string role;
@@ -256,6 +333,13 @@ bool message(Scanner& in, std::string_view text, std::vector<Uuid>& ids) {
             !in.literal("}"))
             return false;
     }
+    if (in.literal(",\"actionCalls\":[")) {
+        do {
+            if (!actionCall(in, text)) return false;
+        } while (in.literal(","));
+        if (!in.literal("]")) return false;
+    }
+    if (in.literal(",\"providerTurn\":") && !in.turn()) return false;
     if (!in.literal(",\"timestamp\":") || !in.time(timestamp) || !in.literal("}")) return false;
     ids.push_back(*id);
     return true;
