@@ -4,6 +4,7 @@
 
 #include "format/ReplyMarkers.h"
 #include "support/TextViews.h"
+#include "support/WhiteSpace.h"
 
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
@@ -20,6 +21,10 @@
 namespace sagely {
 namespace {
 
+using detail::blanksBefore;
+using detail::blanksFrom;
+using detail::isWhiteSpace;
+using detail::mayStartStepWord;
 using detail::numberedItemsNotAtLineStarts;
 using detail::stepHeadings;
 using detail::stepMarkersAfterSentences;
@@ -71,10 +76,6 @@ std::vector<std::string_view> splitOn(std::string_view text, std::string_view se
 
 // --- Trimming UTF-16 text --------------------------------------------------------------------
 
-bool isWhiteSpace(UChar32 c) {
-    return u_hasBinaryProperty(c, UCHAR_WHITE_SPACE);
-}
-
 bool isSpaceOrTab(char16_t c) {
     if (c < 0x80) return c == u' ' || c == u'\t';  // the only ASCII space separator is " "
     return u_charType(c) == U_SPACE_SEPARATOR;     // all space separators are BMP
@@ -116,11 +117,7 @@ bool isNonAscii(char16_t c) {
     return c >= 0x80;
 }
 
-// Case folding maps some non-ASCII characters, like the "st" ligature, onto these letters.
-bool mayFoldToS(char16_t c) {
-    return ((c | 0x20) == u's') | isNonAscii(c);
-}
-
+// Case folding maps some non-ASCII characters onto "t".
 bool mayFoldToT(char16_t c) {
     return ((c | 0x20) == u't') | isNonAscii(c);
 }
@@ -280,30 +277,29 @@ void collapseBlankRuns(std::u16string& u) {
 // Each list holds every position where a match can start, and a few more: the patterns decide.
 // The lists only spare the matchers from trying the pattern at every position of the text.
 
-// A case-insensitive "Step": an "s" before a "t", or anything non-ASCII.
+// A case-insensitive "Step": an "s" before a "t", or a character that folds to "s" or "st".
+// Other text, in any script, costs no more than ASCII prose.
 std::vector<int32_t> possibleStepWords(std::u16string_view u) {
     std::vector<int32_t> positions;
     forEachPairWhere(
         u,
         [](char16_t c, char16_t next) {
-            return (((c | 0x20) == u's') & mayFoldToT(next)) | isNonAscii(c);
+            return mayStartStepWord(c) & (mayFoldToT(next) | isNonAscii(c));
         },
         [&](int32_t i) { positions.push_back(i); });
     return positions;
 }
 
-// Sentence punctuation right before a possible "Step", or anything non-ASCII but the last.
+// Sentence punctuation right before a possible "Step" (the character after the last is 0).
 std::vector<int32_t> possibleSentenceEnds(std::u16string_view u) {
     std::vector<int32_t> positions;
     forEachPairWhere(
         u,
         [](char16_t c, char16_t next) {
             unsigned punctuation = (c == u':') + (c == u'.') + (c == u'!') + (c == u'?');
-            return (punctuation & mayFoldToS(next)) | isNonAscii(c);
+            return punctuation & mayStartStepWord(next);
         },
-        [&](int32_t i) {
-            if (i + 1 < lengthOf(u)) positions.push_back(i);
-        });
+        [&](int32_t i) { positions.push_back(i); });
     return positions;
 }
 
@@ -449,73 +445,7 @@ std::u16string normalizedText(std::string_view input) {
 // reading the marks and blanks it would match: ICU tries "\s*\**$" at every position of a long
 // run of blanks and reads the rest of the run each time, and converting a long line to UTF-16
 // and back costs more than the cleaning itself. "\s" is White_Space, as in ICU. The text is
-// valid UTF-8 by then (checked once), and runs of ASCII blanks are read a block at a time.
-
-bool isWhiteSpaceAt(std::string_view s, std::size_t i, std::size_t& next) {
-    auto byte = static_cast<unsigned char>(s[i]);
-    if (byte < 0x80) {
-        next = i + 1;
-        return byte == ' ' || (byte >= '\t' && byte <= '\r');
-    }
-    const auto* bytes = reinterpret_cast<const uint8_t*>(s.data());
-    auto at = static_cast<int32_t>(i);
-    UChar32 c = 0;
-    U8_NEXT(bytes, at, static_cast<int32_t>(s.size()), c);
-    next = static_cast<std::size_t>(at);
-    return c >= 0 && isWhiteSpace(c);
-}
-
-constexpr std::size_t kBlankBlock = 32;
-
-// Whether the kBlankBlock bytes from `at` are all ASCII blanks. Without a branch per byte, the
-// test vectorises.
-bool isBlankBlock(const char* at) {
-    unsigned all = 1;
-    for (std::size_t j = 0; j < kBlankBlock; ++j) {
-        auto byte = static_cast<unsigned char>(at[j]);
-        all &= (byte == ' ') | (static_cast<unsigned char>(byte - '\t') < 5);
-    }
-    return all != 0;
-}
-
-// The end of the run of blanks that starts at i. Where a block is not all ASCII blanks, its
-// characters are read one at a time.
-std::size_t blanksFrom(std::string_view s, std::size_t i) {
-    while (i < s.size()) {
-        if (i + kBlankBlock <= s.size() && isBlankBlock(s.data() + i)) {
-            i += kBlankBlock;
-            continue;
-        }
-        for (std::size_t end = std::min(i + kBlankBlock, s.size()), next = i; i < end; i = next)
-            if (!isWhiteSpaceAt(s, i, next)) return i;
-    }
-    return i;
-}
-
-// The start of the run of blanks that ends at `end`.
-std::size_t blanksBefore(std::string_view s, std::size_t end) {
-    while (end > 0) {
-        if (end >= kBlankBlock && isBlankBlock(s.data() + end - kBlankBlock)) {
-            end -= kBlankBlock;
-            continue;
-        }
-        for (std::size_t stop = end > kBlankBlock ? end - kBlankBlock : 0; end > stop;) {
-            std::size_t start = end - 1;
-            while (start > 0 && (static_cast<unsigned char>(s[start]) & 0xC0) == 0x80) --start;
-            std::size_t next = start;
-            if (!isWhiteSpaceAt(s, start, next) || next != end) return end;
-            end = start;
-        }
-    }
-    return end;
-}
-
-// What trimmedView keeps (malformed bytes stop the trimming there too).
-std::string_view trimmedBlanks(std::string_view s) {
-    std::size_t begin = blanksFrom(s, 0);
-    if (begin == s.size()) return {};
-    return s.substr(begin, blanksBefore(s, s.size()) - begin);
-}
+// valid UTF-8 by then (checked once).
 
 std::size_t marksFrom(std::string_view s, std::size_t i, char mark) {
     while (i < s.size() && s[i] == mark) ++i;
@@ -704,7 +634,7 @@ std::string CoachMessageFormatting::normalize(std::string_view input) {
 }
 
 std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
-    std::string_view s = trimmedBlanks(input);
+    std::string_view s = trimmedView(input);
     bool marked =
         s.starts_with('*') || s.starts_with('#') || s.starts_with('-') || s.ends_with('*');
     // The steps below only cut the ends off and turn malformed bytes (never ASCII ones) into
@@ -725,9 +655,9 @@ std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input)
         if (s.starts_with("**") && s.ends_with("**")) s = withoutEnclosingBold(s);
         if (s.starts_with('-') || s.starts_with('*')) s = withoutLeadingBullet(s);
     }
-    if (!emphasised) return std::string(trimmedBlanks(s));
+    if (!emphasised) return std::string(trimmedView(s));
     std::string text = withoutEmphasis(s);
-    std::string_view kept = trimmedBlanks(text);
+    std::string_view kept = trimmedView(text);
     if (kept.size() == text.size()) return text;
     return std::string(kept);
 }
