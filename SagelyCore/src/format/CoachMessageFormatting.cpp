@@ -3,6 +3,7 @@
 #include <sagely/Text.h>
 
 #include "format/ReplyMarkers.h"
+#include "format/Utf16.h"
 #include "support/TextViews.h"
 #include "support/WhiteSpace.h"
 
@@ -21,6 +22,7 @@
 namespace sagely {
 namespace {
 
+using detail::assignUtf16;
 using detail::blanksBefore;
 using detail::blanksFrom;
 using detail::isWhiteSpace;
@@ -32,34 +34,13 @@ using detail::stepMarkersBeforeLetters;
 using detail::stepMarkersNotAtLineStarts;
 using detail::TextRange;
 using detail::trimmedView;
+using detail::utf8Of;
 
 // --- The UTF-16 buffer of the repair ----------------------------------------------------------
-// The repair works in one std::u16string buffer from step to step. Malformed UTF-8 becomes
-// U+FFFD both ways, as with UnicodeString's own conversions.
+// The repair works in one std::u16string buffer from step to step.
 
 int32_t lengthOf(std::u16string_view u) {
     return static_cast<int32_t>(u.size());
-}
-
-void assignUtf8(std::u16string& out, std::string_view s) {
-    out.resize(s.size());  // never fewer UTF-8 bytes than UTF-16 units
-    int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strFromUTF8WithSub(out.data(), lengthOf(out), &length, s.data(),
-                         static_cast<int32_t>(s.size()), 0xFFFD, nullptr, &status);
-    out.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
-}
-
-std::string toUtf8(std::u16string_view u) {
-    int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strToUTF8WithSub(nullptr, 0, &length, u.data(), lengthOf(u), 0xFFFD, nullptr, &status);
-    std::string out(static_cast<std::size_t>(length), '\0');
-    status = U_ZERO_ERROR;
-    u_strToUTF8WithSub(out.data(), length, &length, u.data(), lengthOf(u), 0xFFFD, nullptr,
-                       &status);
-    if (U_FAILURE(status)) out.clear();
-    return out;
 }
 
 std::vector<std::string_view> splitOn(std::string_view text, std::string_view separator) {
@@ -198,14 +179,17 @@ void joinCarriageReturns(std::u16string& u) {
     u.resize(kept);
 }
 
-// Whether the line [start, end) holds only heading marks, with spaces or tabs around them. Such
-// a line starts with "#" once trimmed and holds no line terminator, so "^#+\s*.*$" matches it.
-bool isEmptyHeading(std::u16string_view text, std::size_t start, std::size_t end) {
-    while (start < end && isSpaceOrTab(text[start])) ++start;
-    if (start == end || text[start] != u'#') return false;
-    for (std::size_t i = start; i < end; ++i)
-        if (text[i] != u'#' && !isSpaceOrTab(text[i])) return false;
-    return true;
+// Where the line that starts at `start` ends (its line feed or the end of the text) when it holds
+// only heading marks, with spaces or tabs around them, else npos. Such a line starts with "#"
+// once trimmed and holds no line terminator, so "^#+\s*.*$" matches it. The line is read only as
+// far as the answer needs.
+std::size_t emptyHeadingEnd(std::u16string_view text, std::size_t start) {
+    std::size_t i = start;
+    while (i < text.size() && isSpaceOrTab(text[i])) ++i;
+    if (i == text.size() || text[i] != u'#') return std::u16string_view::npos;
+    for (; i < text.size() && text[i] != u'\n'; ++i)
+        if (text[i] != u'#' && !isSpaceOrTab(text[i])) return std::u16string_view::npos;
+    return i;
 }
 
 // Whether a line that starts with `c` can be made only of heading marks (a space separator
@@ -220,8 +204,8 @@ void dropEmptyHeadings(std::u16string& u) {
     // [start, end) of each line that goes
     std::vector<std::pair<std::size_t, std::size_t>> dropped;
     auto consider = [&](std::size_t start) {
-        std::size_t end = std::min(u.find(u'\n', start), u.size());
-        if (isEmptyHeading(u, start, end)) dropped.emplace_back(start, end);
+        std::size_t end = emptyHeadingEnd(u, start);
+        if (end != std::u16string_view::npos) dropped.emplace_back(start, end);
     };
     if (!u.empty() && mayStartEmptyHeading(u[0])) consider(0);
     forEachPairWhere(
@@ -430,7 +414,7 @@ void separateMarkers(std::u16string& u) {
 std::u16string normalizedText(std::string_view input) {
     std::u16string text;
     text.reserve(input.size() + input.size() / 8);  // room for the line feeds the steps add
-    assignUtf8(text, trimmedView(input));
+    assignUtf16(text, trimmedView(input));
     joinCarriageReturns(text);
     dropEmptyHeadings(text);
     separateMarkers(text);
@@ -604,12 +588,12 @@ std::optional<CoachMessageFormatting::ProceduralContent> proceduralContentOf(
     if (matches.size() < 2) return std::nullopt;
     CoachMessageFormatting::ProceduralContent content;
     if (matches.front().first >= 1)
-        content.intro = text::trimmed(toUtf8(u.substr(0, matches.front().first)));
+        content.intro = text::trimmed(utf8Of(u.substr(0, matches.front().first)));
     for (std::size_t i = 0; i < matches.size(); ++i) {
         int32_t start = matches[i].second;
         int32_t end = i + 1 < matches.size() ? matches[i + 1].first : lengthOf(u);
         if (end - start <= 0) continue;
-        std::string body = toUtf8(u.substr(start, end - start));
+        std::string body = utf8Of(u.substr(start, end - start));
         if (!trimmedView(body).empty()) content.steps.push_back(stepFromBody(trimmedView(body)));
     }
     if (content.steps.size() < 2) return std::nullopt;
@@ -630,7 +614,7 @@ std::vector<std::string> blocksOf(const std::string& text) {
 }  // namespace
 
 std::string CoachMessageFormatting::normalize(std::string_view input) {
-    return toUtf8(normalizedText(input));
+    return utf8Of(normalizedText(input));
 }
 
 std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
@@ -646,8 +630,8 @@ std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input)
         // Malformed bytes become U+FFFD, as when the patterns read the text as UTF-16.
         if (!text::isValidUtf8(s)) {
             std::u16string u;
-            assignUtf8(u, s);
-            repaired = toUtf8(u);
+            assignUtf16(u, s);
+            repaired = utf8Of(u);
             s = repaired;
         }
         if (s.starts_with('*') || s.starts_with('#')) s = withoutLeadingHeadingMark(s);
@@ -674,7 +658,7 @@ std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) 
 CoachMessageFormatting::ReplyLayout CoachMessageFormatting::layout(std::string_view input) {
     std::u16string normalized = normalizedText(input);
     ReplyLayout layout{proceduralContentOf(normalized), {}};
-    if (!layout.procedure) layout.blocks = blocksOf(toUtf8(normalized));
+    if (!layout.procedure) layout.blocks = blocksOf(utf8Of(normalized));
     return layout;
 }
 
