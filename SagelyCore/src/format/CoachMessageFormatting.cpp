@@ -8,9 +8,7 @@
 #include "support/WhiteSpace.h"
 
 #include <unicode/uchar.h>
-#include <unicode/ustring.h>
 #include <unicode/utf16.h>
-#include <unicode/utf8.h>
 
 #include <algorithm>
 #include <array>
@@ -98,7 +96,7 @@ bool isNonAscii(char16_t c) {
     return c >= 0x80;
 }
 
-// Case folding maps some non-ASCII characters onto "t".
+// A "t" of either case, or anything non-ASCII, which the marker scan decides on.
 bool mayFoldToT(char16_t c) {
     return ((c | 0x20) == u't') | isNonAscii(c);
 }
