@@ -7,6 +7,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <iterator>
 #include <random>
 #include <string>
 
@@ -62,7 +63,49 @@ std::string repeatedTo(std::size_t bytes, const std::string& piece) {
 constexpr std::size_t kMegabyte = 1 << 20;
 
 // The inputs of the normalising and cleaning benchmarks, by argument.
-enum Input { prose, digitsThenStop, spacesBetweenStars, adversarial, random };
+enum Input {
+    prose,
+    digitsThenStop,
+    spacesBetweenStars,
+    adversarial,
+    random,
+    ideographicSpaces,  // U+3000
+    noBreakSpaces,      // U+00A0
+    otherUnicodeBlanks,
+    malformedBytes,
+    cjkProse,
+    emojiProse,
+    mixed,
+};
+
+// Runs of `blank` at both ends and between "*" and "x*", the places where trimming and
+// cleaning read blanks.
+std::string aroundStars(std::size_t bytes, const std::string& blank) {
+    const std::string run = repeatedTo(bytes / 3, blank);
+    return run + "*" + run + "x*" + run;
+}
+
+// The other White_Space characters beyond ASCII, U+0085 and the line separators among them.
+const std::string kOtherBlanks =
+    "\u2000\u2001\u2002\u2003\u2004\u2005\u2006\u2007\u2008\u2009\u200A\u2028\u2029\u0085"
+    "\u1680\u202F\u205F";
+
+// Lone continuation bytes, truncated sequences (cut short by ASCII), overlong forms, surrogates
+// and code points past U+10FFFF encoded as UTF-8, and bytes that never start a sequence.
+const std::string kMalformed =
+    "\x80\xBF\xE3\x80x\xF0\x9F\x98y\xC3 \xC0\xAF\xE0\x80\xAF\xF0\x80\x80\xAF"
+    "\xED\xA0\x80\xED\xBF\xBF\xF4\x90\x80\x80\xFF\xFE\xC1\xBF\xF8\x88\x80\x80\x80";
+
+const std::string kCjkProse =
+    "\u6253\u5F00\u8D44\u6599\u5E93\u9762\u677F\uFF0C\u9009\u62E9\u4F60\u8981\u4F7F"
+    "\u7528\u7684\u6536\u85CF\u3002\u5FEB\u6377\u952E\u53EF\u4EE5\u5728\u8BBE\u7F6E"
+    "\u7684\u952E\u76D8\u4E2D\u66F4\u6539\u3002\u30E9\u30A4\u30D6\u30E9\u30EA\u3092"
+    "\u958B\u304D\u307E\u3059\u3002\n";
+
+const std::string kEmojiProse =
+    "Open the Library \U0001F4DA and choose \U0001F449\U0001F3FD the collection \U0001F389"
+    "\U0001F600\u2728 you want. Shortcuts \u2328\uFE0F live in Settings \U0001F468\u200D"
+    "\U0001F469\u200D\U0001F467 \U0001F44D\U0001F3FD\U0001F1EB\U0001F1F7\n";
 
 std::string input(Input kind, std::size_t bytes) {
     switch (kind) {
@@ -85,6 +128,37 @@ std::string input(Input kind, std::size_t bytes) {
             for (char& c : text) c = kAlphabet[generator() % kAlphabet.size()];
             return text;
         }
+        case ideographicSpaces:
+            return aroundStars(bytes, "\u3000");
+        case noBreakSpaces:
+            return aroundStars(bytes, "\u00A0");
+        case otherUnicodeBlanks:
+            return aroundStars(bytes, kOtherBlanks);
+        case malformedBytes:
+            return aroundStars(bytes, kMalformed);
+        case cjkProse:
+            return repeatedTo(bytes, kCjkProse);
+        case emojiProse:
+            return repeatedTo(bytes, kEmojiProse);
+        case mixed: {  // pieces of every other input, drawn at random
+            const std::string pieces[] = {"Open the Library panel. ",
+                                          "Step 12: ",
+                                          "**bold** ",
+                                          "\u3000\u3000\u3000",
+                                          "\u00A0\u00A0",
+                                          kOtherBlanks,
+                                          kMalformed,
+                                          kCjkProse,
+                                          kEmojiProse,
+                                          "  \n\n\n",
+                                          "# ",
+                                          "7777.",
+                                          "\u0663\u0664. "};
+            std::mt19937 generator(23);
+            std::string text;
+            while (text.size() < bytes) text += pieces[generator() % std::size(pieces)];
+            return text;
+        }
     }
     return {};
 }
@@ -92,7 +166,9 @@ std::string input(Input kind, std::size_t bytes) {
 // 1 MB of each input, prose first.
 void megabyteOfEachInput(benchmark::internal::Benchmark* benchmark) {
     benchmark->ArgNames({"input", "bytes"});
-    for (Input kind : {prose, digitsThenStop, spacesBetweenStars, adversarial, random})
+    for (Input kind :
+         {prose, digitsThenStop, spacesBetweenStars, adversarial, random, ideographicSpaces,
+          noBreakSpaces, otherUnicodeBlanks, malformedBytes, cjkProse, emojiProse, mixed})
         benchmark->Args({kind, kMegabyte});
 }
 
@@ -120,14 +196,20 @@ BENCHMARK(cleanDisplayMarkdownOfInput)
     ->Args({spacesBetweenStars, 32 * 1024})
     ->Unit(benchmark::kMillisecond);
 
-// What a view does with a reply: cleaning the normalised text.
+// What a view does with a reply: cleaning the normalised text. Malformed bytes come out as
+// U+FFFD, three bytes each, so such text is compared with prose by the bytes it makes too.
 void normalizeAndCleanInput(benchmark::State& state) {
     const std::string text =
         input(static_cast<Input>(state.range(0)), static_cast<std::size_t>(state.range(1)));
-    for (auto _ : state)
-        benchmark::DoNotOptimize(sagely::CoachMessageFormatting::cleanDisplayMarkdown(
-            sagely::CoachMessageFormatting::normalize(text)));
+    std::size_t outputBytes = 0;
+    for (auto _ : state) {
+        std::string cleaned = sagely::CoachMessageFormatting::cleanDisplayMarkdown(
+            sagely::CoachMessageFormatting::normalize(text));
+        outputBytes = cleaned.size();
+        benchmark::DoNotOptimize(cleaned);
+    }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+    state.counters["output_bytes"] = static_cast<double>(outputBytes);
 }
 BENCHMARK(normalizeAndCleanInput)->Apply(megabyteOfEachInput)->Unit(benchmark::kMillisecond);
 

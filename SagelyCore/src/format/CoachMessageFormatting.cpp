@@ -3,12 +3,12 @@
 #include <sagely/Text.h>
 
 #include "format/ReplyMarkers.h"
+#include "format/Utf16.h"
 #include "support/TextViews.h"
+#include "support/WhiteSpace.h"
 
 #include <unicode/uchar.h>
-#include <unicode/ustring.h>
 #include <unicode/utf16.h>
-#include <unicode/utf8.h>
 
 #include <algorithm>
 #include <array>
@@ -20,6 +20,11 @@
 namespace sagely {
 namespace {
 
+using detail::assignUtf16;
+using detail::blanksBefore;
+using detail::blanksFrom;
+using detail::isWhiteSpace;
+using detail::mayStartStepWord;
 using detail::numberedItemsNotAtLineStarts;
 using detail::stepHeadings;
 using detail::stepMarkersAfterSentences;
@@ -27,34 +32,13 @@ using detail::stepMarkersBeforeLetters;
 using detail::stepMarkersNotAtLineStarts;
 using detail::TextRange;
 using detail::trimmedView;
+using detail::utf8Of;
 
 // --- The UTF-16 buffer of the repair ----------------------------------------------------------
-// The repair works in one std::u16string buffer from step to step. Malformed UTF-8 becomes
-// U+FFFD both ways, as with UnicodeString's own conversions.
+// The repair works in one std::u16string buffer from step to step.
 
 int32_t lengthOf(std::u16string_view u) {
     return static_cast<int32_t>(u.size());
-}
-
-void assignUtf8(std::u16string& out, std::string_view s) {
-    out.resize(s.size());  // never fewer UTF-8 bytes than UTF-16 units
-    int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strFromUTF8WithSub(out.data(), lengthOf(out), &length, s.data(),
-                         static_cast<int32_t>(s.size()), 0xFFFD, nullptr, &status);
-    out.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
-}
-
-std::string toUtf8(std::u16string_view u) {
-    int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strToUTF8WithSub(nullptr, 0, &length, u.data(), lengthOf(u), 0xFFFD, nullptr, &status);
-    std::string out(static_cast<std::size_t>(length), '\0');
-    status = U_ZERO_ERROR;
-    u_strToUTF8WithSub(out.data(), length, &length, u.data(), lengthOf(u), 0xFFFD, nullptr,
-                       &status);
-    if (U_FAILURE(status)) out.clear();
-    return out;
 }
 
 std::vector<std::string_view> splitOn(std::string_view text, std::string_view separator) {
@@ -70,10 +54,6 @@ std::vector<std::string_view> splitOn(std::string_view text, std::string_view se
 }
 
 // --- Trimming UTF-16 text --------------------------------------------------------------------
-
-bool isWhiteSpace(UChar32 c) {
-    return u_hasBinaryProperty(c, UCHAR_WHITE_SPACE);
-}
 
 bool isSpaceOrTab(char16_t c) {
     if (c < 0x80) return c == u' ' || c == u'\t';  // the only ASCII space separator is " "
@@ -116,11 +96,7 @@ bool isNonAscii(char16_t c) {
     return c >= 0x80;
 }
 
-// Case folding maps some non-ASCII characters, like the "st" ligature, onto these letters.
-bool mayFoldToS(char16_t c) {
-    return ((c | 0x20) == u's') | isNonAscii(c);
-}
-
+// A "t" of either case, or anything non-ASCII, which the marker scan decides on.
 bool mayFoldToT(char16_t c) {
     return ((c | 0x20) == u't') | isNonAscii(c);
 }
@@ -201,14 +177,17 @@ void joinCarriageReturns(std::u16string& u) {
     u.resize(kept);
 }
 
-// Whether the line [start, end) holds only heading marks, with spaces or tabs around them. Such
-// a line starts with "#" once trimmed and holds no line terminator, so "^#+\s*.*$" matches it.
-bool isEmptyHeading(std::u16string_view text, std::size_t start, std::size_t end) {
-    while (start < end && isSpaceOrTab(text[start])) ++start;
-    if (start == end || text[start] != u'#') return false;
-    for (std::size_t i = start; i < end; ++i)
-        if (text[i] != u'#' && !isSpaceOrTab(text[i])) return false;
-    return true;
+// Where the line that starts at `start` ends (its line feed or the end of the text) when it holds
+// only heading marks, with spaces or tabs around them, else npos. Such a line starts with "#"
+// once trimmed and holds no line terminator, so "^#+\s*.*$" matches it. The line is read only as
+// far as the answer needs.
+std::size_t emptyHeadingEnd(std::u16string_view text, std::size_t start) {
+    std::size_t i = start;
+    while (i < text.size() && isSpaceOrTab(text[i])) ++i;
+    if (i == text.size() || text[i] != u'#') return std::u16string_view::npos;
+    for (; i < text.size() && text[i] != u'\n'; ++i)
+        if (text[i] != u'#' && !isSpaceOrTab(text[i])) return std::u16string_view::npos;
+    return i;
 }
 
 // Whether a line that starts with `c` can be made only of heading marks (a space separator
@@ -223,8 +202,8 @@ void dropEmptyHeadings(std::u16string& u) {
     // [start, end) of each line that goes
     std::vector<std::pair<std::size_t, std::size_t>> dropped;
     auto consider = [&](std::size_t start) {
-        std::size_t end = std::min(u.find(u'\n', start), u.size());
-        if (isEmptyHeading(u, start, end)) dropped.emplace_back(start, end);
+        std::size_t end = emptyHeadingEnd(u, start);
+        if (end != std::u16string_view::npos) dropped.emplace_back(start, end);
     };
     if (!u.empty() && mayStartEmptyHeading(u[0])) consider(0);
     forEachPairWhere(
@@ -280,30 +259,29 @@ void collapseBlankRuns(std::u16string& u) {
 // Each list holds every position where a match can start, and a few more: the patterns decide.
 // The lists only spare the matchers from trying the pattern at every position of the text.
 
-// A case-insensitive "Step": an "s" before a "t", or anything non-ASCII.
+// A case-insensitive "Step": an "s" before a "t", or a character that folds to "s" or "st".
+// Other text, in any script, costs no more than ASCII prose.
 std::vector<int32_t> possibleStepWords(std::u16string_view u) {
     std::vector<int32_t> positions;
     forEachPairWhere(
         u,
         [](char16_t c, char16_t next) {
-            return (((c | 0x20) == u's') & mayFoldToT(next)) | isNonAscii(c);
+            return mayStartStepWord(c) & (mayFoldToT(next) | isNonAscii(c));
         },
         [&](int32_t i) { positions.push_back(i); });
     return positions;
 }
 
-// Sentence punctuation right before a possible "Step", or anything non-ASCII but the last.
+// Sentence punctuation right before a possible "Step" (the character after the last is 0).
 std::vector<int32_t> possibleSentenceEnds(std::u16string_view u) {
     std::vector<int32_t> positions;
     forEachPairWhere(
         u,
         [](char16_t c, char16_t next) {
             unsigned punctuation = (c == u':') + (c == u'.') + (c == u'!') + (c == u'?');
-            return (punctuation & mayFoldToS(next)) | isNonAscii(c);
+            return punctuation & mayStartStepWord(next);
         },
-        [&](int32_t i) {
-            if (i + 1 < lengthOf(u)) positions.push_back(i);
-        });
+        [&](int32_t i) { positions.push_back(i); });
     return positions;
 }
 
@@ -434,7 +412,7 @@ void separateMarkers(std::u16string& u) {
 std::u16string normalizedText(std::string_view input) {
     std::u16string text;
     text.reserve(input.size() + input.size() / 8);  // room for the line feeds the steps add
-    assignUtf8(text, trimmedView(input));
+    assignUtf16(text, trimmedView(input));
     joinCarriageReturns(text);
     dropEmptyHeadings(text);
     separateMarkers(text);
@@ -449,73 +427,7 @@ std::u16string normalizedText(std::string_view input) {
 // reading the marks and blanks it would match: ICU tries "\s*\**$" at every position of a long
 // run of blanks and reads the rest of the run each time, and converting a long line to UTF-16
 // and back costs more than the cleaning itself. "\s" is White_Space, as in ICU. The text is
-// valid UTF-8 by then (checked once), and runs of ASCII blanks are read a block at a time.
-
-bool isWhiteSpaceAt(std::string_view s, std::size_t i, std::size_t& next) {
-    auto byte = static_cast<unsigned char>(s[i]);
-    if (byte < 0x80) {
-        next = i + 1;
-        return byte == ' ' || (byte >= '\t' && byte <= '\r');
-    }
-    const auto* bytes = reinterpret_cast<const uint8_t*>(s.data());
-    auto at = static_cast<int32_t>(i);
-    UChar32 c = 0;
-    U8_NEXT(bytes, at, static_cast<int32_t>(s.size()), c);
-    next = static_cast<std::size_t>(at);
-    return c >= 0 && isWhiteSpace(c);
-}
-
-constexpr std::size_t kBlankBlock = 32;
-
-// Whether the kBlankBlock bytes from `at` are all ASCII blanks. Without a branch per byte, the
-// test vectorises.
-bool isBlankBlock(const char* at) {
-    unsigned all = 1;
-    for (std::size_t j = 0; j < kBlankBlock; ++j) {
-        auto byte = static_cast<unsigned char>(at[j]);
-        all &= (byte == ' ') | (static_cast<unsigned char>(byte - '\t') < 5);
-    }
-    return all != 0;
-}
-
-// The end of the run of blanks that starts at i. Where a block is not all ASCII blanks, its
-// characters are read one at a time.
-std::size_t blanksFrom(std::string_view s, std::size_t i) {
-    while (i < s.size()) {
-        if (i + kBlankBlock <= s.size() && isBlankBlock(s.data() + i)) {
-            i += kBlankBlock;
-            continue;
-        }
-        for (std::size_t end = std::min(i + kBlankBlock, s.size()), next = i; i < end; i = next)
-            if (!isWhiteSpaceAt(s, i, next)) return i;
-    }
-    return i;
-}
-
-// The start of the run of blanks that ends at `end`.
-std::size_t blanksBefore(std::string_view s, std::size_t end) {
-    while (end > 0) {
-        if (end >= kBlankBlock && isBlankBlock(s.data() + end - kBlankBlock)) {
-            end -= kBlankBlock;
-            continue;
-        }
-        for (std::size_t stop = end > kBlankBlock ? end - kBlankBlock : 0; end > stop;) {
-            std::size_t start = end - 1;
-            while (start > 0 && (static_cast<unsigned char>(s[start]) & 0xC0) == 0x80) --start;
-            std::size_t next = start;
-            if (!isWhiteSpaceAt(s, start, next) || next != end) return end;
-            end = start;
-        }
-    }
-    return end;
-}
-
-// What trimmedView keeps (malformed bytes stop the trimming there too).
-std::string_view trimmedBlanks(std::string_view s) {
-    std::size_t begin = blanksFrom(s, 0);
-    if (begin == s.size()) return {};
-    return s.substr(begin, blanksBefore(s, s.size()) - begin);
-}
+// valid UTF-8 by then (checked once).
 
 std::size_t marksFrom(std::string_view s, std::size_t i, char mark) {
     while (i < s.size() && s[i] == mark) ++i;
@@ -674,12 +586,12 @@ std::optional<CoachMessageFormatting::ProceduralContent> proceduralContentOf(
     if (matches.size() < 2) return std::nullopt;
     CoachMessageFormatting::ProceduralContent content;
     if (matches.front().first >= 1)
-        content.intro = text::trimmed(toUtf8(u.substr(0, matches.front().first)));
+        content.intro = text::trimmed(utf8Of(u.substr(0, matches.front().first)));
     for (std::size_t i = 0; i < matches.size(); ++i) {
         int32_t start = matches[i].second;
         int32_t end = i + 1 < matches.size() ? matches[i + 1].first : lengthOf(u);
         if (end - start <= 0) continue;
-        std::string body = toUtf8(u.substr(start, end - start));
+        std::string body = utf8Of(u.substr(start, end - start));
         if (!trimmedView(body).empty()) content.steps.push_back(stepFromBody(trimmedView(body)));
     }
     if (content.steps.size() < 2) return std::nullopt;
@@ -700,11 +612,11 @@ std::vector<std::string> blocksOf(const std::string& text) {
 }  // namespace
 
 std::string CoachMessageFormatting::normalize(std::string_view input) {
-    return toUtf8(normalizedText(input));
+    return utf8Of(normalizedText(input));
 }
 
 std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
-    std::string_view s = trimmedBlanks(input);
+    std::string_view s = trimmedView(input);
     bool marked =
         s.starts_with('*') || s.starts_with('#') || s.starts_with('-') || s.ends_with('*');
     // The steps below only cut the ends off and turn malformed bytes (never ASCII ones) into
@@ -716,8 +628,8 @@ std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input)
         // Malformed bytes become U+FFFD, as when the patterns read the text as UTF-16.
         if (!text::isValidUtf8(s)) {
             std::u16string u;
-            assignUtf8(u, s);
-            repaired = toUtf8(u);
+            assignUtf16(u, s);
+            repaired = utf8Of(u);
             s = repaired;
         }
         if (s.starts_with('*') || s.starts_with('#')) s = withoutLeadingHeadingMark(s);
@@ -725,9 +637,9 @@ std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input)
         if (s.starts_with("**") && s.ends_with("**")) s = withoutEnclosingBold(s);
         if (s.starts_with('-') || s.starts_with('*')) s = withoutLeadingBullet(s);
     }
-    if (!emphasised) return std::string(trimmedBlanks(s));
+    if (!emphasised) return std::string(trimmedView(s));
     std::string text = withoutEmphasis(s);
-    std::string_view kept = trimmedBlanks(text);
+    std::string_view kept = trimmedView(text);
     if (kept.size() == text.size()) return text;
     return std::string(kept);
 }
@@ -744,7 +656,7 @@ std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) 
 CoachMessageFormatting::ReplyLayout CoachMessageFormatting::layout(std::string_view input) {
     std::u16string normalized = normalizedText(input);
     ReplyLayout layout{proceduralContentOf(normalized), {}};
-    if (!layout.procedure) layout.blocks = blocksOf(toUtf8(normalized));
+    if (!layout.procedure) layout.blocks = blocksOf(utf8Of(normalized));
     return layout;
 }
 

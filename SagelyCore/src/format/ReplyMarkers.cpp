@@ -1,5 +1,7 @@
 #include "format/ReplyMarkers.h"
 
+#include "support/WhiteSpace.h"
+
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
@@ -63,11 +65,6 @@ int32_t runEnd(Text text, int32_t at, Belongs belongs) {
     return at;
 }
 
-bool isBlank(UChar32 c) {
-    if (c < 0x80) return c == u' ' || (c >= u'\t' && c <= u'\r');
-    return u_hasBinaryProperty(c, UCHAR_WHITE_SPACE);
-}
-
 bool isDigit(UChar32 c) {
     if (c < 0x80) return c >= u'0' && c <= u'9';
     return u_isdigit(c);
@@ -77,7 +74,7 @@ bool isDigit(UChar32 c) {
 int32_t numberedStepEnd(Text text, int32_t at) {
     const int32_t word = stepWordEnd(text, at);
     if (word < 0) return -1;
-    const int32_t blanks = runEnd(text, word, isBlank);
+    const int32_t blanks = runEnd(text, word, isWhiteSpace);
     if (blanks == word) return -1;
     const int32_t digits = runEnd(text, blanks, isDigit);
     return digits == blanks ? -1 : digits;
@@ -87,7 +84,7 @@ int32_t numberedStepEnd(Text text, int32_t at) {
 int32_t stepMarkerEnd(Text text, int32_t at) {
     const int32_t number = numberedStepEnd(text, at);
     if (number < 0) return -1;
-    const int32_t colon = runEnd(text, number, isBlank);
+    const int32_t colon = runEnd(text, number, isWhiteSpace);
     return colon < text.length && text.units[colon] == u':' ? colon + 1 : -1;
 }
 
@@ -146,7 +143,7 @@ std::vector<TextRange> stepHeadings(std::u16string_view text,
                                     const std::vector<int32_t>& candidates) {
     return matchesAt(text, candidates, [](Text t, int32_t at) {
         const int32_t marker = stepMarkerEnd(t, at);
-        return marker < 0 ? -1 : runEnd(t, marker, isBlank);
+        return marker < 0 ? -1 : runEnd(t, marker, isWhiteSpace);
     });
 }
 
@@ -157,7 +154,7 @@ std::vector<TextRange> numberedItemsNotAtLineStarts(std::u16string_view text,
         const int32_t digits = runEnd(t, at, isDigit);
         if (digits == at || digits >= t.length || t.units[digits] != u'.') return -1;
         int32_t next = digits + 1;
-        return next < t.length && isBlank(codePointAt(t, next)) ? next : -1;
+        return next < t.length && isWhiteSpace(codePointAt(t, next)) ? next : -1;
     });
 }
 

@@ -7,7 +7,7 @@
 // a regular expression engine spends most of a reply full of long runs.
 //
 // `candidates` (ascending) must hold every position where a match can start; other positions
-// are rejected.
+// are rejected. A "Step" can only start at a code unit for which mayStartStepWord holds.
 #pragma once
 
 #include "format/IcuRegex.h"
@@ -16,6 +16,14 @@
 #include <vector>
 
 namespace sagely::detail {
+
+/// Whether a "Step" (under full case folding) can start with the code unit `c`: an "s" of
+/// either case, or a character that folds to one or to "st" ("ſ", "ﬅ", "ﬆ"). No code point
+/// beyond the basic plane folds onto ASCII letters. Without branches, so that scans of a block
+/// of text with it vectorise.
+constexpr bool mayStartStepWord(char16_t c) {
+    return ((c | 0x20) == u's') | (c == u'\u017F') | (c == u'\uFB05') | (c == u'\uFB06');
+}
 
 /// "(?i)(Step\s+\d+\s*:)([A-Za-z])": a marker glued to the letter after it.
 std::vector<TextRange> stepMarkersBeforeLetters(std::u16string_view text,

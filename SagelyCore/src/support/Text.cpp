@@ -1,5 +1,7 @@
 #include <sagely/Text.h>
 
+#include "support/WhiteSpace.h"
+
 #include <unicode/brkiter.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
@@ -48,9 +50,6 @@ std::string trimmedBy(std::string_view s, Predicate shouldTrim) {
     return std::string(s.substr(begin, end - begin));
 }
 
-bool isWhiteSpace(UChar32 c) {
-    return u_hasBinaryProperty(c, UCHAR_WHITE_SPACE);
-}
 bool isSpaceOrTab(UChar32 c) {
     return c == '\t' || u_charType(c) == U_SPACE_SEPARATOR;
 }
@@ -93,7 +92,7 @@ void forEachCharacterBoundary(std::string_view s, Visitor visit) {
 }  // namespace
 
 std::string trimmed(std::string_view s) {
-    return trimmedBy(s, isWhiteSpace);
+    return trimmedBy(s, detail::isWhiteSpace);
 }
 
 std::string trimmedSpacesAndTabs(std::string_view s) {

@@ -2,21 +2,33 @@
 
 #include <sagely/Text.h>
 
+#include "support/WhiteSpace.h"
+
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
 namespace sagely::detail {
 namespace {
 
-bool isWhiteSpace(UChar32 c) {
-    return u_hasBinaryProperty(c, UCHAR_WHITE_SPACE);
-}
-
 bool isSpaceOrTab(UChar32 c) {
     return c == '\t' || u_charType(c) == U_SPACE_SEPARATOR;
+}
+
+// Runs of blanks are read a block of bytes at a time where the block is all ASCII blanks: the
+// test has no branch per byte, so it vectorises. Other blocks are read a character at a time.
+constexpr std::size_t kBlankBlock = 32;
+
+bool isAsciiBlankBlock(const char* at) {
+    unsigned all = 1;
+    for (std::size_t j = 0; j < kBlankBlock; ++j) {
+        auto byte = static_cast<unsigned char>(at[j]);
+        all &= (byte == ' ') | (static_cast<unsigned char>(byte - '\t') < 5);
+    }
+    return all != 0;
 }
 
 // Malformed bytes stop the trimming, as in Text.cpp.
@@ -64,7 +76,40 @@ auto answeredByPrefix(std::string_view s, std::size_t count, Answer answer) {
 }  // namespace
 
 std::string_view trimmedView(std::string_view s) {
-    return trimmedBy(s, isWhiteSpace);
+    const std::size_t begin = blanksFrom(s, 0);
+    const std::string_view rest = s.substr(begin);
+    return rest.substr(0, blanksBefore(rest, rest.size()));
+}
+
+std::size_t blanksFrom(std::string_view s, std::size_t i) {
+    while (i < s.size()) {
+        if (i + kBlankBlock <= s.size() && isAsciiBlankBlock(s.data() + i)) {
+            i += kBlankBlock;
+            continue;
+        }
+        for (const std::size_t blockEnd = std::min(i + kBlankBlock, s.size()); i < blockEnd;) {
+            const std::size_t length = whiteSpaceLengthAt(s, i);
+            if (length == 0) return i;
+            i += length;
+        }
+    }
+    return i;
+}
+
+std::size_t blanksBefore(std::string_view s, std::size_t end) {
+    while (end > 0) {
+        if (end >= kBlankBlock && isAsciiBlankBlock(s.data() + end - kBlankBlock)) {
+            end -= kBlankBlock;
+            continue;
+        }
+        for (const std::size_t blockStart = end > kBlankBlock ? end - kBlankBlock : 0;
+             end > blockStart;) {
+            const std::size_t length = whiteSpaceLengthBefore(s, end);
+            if (length == 0) return end;
+            end -= length;
+        }
+    }
+    return end;
 }
 
 std::string_view trimmedSpacesAndTabsView(std::string_view s) {

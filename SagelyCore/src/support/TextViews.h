@@ -14,6 +14,12 @@ namespace sagely::detail {
 /// text::trimmed as a view into `s`.
 std::string_view trimmedView(std::string_view s);
 
+/// The end of the run of White_Space that starts at `i` (malformed bytes end it).
+std::size_t blanksFrom(std::string_view s, std::size_t i);
+
+/// The start of the run of White_Space that ends at `end` (malformed bytes end it).
+std::size_t blanksBefore(std::string_view s, std::size_t end);
+
 /// text::trimmedSpacesAndTabs as a view into `s`.
 std::string_view trimmedSpacesAndTabsView(std::string_view s);
 

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 #include <unicode/uchar.h>
+#include <unicode/ustring.h>
+#include <unicode/utf16.h>
 
 #include <array>
 #include <chrono>
@@ -406,6 +408,64 @@ TEST(FormattingShortcuts, GiveTheSameResultsOnManyThreadsAtOnce) {
     EXPECT_EQ(mismatches, (std::vector<int>{0, 0, 0, 0}));
 }
 
+// Replies dense in blanks beyond ASCII, line separators, malformed bytes (lone continuation
+// bytes, truncated sequences, overlong forms, encoded surrogates), CJK and emoji, among the
+// marks the patterns look for: the scans pass over such characters without trying them.
+TEST(FormattingShortcuts, GiveThePatternsResultsOnTextBeyondAsciiAndMalformedBytes) {
+    static const std::array<std::string, 40> pieces = {"\u3000",
+                                                       "\u3000\u3000\u3000",
+                                                       "\u00A0",
+                                                       "\u00A0\u00A0",
+                                                       "\u2000",
+                                                       "\u2005",
+                                                       "\u200A",
+                                                       "\u2028",
+                                                       "\u2029",
+                                                       "\u0085",
+                                                       "\u1680",
+                                                       "\u202F",
+                                                       "\u205F",
+                                                       "\x80",
+                                                       "\xBF",
+                                                       "\xE3\x80",
+                                                       "\xC2",
+                                                       "\xC0\xAF",
+                                                       "\xE0\x80\xAF",
+                                                       "\xED\xA0\x80",
+                                                       "\xF0\x9F\x98",
+                                                       "\xFF",
+                                                       "\u6253\u5F00",
+                                                       "\u3002",
+                                                       "\U0001F44D\U0001F3FD",
+                                                       "\uFB06ep",
+                                                       "\u017Ftep",
+                                                       "Step",
+                                                       " 1",
+                                                       ":",
+                                                       ".",
+                                                       "*",
+                                                       "**",
+                                                       "__",
+                                                       "#",
+                                                       "- ",
+                                                       "\n",
+                                                       "\r\n",
+                                                       "Click",
+                                                       "7."};
+    std::vector<std::string> replies = concatenationsOf(pieces, 3000, 1500, 30);
+    for (std::string& reply : concatenationsOf(pieces, 3001, 60, 700)) replies.push_back(reply);
+    for (const std::string& reply : replies) {
+        ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
+        // A line with no mark at its ends keeps its malformed bytes (the patterns never read
+        // it), where the reference, applying every pattern, replaces them.
+        if (sagely::text::isValidUtf8(reply)) {
+            ASSERT_EQ(clean(reply), referenceClean(reply)) << "line: " << reply;
+        }
+        ASSERT_EQ(clean(normalize(reply)), referenceClean(referenceNormalize(reply)))
+            << "reply: " << reply;
+    }
+}
+
 // --- Long runs: the patterns that used to read a run once per position of it ----------------
 
 namespace {
@@ -645,5 +705,25 @@ TEST(ReplyMarkers, TakeEachCharacterWhereThePatternsTakeIt) {
         text.toUTF8String(utf8);
         expectSameMarkersAsThePatterns(text, utf8);
         if (HasFatalFailure()) return;
+    }
+}
+
+// The scans try a "Step" only where mayStartStepWord holds: every code point whose full case
+// folding could start the word must be one of those.
+TEST(ReplyMarkers, EveryCharacterThatFoldsOntoTheStartOfStepIsACandidate) {
+    constexpr std::u16string_view kWord = u"step";
+    for (UChar32 c = 0; c <= 0x10FFFF; ++c) {
+        if (U_IS_SURROGATE(c)) continue;
+        UChar units[2] = {};
+        int32_t count = 0;
+        U16_APPEND_UNSAFE(units, count, c);
+        UChar folded[8] = {};
+        UErrorCode status = U_ZERO_ERROR;
+        const int32_t length = u_strFoldCase(folded, 8, units, count, U_FOLD_CASE_DEFAULT, &status);
+        ASSERT_TRUE(U_SUCCESS(status));
+        const std::u16string_view fold(folded, static_cast<std::size_t>(length));
+        if (!fold.empty() && kWord.starts_with(fold)) {
+            ASSERT_TRUE(sagely::detail::mayStartStepWord(units[0])) << "U+" << std::hex << c;
+        }
     }
 }
