@@ -41,6 +41,7 @@ std::size_t decodedWhiteSpaceLengthAt(std::string_view s, std::size_t i) {
 }
 
 std::size_t decodedWhiteSpaceLengthBefore(std::string_view s, std::size_t end) {
+    if (end == 0) return 0;  // U8_PREV reads the byte before `end` unchecked
     auto previous = static_cast<int32_t>(end);
     UChar32 c = 0;
     U8_PREV(reinterpret_cast<const uint8_t*>(s.data()), 0, previous, c);
