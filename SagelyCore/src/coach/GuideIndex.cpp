@@ -11,7 +11,6 @@
 #include <array>
 #include <deque>
 #include <unordered_map>
-#include <unordered_set>
 
 namespace sagely::detail {
 namespace {
@@ -78,10 +77,23 @@ private:
 // terms were looked for before). A node's children form a list; the root's a table.
 class TermMatcher {
 public:
-    explicit TermMatcher(const std::vector<std::string_view>& terms) {
+    TermMatcher() {
         m_rootChildren.fill(-1);
         m_nodes.emplace_back();
-        for (std::size_t t = 0; t < terms.size(); ++t) insert(terms[t], static_cast<int32_t>(t));
+    }
+
+    /// Adds a term; false when it was added before (the trie tells repeated terms apart, so a
+    /// long list of them is neither sorted nor hashed). An empty term is never added.
+    bool add(std::string_view term) {
+        int32_t node = insert(term);
+        if (node == 0 || m_nodes[node].term >= 0) return false;
+        m_nodes[node].term = m_terms++;
+        return true;
+    }
+    std::size_t termCount() const { return static_cast<std::size_t>(m_terms); }
+
+    /// Makes the matcher ready to match, once every term is added.
+    void finish() {
         linkFailures();
         m_seenInWord.assign(m_nodes.size(), UINT32_MAX);
     }
@@ -128,7 +140,8 @@ private:
         }
     }
 
-    void insert(std::string_view term, int32_t index) {
+    // The term's node, made as needed.
+    int32_t insert(std::string_view term) {
         int32_t node = 0;
         for (char c : term) {
             auto byte = static_cast<unsigned char>(c);
@@ -146,7 +159,7 @@ private:
             }
             node = existing;
         }
-        if (node != 0) m_nodes[node].term = index;
+        return node;
     }
 
     // Breadth first, so that a node's failure is linked before its children's. The root's
@@ -171,6 +184,7 @@ private:
     std::vector<Node> m_nodes;
     std::array<int32_t, 256> m_rootChildren{};
     std::vector<uint32_t> m_seenInWord;
+    int32_t m_terms = 0;
 };
 
 constexpr std::size_t kRememberedCounts = 8;  // a coach asks with one or two limits
@@ -254,7 +268,7 @@ void PreparedGuide::indexWords() {
     std::vector<std::vector<uint32_t>> titles, bodies;
     auto add = [&](std::string_view text, uint32_t section,
                    std::vector<std::vector<uint32_t>>& postings) {
-        forEachWord(text, [&](std::string_view word) {
+        forEachWord(text, [&](std::string_view word, uint32_t) {
             auto [entry, isNew] = ids.try_emplace(word, static_cast<uint32_t>(ids.size()));
             if (isNew) {
                 m_words.append(word);
@@ -302,14 +316,12 @@ PreparedGuide::TermCounts PreparedGuide::termCounts(
     const std::vector<std::string_view>& terms) const {
     TermCounts counts{std::vector<int>(m_sections.size(), 0),
                       std::vector<int>(m_sections.size(), 0)};
-    std::vector<std::string_view> candidates;
-    std::unordered_set<std::string_view> seen;
-    for (std::string_view term : terms)
-        if (mayOccur(term) && seen.insert(term).second) candidates.push_back(term);
-    if (candidates.empty()) return counts;
+    TermMatcher matcher;
+    for (std::string_view term : terms) matcher.add(term);
+    if (matcher.termCount() == 0) return counts;
+    matcher.finish();
     // The words holding each term.
-    std::vector<std::vector<uint32_t>> wordsWith(candidates.size());
-    TermMatcher matcher(candidates);
+    std::vector<std::vector<uint32_t>> wordsWith(matcher.termCount());
     for (uint32_t w = 0, start = 0; w < m_wordEnds.size(); start = m_wordEnds[w++]) {
         std::string_view word(m_words.data() + start, m_wordEnds[w] - start);
         matcher.forEachTermIn(word, w, [&](std::size_t term) { wordsWith[term].push_back(w); });
