@@ -189,15 +189,9 @@ private:
 
 constexpr std::size_t kRememberedCounts = 8;  // a coach asks with one or two limits
 
-// Three-byte runs hashed to one of 2^21 bits.
-constexpr unsigned kTrigramBits = 21;
-
-uint32_t trigramAt(std::string_view text, std::size_t i) {
-    uint32_t run = static_cast<unsigned char>(text[i]) << 16 |
-                   static_cast<unsigned char>(text[i + 1]) << 8 |
-                   static_cast<unsigned char>(text[i + 2]);
-    return (run * 0x9E3779B1u) >> (32 - kTrigramBits);
-}
+// The bounds of the three-byte-run set's size, as powers of two.
+constexpr unsigned kFewestTrigramBits = 12;
+constexpr unsigned kMostTrigramBits = 21;
 
 }  // namespace
 
@@ -293,23 +287,16 @@ void PreparedGuide::indexWords() {
     };
     flatten(titles, m_inTitles);
     flatten(bodies, m_inBodies);
-    m_trigrams.assign((std::size_t{1} << kTrigramBits) / 64, 0);
+    m_trigramBits = kFewestTrigramBits;
+    while (m_trigramBits < kMostTrigramBits &&
+           (std::size_t{1} << m_trigramBits) < 16 * m_words.size())
+        ++m_trigramBits;
+    m_trigrams.assign((std::size_t{1} << m_trigramBits) / 64, 0);
     for (uint32_t w = 0, start = 0; w < m_wordEnds.size(); start = m_wordEnds[w++])
         for (std::size_t i = start; i + 3 <= m_wordEnds[w]; ++i) {
             uint32_t bit = trigramAt(m_words, i);
             m_trigrams[bit / 64] |= uint64_t{1} << (bit % 64);
         }
-}
-
-// False when some three-byte run of the term is in no word, so that no word can hold it: most
-// terms of a pasted log are not in the guide at all, and are dismissed here at little cost.
-bool PreparedGuide::mayOccur(std::string_view term) const {
-    if (term.size() < 3) return true;
-    for (std::size_t i = 0; i + 3 <= term.size(); ++i) {
-        uint32_t bit = trigramAt(term, i);
-        if ((m_trigrams[bit / 64] >> (bit % 64) & 1) == 0) return false;
-    }
-    return true;
 }
 
 PreparedGuide::TermCounts PreparedGuide::termCounts(

@@ -110,7 +110,15 @@ public:
 
     /// False when the term is in none of the sections' lower-cased titles and bodies; true when
     /// it may be. Cheap: for sorting out the terms of a long question before termCounts.
-    bool mayOccur(std::string_view term) const;
+    bool mayOccur(std::string_view term) const {
+        // False when some three-byte run of the term is in no word, so that no word can hold
+        // it: most terms of a pasted log are in no guide, and are dismissed at the first run.
+        for (std::size_t i = 0; i + 3 <= term.size(); ++i) {
+            uint32_t bit = trigramAt(term, i);
+            if ((m_trigrams[bit / 64] >> (bit % 64) & 1) == 0) return false;
+        }
+        return true;
+    }
 
     /// For each section, how many of the distinct terms its lower-cased title and its
     /// lower-cased body contain (a term listed twice counts once).
@@ -135,12 +143,22 @@ private:
         std::vector<uint32_t> sections;
     };
     void indexWords();
+    // A three-byte run hashed to one of the set's bits.
+    uint32_t trigramAt(std::string_view text, std::size_t i) const {
+        uint32_t run = static_cast<unsigned char>(text[i]) << 16 |
+                       static_cast<unsigned char>(text[i + 1]) << 8 |
+                       static_cast<unsigned char>(text[i + 2]);
+        return (run * 0x9E3779B1u) >> (32 - m_trigramBits);
+    }
 
     std::string m_text;
     std::vector<GuideSection> m_sections;
     std::string m_words;               // the distinct words, one after another
     std::vector<uint32_t> m_wordEnds;  // word w is m_words[m_wordEnds[w - 1], m_wordEnds[w])
     std::vector<uint64_t> m_trigrams;  // a hash set (as bits) of the words' three-byte runs
+    // Its size: 2^m_trigramBits bits, at least 16 a run, so that few terms get through by
+    // chance, and no more, so that the set stays in the processor's nearest caches.
+    unsigned m_trigramBits = 0;
     Postings m_inTitles;
     Postings m_inBodies;
     // Worked out when first needed: block characters (-1 until then) and prefix counts.
