@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <numeric>
 
 namespace sagely {
@@ -83,49 +84,111 @@ bool isStopWord(std::string_view word) {
            std::find(kStopWords.begin(), kStopWords.end(), word) != kStopWords.end();
 }
 
-// More than two characters; an ASCII word (letters and digits) has one per byte.
-bool isLongEnough(std::string_view word) {
-    if (word.size() <= 2) return false;
-    bool ascii = std::all_of(word.begin(), word.end(),
-                             [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    return ascii || text::hasMoreCharactersThan(word, 2);
-}
-
-// What the scoring asks of the query, worked out once: a pasted log makes a long query, and
-// every section is scored against it. Not copyable: the terms view the lower-cased text.
+// What the scoring asks of the query, worked out once and in one pass over it: a pasted log
+// makes a long query, and every section is scored against it. Given the guide, only the terms
+// that may occur in it are kept (most words of a pasted log are in no guide). Not copyable: the
+// terms view the lower-cased text.
 struct Query {
-    explicit Query(std::string_view query)
-        : lowered(text::lowercased(query)),
-          speech(contains(lowered, "speech")),
-          voice(contains(lowered, "voice")),
-          teach(contains(lowered, "teach")),
-          coach(contains(lowered, "coach")),
-          shortcut(contains(lowered, "shortcut")),
-          permission(contains(lowered, "permission")),
-          setUp(contains(lowered, "set up") || contains(lowered, "setup")),
-          configure(contains(lowered, "configure")),
-          setupIntent(setUp || configure || contains(lowered, "get started") ||
-                      contains(lowered, "getting started") || contains(lowered, "how do i") ||
-                      contains(lowered, "how to")) {
-        // A term may be listed more than once: the few terms that can be in the guide are told
-        // apart later, so a long pasted log is not sorted or hashed as a whole.
-        detail::forEachWord(lowered, [&](std::string_view word) {
-            if (isLongEnough(word) && !isStopWord(word)) terms.push_back(word);
-        });
-        if (setUp) terms.insert(terms.end(), {"setup", "speech"});
-        if (configure) terms.push_back("configure");
-        if (speech) terms.push_back("speech");
-        if (voice) terms.push_back("voice");
-    }
+    explicit Query(std::string_view query, const PreparedGuide* guide = nullptr);
     Query(const Query&) = delete;
     Query& operator=(const Query&) = delete;
 
     const std::string lowered;
-    // Whether the lower-cased query holds each of these words.
-    const bool speech, voice, teach, coach, shortcut, permission, setUp, configure;
-    const bool setupIntent;
+    // Whether the lower-cased query holds each of these words ("set up" counts as "setup").
+    bool speech = false, voice = false, teach = false, coach = false, shortcut = false,
+         permission = false, setUp = false, configure = false;
+    bool setupIntent = false;
     std::vector<std::string_view> terms;
+
+private:
+    void noteMentions(std::string_view beforePrevious, std::string_view previous,
+                      std::string_view word, uint32_t bits);
+    bool mentionsSetupIntent = false;  // "get started", "getting started", "how do i", "how to"
 };
+
+// The bits (see detail::forEachWord) of a word made of ASCII letters and digits.
+constexpr uint32_t asciiWordBits(std::string_view word) {
+    uint32_t bits = 0;
+    for (char c : word) bits |= detail::kAsciiWordBits[static_cast<unsigned char>(c) & 0x7f];
+    return bits;
+}
+
+// More than two characters; an ASCII word (letters and digits) has one per byte.
+bool isLongEnough(std::string_view word, uint32_t bits) {
+    if (word.size() <= 2) return false;
+    return (bits & detail::kNonAsciiBit) == 0 || text::hasMoreCharactersThan(word, 2);
+}
+
+struct Keyword {
+    std::string_view text;
+    bool Query::*mentioned;
+    uint32_t letters = asciiWordBits(text);
+};
+
+// Made of letters only, so each occurs in the query exactly when it occurs inside one of the
+// query's words (its maximal runs of letters, marks and digits).
+constexpr std::array<Keyword, 8> kKeywords = {{{"speech", &Query::speech},
+                                               {"voice", &Query::voice},
+                                               {"teach", &Query::teach},
+                                               {"coach", &Query::coach},
+                                               {"shortcut", &Query::shortcut},
+                                               {"permission", &Query::permission},
+                                               {"setup", &Query::setUp},
+                                               {"configure", &Query::configure}}};
+constexpr std::size_t kShortestKeyword = 5;
+// One letter of each keyword, so that a word with none of these holds no keyword.
+constexpr uint32_t kKeywordMarks = asciiWordBits("svtou");
+static_assert(std::all_of(kKeywords.begin(), kKeywords.end(),
+                          [](const Keyword& k) { return (k.letters & kKeywordMarks) != 0; }));
+
+// Whether `word` follows `previous` after a single space, as in "set up".
+bool followsAfterSpace(std::string_view previous, std::string_view word) {
+    return !previous.empty() && previous.data() + previous.size() + 1 == word.data() &&
+           previous.data()[previous.size()] == ' ';
+}
+
+Query::Query(std::string_view query, const PreparedGuide* guide)
+    : lowered(text::lowercased(query)) {
+    // A term may be listed more than once: the few terms that can be in the guide are told
+    // apart later, so a long pasted log is not sorted or hashed as a whole.
+    std::string_view beforePrevious, previous;
+    detail::forEachWord(lowered, [&](std::string_view word, uint32_t bits) {
+        noteMentions(beforePrevious, previous, word, bits);
+        if (isLongEnough(word, bits) && !isStopWord(word) && (!guide || guide->mayOccur(word)))
+            terms.push_back(word);
+        beforePrevious = previous;
+        previous = word;
+    });
+    setupIntent = setUp || configure || mentionsSetupIntent;
+    if (setUp) terms.insert(terms.end(), {"setup", "speech"});
+    if (configure) terms.push_back("configure");
+    if (speech) terms.push_back("speech");
+    if (voice) terms.push_back("voice");
+}
+
+// A phrase of two or three words occurs where its first word ends a word of the query, a single
+// space follows, and the next word starts with its last (a middle word is a whole word).
+void Query::noteMentions(std::string_view beforePrevious, std::string_view previous,
+                         std::string_view word, uint32_t bits) {
+    // A word is searched only for the keywords whose letters it has: most words of a pasted
+    // log have none of them.
+    if (word.size() >= kShortestKeyword && (bits & kKeywordMarks) != 0)
+        for (const Keyword& keyword : kKeywords)
+            if ((bits & keyword.letters) == keyword.letters && contains(word, keyword.text))
+                this->*keyword.mentioned = true;
+    // Every phrase's last word starts with one of these letters.
+    const char first = word.front();
+    if ((first != 'u' && first != 's' && first != 't' && first != 'i') ||
+        !followsAfterSpace(previous, word))
+        return;
+    if (word.starts_with("up") && previous.ends_with("set")) setUp = true;
+    if (word.starts_with("started") && (previous.ends_with("get") || previous.ends_with("getting")))
+        mentionsSetupIntent = true;
+    if (word.starts_with("to") && previous.ends_with("how")) mentionsSetupIntent = true;
+    if (first == 'i' && previous == "do" && followsAfterSpace(beforePrevious, previous) &&
+        beforePrevious.ends_with("how"))
+        mentionsSetupIntent = true;
+}
 
 int setupBonus(const Query& q, std::string_view title) {
     int bonus = contains(title, "setup guide") ? 12 : 0;
@@ -241,7 +304,7 @@ std::vector<CoachPromptBudget::RankedSection> CoachPromptBudget::rankSections(
     std::string_view manual, std::string_view query) {
     auto guide = PreparedGuide::of(detail::trimmedView(manual));
     std::vector<RankedSection> result;
-    for (const Ranked& entry : ranked(Query(query), *guide))
+    for (const Ranked& entry : ranked(Query(query, guide.get()), *guide))
         result.push_back({owned(guide->sections()[entry.section].view), entry.score});
     return result;
 }
@@ -252,7 +315,7 @@ std::string CoachPromptBudget::relevantManualExcerpt(std::string_view manual,
     if (trimmed.empty()) return {};
     auto guide = PreparedGuide::of(trimmed);
     if (!guide->hasMoreCharacters(maxChars)) return std::string(trimmed);
-    Query q(query);
+    Query q(query, guide.get());
     if (guide->sections().empty()) return startOfGuide(*guide, maxChars);
     Excerpt excerpt = joinedSections(ranked(q, *guide), *guide, maxChars);
     std::string result = excerpt.characters < maxChars / 4 ? startOfGuide(*guide, maxChars)

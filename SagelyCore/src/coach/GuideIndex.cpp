@@ -11,7 +11,6 @@
 #include <array>
 #include <deque>
 #include <unordered_map>
-#include <unordered_set>
 
 namespace sagely::detail {
 namespace {
@@ -78,10 +77,23 @@ private:
 // terms were looked for before). A node's children form a list; the root's a table.
 class TermMatcher {
 public:
-    explicit TermMatcher(const std::vector<std::string_view>& terms) {
+    TermMatcher() {
         m_rootChildren.fill(-1);
         m_nodes.emplace_back();
-        for (std::size_t t = 0; t < terms.size(); ++t) insert(terms[t], static_cast<int32_t>(t));
+    }
+
+    /// Adds a term; false when it was added before (the trie tells repeated terms apart, so a
+    /// long list of them is neither sorted nor hashed). An empty term is never added.
+    bool add(std::string_view term) {
+        int32_t node = insert(term);
+        if (node == 0 || m_nodes[node].term >= 0) return false;
+        m_nodes[node].term = m_terms++;
+        return true;
+    }
+    std::size_t termCount() const { return static_cast<std::size_t>(m_terms); }
+
+    /// Makes the matcher ready to match, once every term is added.
+    void finish() {
         linkFailures();
         m_seenInWord.assign(m_nodes.size(), UINT32_MAX);
     }
@@ -128,7 +140,8 @@ private:
         }
     }
 
-    void insert(std::string_view term, int32_t index) {
+    // The term's node, made as needed.
+    int32_t insert(std::string_view term) {
         int32_t node = 0;
         for (char c : term) {
             auto byte = static_cast<unsigned char>(c);
@@ -146,7 +159,7 @@ private:
             }
             node = existing;
         }
-        if (node != 0) m_nodes[node].term = index;
+        return node;
     }
 
     // Breadth first, so that a node's failure is linked before its children's. The root's
@@ -171,19 +184,14 @@ private:
     std::vector<Node> m_nodes;
     std::array<int32_t, 256> m_rootChildren{};
     std::vector<uint32_t> m_seenInWord;
+    int32_t m_terms = 0;
 };
 
 constexpr std::size_t kRememberedCounts = 8;  // a coach asks with one or two limits
 
-// Three-byte runs hashed to one of 2^21 bits.
-constexpr unsigned kTrigramBits = 21;
-
-uint32_t trigramAt(std::string_view text, std::size_t i) {
-    uint32_t run = static_cast<unsigned char>(text[i]) << 16 |
-                   static_cast<unsigned char>(text[i + 1]) << 8 |
-                   static_cast<unsigned char>(text[i + 2]);
-    return (run * 0x9E3779B1u) >> (32 - kTrigramBits);
-}
+// The bounds of the three-byte-run set's size, as powers of two.
+constexpr unsigned kFewestTrigramBits = 12;
+constexpr unsigned kMostTrigramBits = 21;
 
 }  // namespace
 
@@ -254,7 +262,7 @@ void PreparedGuide::indexWords() {
     std::vector<std::vector<uint32_t>> titles, bodies;
     auto add = [&](std::string_view text, uint32_t section,
                    std::vector<std::vector<uint32_t>>& postings) {
-        forEachWord(text, [&](std::string_view word) {
+        forEachWord(text, [&](std::string_view word, uint32_t) {
             auto [entry, isNew] = ids.try_emplace(word, static_cast<uint32_t>(ids.size()));
             if (isNew) {
                 m_words.append(word);
@@ -279,7 +287,11 @@ void PreparedGuide::indexWords() {
     };
     flatten(titles, m_inTitles);
     flatten(bodies, m_inBodies);
-    m_trigrams.assign((std::size_t{1} << kTrigramBits) / 64, 0);
+    m_trigramBits = kFewestTrigramBits;
+    while (m_trigramBits < kMostTrigramBits &&
+           (std::size_t{1} << m_trigramBits) < 16 * m_words.size())
+        ++m_trigramBits;
+    m_trigrams.assign((std::size_t{1} << m_trigramBits) / 64, 0);
     for (uint32_t w = 0, start = 0; w < m_wordEnds.size(); start = m_wordEnds[w++])
         for (std::size_t i = start; i + 3 <= m_wordEnds[w]; ++i) {
             uint32_t bit = trigramAt(m_words, i);
@@ -287,29 +299,16 @@ void PreparedGuide::indexWords() {
         }
 }
 
-// False when some three-byte run of the term is in no word, so that no word can hold it: most
-// terms of a pasted log are not in the guide at all, and are dismissed here at little cost.
-bool PreparedGuide::mayOccur(std::string_view term) const {
-    if (term.size() < 3) return true;
-    for (std::size_t i = 0; i + 3 <= term.size(); ++i) {
-        uint32_t bit = trigramAt(term, i);
-        if ((m_trigrams[bit / 64] >> (bit % 64) & 1) == 0) return false;
-    }
-    return true;
-}
-
 PreparedGuide::TermCounts PreparedGuide::termCounts(
     const std::vector<std::string_view>& terms) const {
     TermCounts counts{std::vector<int>(m_sections.size(), 0),
                       std::vector<int>(m_sections.size(), 0)};
-    std::vector<std::string_view> candidates;
-    std::unordered_set<std::string_view> seen;
-    for (std::string_view term : terms)
-        if (mayOccur(term) && seen.insert(term).second) candidates.push_back(term);
-    if (candidates.empty()) return counts;
+    TermMatcher matcher;
+    for (std::string_view term : terms) matcher.add(term);
+    if (matcher.termCount() == 0) return counts;
+    matcher.finish();
     // The words holding each term.
-    std::vector<std::vector<uint32_t>> wordsWith(candidates.size());
-    TermMatcher matcher(candidates);
+    std::vector<std::vector<uint32_t>> wordsWith(matcher.termCount());
     for (uint32_t w = 0, start = 0; w < m_wordEnds.size(); start = m_wordEnds[w++]) {
         std::string_view word(m_words.data() + start, m_wordEnds[w] - start);
         matcher.forEachTermIn(word, w, [&](std::size_t term) { wordsWith[term].push_back(w); });

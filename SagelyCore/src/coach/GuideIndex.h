@@ -39,38 +39,55 @@ std::vector<SectionView> sectionViews(std::string_view guide);
 /// Whether a code point is a letter, a mark or a number (general categories L, M and N).
 bool isWordCharacter(UChar32 c);
 
-// ASCII letters and digits are all the ASCII letters, marks and numbers.
-inline constexpr auto kAsciiWordCharacters = [] {
-    std::array<bool, 128> table{};
-    for (int c = 0; c < 128; ++c)
-        table[static_cast<std::size_t>(c)] =
-            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    return table;
+// What a word is made of, as bits: one per ASCII letter (either case: bit 0 for a, 25 for z),
+// one for any ASCII digit and one for any other character. ASCII letters and digits are all the
+// ASCII letters, marks and numbers, so an ASCII byte is a word character exactly when it has bits.
+inline constexpr uint32_t kDigitBit = uint32_t{1} << 26;
+inline constexpr uint32_t kNonAsciiBit = uint32_t{1} << 31;
+inline constexpr auto kAsciiWordBits = [] {
+    std::array<uint32_t, 128> bits{};
+    for (int c = 0; c < 26; ++c) {
+        bits[static_cast<std::size_t>('a' + c)] = uint32_t{1} << c;
+        bits[static_cast<std::size_t>('A' + c)] = uint32_t{1} << c;
+    }
+    for (int c = '0'; c <= '9'; ++c) bits[static_cast<std::size_t>(c)] = kDigitBit;
+    return bits;
 }();
 
-/// Calls visit(word) for each maximal run of letters, marks and numbers of the text, in order.
-/// Malformed UTF-8 separates words.
+/// Calls visit(word, bits) for each maximal run of letters, marks and numbers of the text, in
+/// order, with the bits of the word's characters (see kAsciiWordBits) or-ed together, so that a
+/// caller can tell what a word cannot hold without reading it again. Malformed UTF-8 separates
+/// words.
 template <typename Visit>
 void forEachWord(std::string_view text, Visit visit) {
     const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
     const auto length = static_cast<int32_t>(text.size());
     int32_t start = 0;
+    uint32_t bits = 0;
     for (int32_t i = 0; i < length;) {
         int32_t begin = i;
         UChar32 c = bytes[i];
         if (c < 0x80) {
             ++i;
-            if (kAsciiWordCharacters[static_cast<std::size_t>(c)]) continue;
+            if (uint32_t own = kAsciiWordBits[static_cast<std::size_t>(c)]) {
+                bits |= own;
+                continue;
+            }
         } else {
             U8_NEXT(bytes, i, length, c);
-            if (c >= 0 && isWordCharacter(c)) continue;
+            if (c >= 0 && isWordCharacter(c)) {
+                bits |= kNonAsciiBit;
+                continue;
+            }
         }
         if (begin > start)
             visit(text.substr(static_cast<std::size_t>(start),
-                              static_cast<std::size_t>(begin - start)));
+                              static_cast<std::size_t>(begin - start)),
+                  bits);
         start = i;
+        bits = 0;
     }
-    if (length > start) visit(text.substr(static_cast<std::size_t>(start)));
+    if (length > start) visit(text.substr(static_cast<std::size_t>(start)), bits);
 }
 
 struct GuideSection {
@@ -90,6 +107,18 @@ public:
 
     std::string_view text() const { return m_text; }
     const std::vector<GuideSection>& sections() const { return m_sections; }
+
+    /// False when the term is in none of the sections' lower-cased titles and bodies; true when
+    /// it may be. Cheap: for sorting out the terms of a long question before termCounts.
+    bool mayOccur(std::string_view term) const {
+        // False when some three-byte run of the term is in no word, so that no word can hold
+        // it: most terms of a pasted log are in no guide, and are dismissed at the first run.
+        for (std::size_t i = 0; i + 3 <= term.size(); ++i) {
+            uint32_t bit = trigramAt(term, i);
+            if ((m_trigrams[bit / 64] >> (bit % 64) & 1) == 0) return false;
+        }
+        return true;
+    }
 
     /// For each section, how many of the distinct terms its lower-cased title and its
     /// lower-cased body contain (a term listed twice counts once).
@@ -114,13 +143,22 @@ private:
         std::vector<uint32_t> sections;
     };
     void indexWords();
-    bool mayOccur(std::string_view term) const;
+    // A three-byte run hashed to one of the set's bits.
+    uint32_t trigramAt(std::string_view text, std::size_t i) const {
+        uint32_t run = static_cast<unsigned char>(text[i]) << 16 |
+                       static_cast<unsigned char>(text[i + 1]) << 8 |
+                       static_cast<unsigned char>(text[i + 2]);
+        return (run * 0x9E3779B1u) >> (32 - m_trigramBits);
+    }
 
     std::string m_text;
     std::vector<GuideSection> m_sections;
     std::string m_words;               // the distinct words, one after another
     std::vector<uint32_t> m_wordEnds;  // word w is m_words[m_wordEnds[w - 1], m_wordEnds[w])
     std::vector<uint64_t> m_trigrams;  // a hash set (as bits) of the words' three-byte runs
+    // Its size: 2^m_trigramBits bits, at least 16 a run, so that few terms get through by
+    // chance, and no more, so that the set stays in the processor's nearest caches.
+    unsigned m_trigramBits = 0;
     Postings m_inTitles;
     Postings m_inBodies;
     // Worked out when first needed: block characters (-1 until then) and prefix counts.

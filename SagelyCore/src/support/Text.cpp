@@ -54,10 +54,11 @@ bool isSpaceOrTab(UChar32 c) {
     return c == '\t' || u_charType(c) == U_SPACE_SEPARATOR;
 }
 
+// Without an early exit the loop is vectorised: long ASCII texts (a pasted log) are common.
 bool isAscii(std::string_view s) {
-    for (unsigned char c : s)
-        if (c >= 0x80) return false;
-    return true;
+    unsigned char any = 0;
+    for (unsigned char c : s) any |= c;
+    return any < 0x80;
 }
 
 // ASCII text without CR is one grapheme cluster per byte; everything else asks ICU.
@@ -142,9 +143,10 @@ std::string prefixCharacters(std::string_view s, std::size_t count) {
 
 std::string lowercased(std::string_view s) {
     if (isAscii(s)) {
+        // Branch-free, so that the loop is vectorised.
         std::string out(s);
         for (char& c : out)
-            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+            c = static_cast<char>(c | (static_cast<unsigned char>(c - 'A') < 26) << 5);
         return out;
     }
     icu::UnicodeString u =

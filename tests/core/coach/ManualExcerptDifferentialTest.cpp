@@ -530,6 +530,15 @@ std::vector<Case> randomCases(std::size_t count, unsigned seed) {
     return cases;
 }
 
+// Pieces of the words and phrases the scoring looks for, and the separators that may split or
+// join them, so that random questions hold them whole, broken and run together.
+const std::array<std::string, 40> kPhrasePieces = {
+    "set",   "up",   "get",    "getting", "started", "how",       "do",       "i",
+    "to",    "re",   "x",      " ",       " ",       " ",         "  ",       "\t",
+    "\n",    "-",    "\u00A0", "\u00E9",  "SET",     "Up",        "speech",   "spee",
+    "ch",    "voi",  "ce",     "teach",   "coa",     "configure", "conf",     "igure",
+    "setup", "perm", "ission", "short",   "cut",     "\u0130",    "how do i", "set up"};
+
 const std::array<std::string, 8> kWorkedQueries = {"How do I set up speech?",
                                                    "What about shortcuts and permissions?",
                                                    "voice",
@@ -608,4 +617,18 @@ TEST(ManualExcerptDifferential, ManyThreadsAtOnceGiveTheSameExcerpts) {
         });
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(mismatches, (std::vector<int>{0, 0, 0, 0}));
+}
+
+TEST(ManualExcerptDifferential, QuestionTermsAndSetupIntentMatchAPlainSearchOfTheQuestion) {
+    std::mt19937 random(2311);
+    std::uniform_int_distribution<std::size_t> length(0, 12);
+    for (int i = 0; i < 20000; ++i) {
+        const std::string question = randomText(random, kPhrasePieces, length(random));
+        const std::string lowered = sagely::text::lowercased(question);
+        ASSERT_EQ(CoachPromptBudget::hasSetupIntent(question),
+                  reference::loweredQueryHasSetupIntent(lowered))
+            << question;
+        ASSERT_EQ(CoachPromptBudget::queryTerms(question), reference::termsOfLoweredQuery(lowered))
+            << question;
+    }
 }
