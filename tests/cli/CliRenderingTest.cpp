@@ -295,5 +295,42 @@ TEST(CliStreamedReply, AReplyThatRewroteWrittenTextFollowsWhole) {
     EXPECT_EQ(out.str(), "Open the menu\n\nOpen a menu\nthen Export.\n");
 }
 
+TEST(CliStreamedReply, ARewriteIsNoticedWhereverItIsInTheWrittenLines) {
+    // Shorter than what was written, one byte changed in the first of several updates, or
+    // the same length with a byte changed at the end: each is written again, whole.
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"Open", "Open the menu\nChoose Export\n\nOpen\n"},
+        {"Open thE menu\nChoose Export\nDone.",
+         "Open the menu\nChoose Export\n\nOpen thE menu\nChoose Export\nDone.\n"},
+        {"Open the menu\nChoose Expory\n",
+         "Open the menu\nChoose Export\n\nOpen the menu\nChoose Expory\n"},
+    };
+    for (const auto& [final, expected] : cases) {
+        std::istringstream in;
+        std::ostringstream out, err;
+        Host host(in, out, err);
+        StreamedReplyWriter writer(host);
+        writer.update("Open the menu\n");
+        writer.update("Open the menu\nChoose Export\n");
+        std::vector<std::string> suggestions;
+        writer.finish(CoachMessage(CoachMessage::Role::assistant, final), suggestions);
+        EXPECT_EQ(out.str(), expected) << final;
+    }
+}
+
+TEST(CliStreamedReply, AReplyThatGoesOnFromWhatWasWrittenAddsOnlyTheRest) {
+    std::istringstream in;
+    std::ostringstream out, err;
+    Host host(in, out, err);
+    StreamedReplyWriter writer(host);
+    writer.update("Open the menu\n");
+    writer.update("Open the menu\nChoose Export\nthen");
+    std::vector<std::string> suggestions;
+    writer.finish(
+        CoachMessage(CoachMessage::Role::assistant, "Open the menu\nChoose Export\nthen Save."),
+        suggestions);
+    EXPECT_EQ(out.str(), "Open the menu\nChoose Export\nthen Save.\n");
+}
+
 }  // namespace
 }  // namespace sagely::cli

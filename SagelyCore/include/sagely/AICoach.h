@@ -207,8 +207,9 @@ public:
     void denyPendingAction();
 
     /// Blocks until every save asked for so far is on disk (or has failed), then publishes its
-    /// outcome in lastSaveFailure. For a host that reads the file itself, shuts down in
-    /// steps, or must know that a change was saved; the destructor does the same.
+    /// outcome in lastSaveFailure and takes in what other hosts had saved meanwhile. For a host
+    /// that reads the file itself, shuts down in steps, or must know that a change was saved;
+    /// the destructor does the same.
     void waitForPendingSaves();
 
     /// Process-wide switch for loading and saving conversation files (default: always true).

@@ -173,6 +173,9 @@ void AICoach::Impl::waitForPendingSaves() {
     if (!writer) return;
     writer->waitForPendingSaves();
     publishSaveOutcome();
+    // The saves may have merged other hosts' changes: they are taken in now, not only when the
+    // writer's report reaches the main thread.
+    pickUpOtherHosts();
 }
 
 void AICoach::Impl::publishSaveOutcome() {

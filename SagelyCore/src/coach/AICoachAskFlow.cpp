@@ -7,7 +7,9 @@
 #include <sagely/Log.h>
 #include <sagely/Text.h>
 
+#include "llm/HttpTransport.h"
 #include "model/json/DataModelAccess.h"
+#include "support/GrowingText.h"
 
 #include <atomic>
 #include <thread>
@@ -444,10 +446,13 @@ void AICoach::Impl::clearReplyInFlight() {
 void AICoach::Impl::partialArrived(std::uint64_t generation) {
     auto found = requests.find(generation);
     if (found == requests.end() || isSuperseded(*found->second) || !found->second->partial) return;
-    std::string text = found->second->partial->text();
-    if (text.empty() || text == partialReply.get()) return;
+    const std::string added = found->second->partial->takeAdded();
+    if (added.empty()) return;
     if (isThinking.get()) isThinking.set(false);
-    partialReply.set(std::move(text));
+    // Appended in place: copying the whole text on each announcement would hold it twice.
+    partialReply.modify([&added](std::string& shown) {
+        detail::appendGrowingTo(shown, added, detail::HttpLimits{}.maxReplyBytes);
+    });
 }
 
 // Ends the request in flight at once: the text received so far becomes the reply, as if the
@@ -458,7 +463,9 @@ void AICoach::Impl::stop() {
     auto request = found->second;
     request->cancellation.requestStop();
     if (request->roundMessage) cancelRound(*request);
-    std::string text = request->partial ? request->partial->text() : std::string();
+    // The request's text so far: what is shown, then what arrived since.
+    std::string text =
+        request->partial ? partialReply.get() + request->partial->takeAdded() : std::string();
     if (text.empty()) return endWithFailure(request, detail::ModelOutcome::cancelledRequest());
     appendReply(request, std::move(text));
 }

@@ -1,5 +1,10 @@
 #include "coach/PartialReply.h"
 
+#include "llm/HttpTransport.h"
+#include "support/GrowingText.h"
+
+#include <utility>
+
 namespace sagely::detail {
 
 PartialReply::PartialReply(std::shared_ptr<MainExecutor> executor, std::function<void()> announce,
@@ -14,7 +19,8 @@ void PartialReply::add(std::string_view piece) {
     if (piece.empty()) return;
     {
         std::lock_guard lock(m_mutex);
-        m_text.append(piece);
+        // While the main thread lags, this holds what it has not taken: never copied to grow.
+        appendGrowingTo(m_added, piece, HttpLimits{}.maxReplyBytes);
         if (m_closed) return;
         m_unannounced = true;
         if (!m_announcer.joinable()) m_announcer = std::thread([this] { announceLoop(); });
@@ -33,9 +39,9 @@ void PartialReply::close() {
     if (announcer.joinable()) announcer.join();
 }
 
-std::string PartialReply::text() const {
+std::string PartialReply::takeAdded() {
     std::lock_guard lock(m_mutex);
-    return m_text;
+    return std::exchange(m_added, {});
 }
 
 void PartialReply::announceLoop() {

@@ -1,7 +1,9 @@
-// The text a streaming request has received so far, shared by the request's worker thread
-// (which adds to it) and the main thread (which shows it and, on Stop, keeps it). The main
-// thread hears of new text through one post at a time, at most one per interval, however
-// many pieces arrive meanwhile; the last piece is announced within an interval too.
+// The text a streaming request has received and the main thread has not yet taken, passed from
+// the request's worker thread (which adds to it) to the main thread (which shows it and, on
+// Stop, keeps it). Only what is not yet taken is held here: a reply may be tens of megabytes,
+// and the main thread already holds what it has shown. The main thread hears of new text
+// through one post at a time, at most one per interval, however many pieces arrive meanwhile;
+// the last piece is announced within an interval too.
 #pragma once
 
 #include <sagely/MainExecutor.h>
@@ -31,8 +33,8 @@ public:
     /// Ends the announcing; pieces added later are kept but not announced. Never called from
     /// the main thread: it waits for an announcement being posted.
     void close();
-    /// Any thread.
-    std::string text() const;
+    /// Main thread: the text added since the last call (all of it on the first call).
+    std::string takeAdded();
 
 private:
     void announceLoop();
@@ -40,9 +42,9 @@ private:
     std::shared_ptr<MainExecutor> m_executor;
     std::function<void()> m_announce;
     std::chrono::milliseconds m_interval;
-    mutable std::mutex m_mutex;
+    std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::string m_text;
+    std::string m_added;  // not yet taken
     bool m_unannounced = false;
     bool m_closed = false;
     std::thread m_announcer;  // started with the first piece

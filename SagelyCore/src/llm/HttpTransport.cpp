@@ -1,5 +1,7 @@
 #include "llm/HttpTransport.h"
 
+#include "support/GrowingText.h"
+
 #include <sagely/CoachLLMError.h>
 #include <sagely/Version.h>
 
@@ -171,7 +173,7 @@ size_t appendBody(char* data, size_t size, size_t count, void* userData) {
             (*received->sink)(contentType ? std::string_view(contentType) : std::string_view(),
                               std::string_view(data, length));
         } else {
-            received->bytes.append(data, length);
+            appendGrowingTo(received->bytes, std::string_view(data, length), *received->limit);
         }
         return length;
     } catch (...) {

@@ -185,7 +185,7 @@ LLMReply httpReply(const Dialect& dialect, const std::vector<LLMMessage>& messag
     }
     const detail::HttpRequest request =
         httpRequest(dialect, messages, config, modelOverride, /*streamed=*/true, tools);
-    detail::StreamedReplyReader reader(dialect, onDelta, withCalls);
+    detail::StreamedReplyReader reader(dialect, onDelta, withCalls, request.limits.maxReplyBytes);
     detail::HttpResponse response;
     try {
         const detail::BodySink sink = [&reader](std::string_view contentType,

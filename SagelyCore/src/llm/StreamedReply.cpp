@@ -1,8 +1,12 @@
 #include "llm/StreamedReply.h"
 
+#include "support/GrowingText.h"
+
 #include <sagely/CoachLLMError.h>
 #include <sagely/Error.h>
 #include <sagely/Text.h>
+
+#include <utility>
 
 namespace sagely::detail {
 namespace {
@@ -55,10 +59,11 @@ LLMReply wholeReply(const Dialect& dialect, const std::string& body, bool withCa
 }
 
 StreamedReplyReader::StreamedReplyReader(const Dialect& dialect, DeltaHandler onDelta,
-                                         bool withCalls)
+                                         bool withCalls, std::size_t maxBodyBytes)
     : m_dialect(dialect),
       m_onDelta(std::move(onDelta)),
       m_withCalls(withCalls),
+      m_maxBodyBytes(maxBodyBytes),
       m_framing(std::in_place_type<SseParser>, [this](const SseEvent& e) { event(e); }) {
     if (dialect.streamsLines()) {
         m_framing.emplace<NdjsonSplitter>([this](std::string_view line) {
@@ -73,7 +78,7 @@ void StreamedReplyReader::feed(std::string_view contentType, std::string_view by
         m_whole = mime == "application/json";
         m_declaredStream = mime == "text/event-stream" || mime == "application/x-ndjson";
     }
-    if (*m_whole || !m_sawEvent) m_body.append(bytes);
+    if (*m_whole || !m_sawEvent) appendGrowingTo(m_body, bytes, m_maxBodyBytes);
     if (*m_whole) return;
     std::visit([bytes](auto& framing) { framing.feed(bytes); }, m_framing);
 }
@@ -92,7 +97,8 @@ void StreamedReplyReader::event(const SseEvent& event) {
     if (m_withCalls) m_dialect.readStreamedCalls(event, data, m_state);
     std::string delta = m_dialect.streamedText(event, data, m_state);
     if (delta.empty()) return;
-    m_state.text += delta;
+    // Decoded text is never longer than the body it came in.
+    appendGrowingTo(m_state.text, delta, m_maxBodyBytes);
     if (m_onDelta) m_onDelta(delta);
 }
 
@@ -109,7 +115,6 @@ std::string StreamedReplyReader::finish() {
         if (m_declaredStream && answer.is_discarded()) throw CoachLLMError::invalidResponse();
         LLMReply reply = wholeReply(m_dialect, m_body, m_withCalls);
         m_state.usage = reply.usage;
-        m_state.text = reply.text;
         m_state.finished = true;
         m_turn = {std::move(reply.toolCalls), std::move(reply.providerTurn)};
         return std::move(reply.text);
@@ -117,7 +122,7 @@ std::string StreamedReplyReader::finish() {
     if (m_withCalls) m_turn = m_dialect.streamedToolTurn(m_state);
     if (m_state.text.empty() && !m_state.finished && m_turn.calls.empty())
         throw CoachLLMError::invalidResponse();
-    return m_state.text;
+    return std::exchange(m_state.text, {});
 }
 
 }  // namespace sagely::detail

@@ -5,10 +5,12 @@
 #pragma once
 
 #include "llm/Dialect.h"
+#include "llm/HttpTransport.h"
 #include "llm/StreamFraming.h"
 
 #include <sagely/LLMClient.h>
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -32,14 +34,16 @@ class StreamedReplyReader {
 public:
     using DeltaHandler = std::function<void(std::string_view delta)>;
     /// `withCalls`: actions were offered, so the model's calls are read (and a reply may be
-    /// calls alone).
-    StreamedReplyReader(const Dialect& dialect, DeltaHandler onDelta, bool withCalls = false);
+    /// calls alone). `maxBodyBytes` bounds the body, and so the text read from it.
+    StreamedReplyReader(const Dialect& dialect, DeltaHandler onDelta, bool withCalls = false,
+                        std::size_t maxBodyBytes = HttpLimits{}.maxReplyBytes);
 
     /// Bytes of a success body as they arrive. Throws CoachLLMError::serverError for an error
     /// the provider reports in the stream.
     void feed(std::string_view contentType, std::string_view bytes);
     /// The reply once the body ended: the text so far when the stream was cut short after some
     /// text; CoachLLMError::invalidResponse when it ended with none and without its terminator.
+    /// The text is moved out (a reply may be tens of megabytes): state().text is empty after.
     std::string finish();
 
     const StreamState& state() const { return m_state; }
@@ -59,6 +63,7 @@ private:
     std::string m_body;             // kept until the first event: it may be a whole reply
     bool m_sawEvent = false;
     bool m_withCalls = false;
+    std::size_t m_maxBodyBytes;
     ToolTurn m_turn;
     std::variant<SseParser, NdjsonSplitter> m_framing;
 };

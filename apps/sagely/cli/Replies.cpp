@@ -7,11 +7,23 @@
 #include <sagely/CoachConversation.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <ostream>
 
 namespace sagely::cli {
+namespace {
 
-StreamedReplyWriter::StreamedReplyWriter(Host& host) : m_host(host), m_renderer(host.usesColor()) {}
+// 64-bit FNV-1a, continued from `hash`.
+constexpr std::uint64_t kEmptyHash = 14695981039346656037u;
+std::uint64_t extendedHash(std::uint64_t hash, std::string_view bytes) {
+    for (const unsigned char byte : bytes) hash = (hash ^ byte) * 1099511628211u;
+    return hash;
+}
+
+}  // namespace
+
+StreamedReplyWriter::StreamedReplyWriter(Host& host)
+    : m_host(host), m_renderer(host.usesColor()), m_writtenHash(kEmptyHash) {}
 
 void StreamedReplyWriter::update(std::string_view text) {
     write(text, /*complete=*/false);
@@ -19,11 +31,14 @@ void StreamedReplyWriter::update(std::string_view text) {
 
 void StreamedReplyWriter::finish(const CoachMessage& reply, std::vector<std::string>& suggestions) {
     const std::string& text = reply.content();
-    if (!text.starts_with(m_writtenText)) {
+    if (text.size() < m_writtenSize ||
+        extendedHash(kEmptyHash, std::string_view(text).substr(0, m_writtenSize)) !=
+            m_writtenHash) {
         // The model rewrote text already written (the on-device model's snapshots may): what
         // was written cannot be taken back, so the reply follows, whole.
         m_host.out << "\n";
-        m_writtenText.clear();
+        m_writtenSize = 0;
+        m_writtenHash = kEmptyHash;
     }
     write(text, /*complete=*/true);
     if (!text.empty() && !text.ends_with('\n')) m_host.out << "\n";
@@ -34,8 +49,8 @@ void StreamedReplyWriter::finish(const CoachMessage& reply, std::vector<std::str
 
 // Whole lines only, so that styling sees each line whole; the rest once the reply is complete.
 void StreamedReplyWriter::write(std::string_view text, bool complete) {
-    if (text.size() <= m_writtenText.size()) return;
-    std::string_view fresh = text.substr(m_writtenText.size());
+    if (text.size() <= m_writtenSize) return;
+    std::string_view fresh = text.substr(m_writtenSize);
     if (!complete) fresh = fresh.substr(0, fresh.rfind('\n') + 1);  // npos + 1 is 0
     for (std::size_t start = 0; start < fresh.size();) {
         const std::size_t end = std::min(fresh.find('\n', start), fresh.size());
@@ -43,7 +58,8 @@ void StreamedReplyWriter::write(std::string_view text, bool complete) {
         if (end < fresh.size()) m_host.out << "\n";
         start = end + 1;
     }
-    m_writtenText += fresh;
+    m_writtenSize += fresh.size();
+    m_writtenHash = extendedHash(m_writtenHash, fresh);
     m_host.out.flush();
 }
 

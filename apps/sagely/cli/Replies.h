@@ -8,6 +8,7 @@
 #include <sagely/CoachMessage.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,7 +24,7 @@ public:
     explicit StreamedReplyWriter(Host& host);
     /// `text` is the whole reply so far; each call's text begins with the previous one's.
     void update(std::string_view text);
-    bool started() const { return !m_writtenText.empty(); }
+    bool started() const { return m_writtenSize > 0; }
     /// The text not written yet, then the card and lesson, numbered after `suggestions`. A reply
     /// that does not begin with what was written is written again, whole, on a new line.
     void finish(const CoachMessage& reply, std::vector<std::string>& suggestions);
@@ -33,7 +34,10 @@ private:
 
     Host& m_host;
     Renderer m_renderer;
-    std::string m_writtenText;  // the beginning of the reply already written
+    // The beginning of the reply already written, as its length and hash: a reply may be tens
+    // of megabytes, and the coach holds its text already.
+    std::size_t m_writtenSize = 0;
+    std::uint64_t m_writtenHash;
 };
 
 /// Prints the reply on standard output: rendered for the terminal, or as the kit's JSON of the

@@ -175,6 +175,20 @@ TEST_F(AICoachSavingTest, TwoCoachesOnOneFileLoseNoQuestion) {
     EXPECT_EQ(questionsIn(second->conversations().get()), asked);
 }
 
+TEST_F(AICoachSavingTest, WaitingForSavesTakesInWhatAnotherHostSavedMeanwhile) {
+    // Whichever saves first, the other host's question is on disk once both have waited; the
+    // first coach has it in memory too, though its main thread ran nothing since.
+    auto first = localCoach();
+    auto second = localCoach();
+    first->send("Mine");
+    second->send("Theirs");
+    second->waitForPendingSaves();
+    first->waitForPendingSaves();
+    const std::set<std::string> both = {"Mine", "Theirs"};
+    EXPECT_EQ(questionsIn(harness.savedConversations()), both);
+    EXPECT_EQ(questionsIn(first->conversations().get()), both);
+}
+
 TEST_F(AICoachSavingTest, AQuestionLeavesTheOtherConversationsUncopied) {
     {
         auto writer = localCoach();

@@ -82,6 +82,34 @@ TEST_F(AICoachStreamingTest, StopKeepsTheTextSoFarAsTheReplyAndSavesIt) {
     EXPECT_EQ(recorder->calls, 1);
 }
 
+TEST_F(AICoachStreamingTest, StopKeepsTextThatArrivedAfterTheLastUpdate) {
+    harness.llm->enqueuePieces({"Shown, ", "then not yet shown"}, 300ms);
+    harness.llm->hold();
+    auto recorder = harness.ask(*coach, "Tell me everything");
+    ASSERT_TRUE(harness.runUntil([&] { return coach->partialReply().get() == "Shown, "; }));
+    // The second piece arrives while the main thread runs nothing: its update is still queued.
+    ASSERT_TRUE(harness.llm->waitForCalls(1, 10s));
+    EXPECT_EQ(coach->partialReply().get(), "Shown, ");
+    coach->stop();
+    ASSERT_TRUE(recorder->reply);
+    EXPECT_EQ(recorder->reply->content(), "Shown, then not yet shown");
+    // The queued update finds the request gone and shows nothing again.
+    harness.executor->runFor(100ms);
+    EXPECT_EQ(coach->partialReply().get(), "");
+    EXPECT_EQ(coach->currentConversation().get()->messages().size(), 2u);
+}
+
+TEST_F(AICoachStreamingTest, StopBeforeAnyUpdateKeepsTheTextReceived) {
+    harness.llm->enqueuePieces({"Received ", "but never shown"});
+    harness.llm->hold();
+    auto recorder = harness.ask(*coach, "Tell me everything");
+    ASSERT_TRUE(harness.llm->waitForCalls(1, 10s));
+    EXPECT_EQ(coach->partialReply().get(), "");
+    coach->stop();
+    ASSERT_TRUE(recorder->reply);
+    EXPECT_EQ(recorder->reply->content(), "Received but never shown");
+}
+
 TEST_F(AICoachStreamingTest, StopBeforeAnyTextAppendsNothing) {
     harness.llm->hold();
     auto recorder = harness.ask(*coach, "Anything?");
