@@ -31,6 +31,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -96,9 +97,10 @@ private:
     void remember(const std::vector<CoachConversation>& conversations);
 
     std::filesystem::path m_file;
-    // Per conversation id, the message ids last seen in the file, as they were read: made into
-    // sets only for a merge, which is rare, rather than on every read and save.
-    std::map<Uuid, std::vector<Uuid>> m_seen;
+    // Per conversation id, the message ids last seen in the file, as they were read (shared with
+    // the conversations still as they were read): made into sets only for a merge, which is
+    // rare, rather than on every read and save.
+    std::map<Uuid, std::shared_ptr<const std::vector<Uuid>>> m_seen;
     std::optional<Stamp> m_stamp;  // the file as last read or written; none: look again
 };
 

@@ -71,18 +71,22 @@ FileContent readKeepingAside(const std::filesystem::path& file) {
     return content;
 }
 
-using SeenIds = std::map<Uuid, std::vector<Uuid>>;
+using SeenIds = std::map<Uuid, std::shared_ptr<const std::vector<Uuid>>>;
 
-// A conversation still as it was read tells its message ids without decoding its messages.
+// A conversation still as it was read tells its message ids without decoding its messages, and
+// lends them rather than copying them: a long history has a great many.
 SeenIds idsIn(const std::vector<CoachConversation>& conversations) {
     SeenIds seen;
     for (const auto& conversation : conversations) {
-        auto& ids = seen[conversation.id()];
-        if (const auto* stored = detail::DataModelAccess::stored(conversation)) {
-            ids.insert(ids.end(), stored->messageIds.begin(), stored->messageIds.end());
+        if (const auto& stored = detail::DataModelAccess::sharedStored(conversation)) {
+            seen[conversation.id()] =
+                std::shared_ptr<const std::vector<Uuid>>(stored, &stored->messageIds);
             continue;
         }
-        for (const auto& message : conversation.messages()) ids.push_back(message.id());
+        auto ids = std::make_shared<std::vector<Uuid>>();
+        ids->reserve(conversation.messages().size());
+        for (const auto& message : conversation.messages()) ids->push_back(message.id());
+        seen[conversation.id()] = std::move(ids);
     }
     return seen;
 }
@@ -90,7 +94,7 @@ SeenIds idsIn(const std::vector<CoachConversation>& conversations) {
 Seen asSets(const SeenIds& ids) {
     Seen seen;
     for (const auto& [conversation, messages] : ids)
-        seen.emplace(conversation, std::set<Uuid>(messages.begin(), messages.end()));
+        seen.emplace(conversation, std::set<Uuid>(messages->begin(), messages->end()));
     return seen;
 }
 

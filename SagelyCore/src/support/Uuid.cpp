@@ -2,19 +2,30 @@
 
 #include <stdlib.h>
 
+#include <array>
+#include <cstdint>
+
 namespace sagely {
 namespace {
 
+// The value of each byte as a hex digit, or -1: a look-up, since a history's load parses an id
+// for every message.
+constexpr std::array<std::int8_t, 256> kHexDigitValues = [] {
+    std::array<std::int8_t, 256> values{};
+    values.fill(-1);
+    for (int c = '0'; c <= '9'; ++c) values[c] = static_cast<std::int8_t>(c - '0');
+    for (int c = 'a'; c <= 'f'; ++c) values[c] = static_cast<std::int8_t>(c - 'a' + 10);
+    for (int c = 'A'; c <= 'F'; ++c) values[c] = static_cast<std::int8_t>(c - 'A' + 10);
+    return values;
+}();
+
 int hexDigitValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
+    return kHexDigitValues[static_cast<unsigned char>(c)];
 }
 
-bool isDashPosition(std::size_t i) {
-    return i == 8 || i == 13 || i == 18 || i == 23;
-}
+// Where each byte's two digits start in the 8-4-4-4-12 form.
+constexpr std::array<std::uint8_t, 16> kDigitPairs = {0,  2,  4,  6,  9,  11, 14, 16,
+                                                      19, 21, 24, 26, 28, 30, 32, 34};
 
 }  // namespace
 
@@ -29,21 +40,18 @@ Uuid Uuid::random() {
 }
 
 std::optional<Uuid> Uuid::parse(std::string_view text) {
-    if (text.size() != 36) return std::nullopt;
+    if (text.size() != 36 || text[8] != '-' || text[13] != '-' || text[18] != '-' ||
+        text[23] != '-')
+        return std::nullopt;
     std::array<std::uint8_t, 16> bytes{};
-    std::size_t byteIndex = 0;
-    for (std::size_t i = 0; i < 36;) {
-        if (isDashPosition(i)) {
-            if (text[i] != '-') return std::nullopt;
-            ++i;
-            continue;
-        }
-        int hi = hexDigitValue(text[i]);
-        int lo = hexDigitValue(text[i + 1]);
-        if (hi < 0 || lo < 0 || isDashPosition(i + 1)) return std::nullopt;
-        bytes[byteIndex++] = static_cast<std::uint8_t>(hi * 16 + lo);
-        i += 2;
+    int invalid = 0;  // any digit's -1 sets the sign bit
+    for (std::size_t i = 0; i < 16; ++i) {
+        const int hi = hexDigitValue(text[kDigitPairs[i]]);
+        const int lo = hexDigitValue(text[kDigitPairs[i] + 1]);
+        invalid |= hi | lo;
+        bytes[i] = static_cast<std::uint8_t>(hi * 16 + lo);
     }
+    if (invalid < 0) return std::nullopt;
     return Uuid(bytes);
 }
 

@@ -347,6 +347,66 @@ TEST(StoredConversations, AVeryDeepTurnIsLeftToTheFullDecoder) {
     EXPECT_EQ(inPlaceOutcome(text), fullOutcome(text));
 }
 
+// Strings are read eight bytes at a time: every byte the writer escapes or checks, at every
+// place in and around a block, in the text and in the title, reads as the full decoder reads it.
+TEST(StoredConversations, EveryByteAtEveryPlaceOfALongStringReadsAsTheFullDecoderReadsIt) {
+    const CoachConversation conversation = DataModelAccess::conversation(
+        Uuid::random(), "title", {message(0, "x", 700000000)}, Timestamp(1), Timestamp(2));
+    const std::string original = encodeConversations({conversation});
+    const std::string marker = R"("content":"x")";
+    const std::size_t content = original.find(marker) + marker.size() - 2;
+    const std::size_t title = original.find(R"("title")") + 9;
+    const std::string probes[] = {"\"",           "\\",      "\\\"",     "\x01",
+                                  "\x1f",         " ",       "\x7f",     "\xC3\xA9",
+                                  "\xC3",         "\xFF",    "\xE2\x80", "\\u0041",
+                                  "\\n",          "\\u001f", "\x80",     "\xF0\x9F\x98\x80",
+                                  "\xED\xA0\x80", "/",       "!#"};
+    int kept = 0;
+    for (std::size_t at : {content, title}) {
+        for (std::size_t length = 0; length <= 24; ++length) {
+            for (std::size_t place = 0; place <= length; ++place) {
+                for (const auto& probe : probes) {
+                    std::string value(length, 'a');
+                    value.insert(place, probe);
+                    std::string text = original;
+                    text.replace(at, 1, value);
+                    const std::string expected = fullOutcome(text);
+                    ASSERT_EQ(inPlaceOutcome(text), expected) << text;
+                    if (expected.starts_with("ok "))
+                        kept += DataModelAccess::stored(decodeInPlace(text)[0]) != nullptr;
+                }
+            }
+        }
+    }
+    EXPECT_GT(kept, 1000);  // the well-formed ones are still kept as text
+}
+
+// An id is the writer's only when it is its 36 upper-case characters between quotes.
+TEST(StoredConversations, OnlyTheWritersSpellingOfAnIdIsKeptAsText) {
+    const std::string id = "0123ABCD-EF45-4789-8BCD-EF0123456789";
+    const auto text = [](const std::string& written) {
+        return R"([{"id":)" + written +
+               R"(,"title":"t","messages":[],"createdAt":1,"updatedAt":2}])";
+    };
+    ASSERT_NE(DataModelAccess::stored(decodeInPlace(text("\"" + id + "\""))[0]), nullptr);
+    std::string lower = id;
+    lower[30] = 'a';
+    const std::string spellings[] = {"\"" + lower + "\"",
+                                     "\"" + id.substr(0, 35) + "\"",
+                                     "\"" + id + "0\"",
+                                     "\"\\u0030" + id.substr(1) + "\"",
+                                     "\"" + id.substr(0, 35) + "\\\"",
+                                     "\"" + id,
+                                     "\"" + id + "\"" + "\"",
+                                     "\"{" + id.substr(1) + "\""};
+    for (const auto& spelling : spellings) {
+        const std::string variant = text(spelling);
+        EXPECT_EQ(inPlaceOutcome(variant), fullOutcome(variant)) << variant;
+        if (fullOutcome(variant).starts_with("ok "))
+            EXPECT_EQ(DataModelAccess::stored(decodeInPlace(variant)[0]), nullptr) << variant;
+    }
+}
+
 // Random edits of the writer's text, biased towards the bytes its form is made of.
 TEST(StoredConversations, AlteredTextsGiveWhatTheFullDecoderGives) {
     const std::string original = encodeConversations(sampleList());

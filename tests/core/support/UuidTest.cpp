@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
+
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -61,6 +63,31 @@ TEST(Uuid, RejectsMalformedText) {
           "E621E1F8-C36C-495A-93FC-0C247A3E6E5G", "E621E1F8-C36C-495A-93FC0-C247A3E6E5F",
           "E621E1F8-C36C-495A-93FC-0C247A3E6E5F ", "E621E1F8-C36C-495A-93FC-0C247A3E6E"}) {
         EXPECT_FALSE(Uuid::parse(bad)) << bad;
+    }
+}
+
+// Every character of every position: a digit of either case where a digit goes, a dash where
+// a dash goes, and nothing else.
+TEST(Uuid, TakesEachCharacterOnlyWhereItBelongs) {
+    const std::string good = "0123ABCD-EF45-6789-abcd-ef0123456789";
+    const std::string hex = "0123456789ABCDEFabcdef";
+    ASSERT_TRUE(Uuid::parse(good));
+    for (std::size_t at = 0; at < good.size(); ++at) {
+        const bool dash = at == 8 || at == 13 || at == 18 || at == 23;
+        for (int c = 0; c < 256; ++c) {
+            std::string text = good;
+            text[at] = static_cast<char>(c);
+            const bool valid =
+                dash ? c == '-' : hex.find(static_cast<char>(c)) != std::string::npos;
+            const auto parsed = Uuid::parse(text);
+            ASSERT_EQ(parsed.has_value(), valid) << at << " " << c;
+            if (valid) {
+                std::string upper = text;
+                for (char& u : upper)
+                    u = static_cast<char>(std::toupper(static_cast<unsigned char>(u)));
+                EXPECT_EQ(parsed->toString(), upper);
+            }
+        }
     }
 }
 

@@ -40,6 +40,10 @@ struct DataModelAccess {
     static const StoredConversation* stored(const CoachConversation& conversation) {
         return conversation.m_stored.get();
     }
+    static const std::shared_ptr<const StoredConversation>& sharedStored(
+        const CoachConversation& conversation) {
+        return conversation.m_stored;
+    }
 };
 
 }  // namespace sagely::detail
