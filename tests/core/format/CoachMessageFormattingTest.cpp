@@ -26,8 +26,12 @@ std::string normalize(const std::string& text) {
     return CoachMessageFormatting::normalize(text);
 }
 
+// Both ways of cleaning, which must agree: reading the text, and taking it over.
 std::string clean(const std::string& text) {
-    return CoachMessageFormatting::cleanDisplayMarkdown(text);
+    std::string cleaned = CoachMessageFormatting::cleanDisplayMarkdown(std::string_view(text));
+    EXPECT_EQ(CoachMessageFormatting::cleanDisplayMarkdown(std::string(text)), cleaned)
+        << "taken over: " << text;
+    return cleaned;
 }
 
 std::vector<std::string> titlesOf(const CoachMessageFormatting::ProceduralContent& content) {
