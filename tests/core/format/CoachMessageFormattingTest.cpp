@@ -144,6 +144,22 @@ TEST(CleanDisplayMarkdown, RemovesOnlyTheFinalRunOfTrailingStars) {
     EXPECT_EQ(clean("a* *"), "a*");
 }
 
+// A reply handed over is cleaned where it lies: a long one is not copied to cut its marks off.
+TEST(CleanDisplayMarkdown, CleansAReplyHandedOverInItsOwnBuffer) {
+    const std::string words(1 << 20, 'w');
+    for (const std::string& reply :
+         {words, "## " + words + " **", "**" + words + "**", "- " + words + " __x__"}) {
+        std::string handedOver = reply;
+        const char* buffer = handedOver.data();
+        std::string cleaned = CoachMessageFormatting::cleanDisplayMarkdown(std::move(handedOver));
+        EXPECT_EQ(cleaned.data(), buffer);
+        EXPECT_EQ(cleaned, clean(reply));
+        EXPECT_EQ(cleaned.substr(0, 8), "wwwwwwww");
+    }
+    // Literals still read as text.
+    EXPECT_EQ(CoachMessageFormatting::cleanDisplayMarkdown("## **Title**"), "Title");
+}
+
 TEST(CleanDisplayMarkdown, KeepsALoneDashAndPlainText) {
     EXPECT_EQ(clean("-"), "-");
     EXPECT_EQ(clean("-item"), "-item");
