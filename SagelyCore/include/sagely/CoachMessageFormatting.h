@@ -30,6 +30,13 @@ struct SAGELY_EXPORT CoachMessageFormatting {
     static std::string normalize(std::string_view text);
     /// Strips heading marks, bold markers and a leading bullet from a single title-like line.
     static std::string cleanDisplayMarkdown(std::string_view text);
+    /// The same, made in the text's own buffer: a caller done with the text (such as the
+    /// result of normalize) spares a copy of a whole reply.
+    static std::string cleanDisplayMarkdown(std::string&& text);
+    /// The same for a literal, which would otherwise fit both of the above.
+    static std::string cleanDisplayMarkdown(const char* text) {
+        return cleanDisplayMarkdown(std::string_view(text));
+    }
     /// The procedure in the text, or none when it has fewer than two steps.
     static std::optional<ProceduralContent> parseProceduralContent(std::string_view text);
     /// The normalised text cut into its non-empty paragraphs.

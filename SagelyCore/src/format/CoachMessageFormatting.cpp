@@ -524,18 +524,21 @@ std::size_t runEnd(std::string_view s, std::size_t i, char mark) {
     return i;
 }
 
-// Every "**" taken out, then every "__" of what is left (each from left to right, as a
-// replace-all does), in one pass: taking out a "**" can make a "__" of the two "_" around it.
-// A run of marks is taken whole: of n stars, n / 2 pairs go and an odd one stays last; of n
-// underscores, with the one left open before, every pair goes.
-std::string withoutEmphasis(std::string_view s) {
-    std::string out;
-    out.reserve(s.size());
-    bool openUnderscore = false;  // whether `out` ends in a "_" that no "__" took
-    for (std::size_t i = 0; i < s.size();) {
+// Keeps text[from, to) with every "**" taken out, then every "__" of what is left (each from
+// left to right, as a replace-all does), in one pass: taking out a "**" can make a "__" of the
+// two "_" around it. A run of marks is taken whole: of n stars, n / 2 pairs go and an odd one
+// stays last; of n underscores, with the one left open before, every pair goes. What is kept
+// moves down to the start of the text: it is never written past where it is read.
+void takeOutEmphasis(std::string& text, std::size_t from, std::size_t to) {
+    const std::string_view s(text.data(), to);
+    char* out = text.data();
+    std::size_t kept = 0;
+    bool openUnderscore = false;  // whether what is kept ends in a "_" that no "__" took
+    for (std::size_t i = from; i < to;) {
         std::size_t mark = nextEmphasis(s, i);
         if (mark > i) {
-            out.append(s.substr(i, mark - i));
+            std::char_traits<char>::move(out + kept, s.data() + i, mark - i);
+            kept += mark - i;
             openUnderscore = false;
             i = mark;
             continue;
@@ -546,18 +549,56 @@ std::string withoutEmphasis(std::string_view s) {
         i = end;
         if (c == '*') {
             if (count % 2 == 1) {
-                out.push_back('*');
+                out[kept++] = '*';
                 openUnderscore = false;
             }
         } else if (openUnderscore != (count % 2 == 1)) {  // one "_" left open after the run
-            if (!openUnderscore) out.push_back('_');
+            if (!openUnderscore) out[kept++] = '_';
             openUnderscore = true;
         } else {
-            if (openUnderscore) out.pop_back();
+            if (openUnderscore) --kept;
             openUnderscore = false;
         }
     }
-    return out;
+    text.resize(kept);
+}
+
+// Keeps only the part of the text that `part` (a view into it) shows.
+void keepOnly(std::string& text, std::string_view part) {
+    const auto from = static_cast<std::size_t>(part.data() - text.data());
+    text.resize(from + part.size());
+    text.erase(0, from);
+}
+
+// cleanDisplayMarkdown, in the text's own buffer: every step only cuts characters out, so only
+// a text with malformed bytes to replace needs another.
+void cleanInPlace(std::string& text) {
+    std::string_view s = trimmedView(text);
+    bool marked =
+        s.starts_with('*') || s.starts_with('#') || s.starts_with('-') || s.ends_with('*');
+    // The steps below only cut the ends off and turn malformed bytes (never ASCII ones) into
+    // U+FFFD, so they make no "**" or "__" that was not there.
+    bool emphasised = holdsEmphasis(s);
+    if (marked) {
+        // Malformed bytes become U+FFFD, as when the patterns read the text as UTF-16.
+        if (!text::isValidUtf8(s)) {
+            std::u16string u;
+            assignUtf16(u, s);
+            text = utf8Of(u);
+            s = text;
+        }
+        if (s.starts_with('*') || s.starts_with('#')) s = withoutLeadingHeadingMark(s);
+        if (s.ends_with('*')) s = withoutTrailingStars(s);
+        if (s.starts_with("**") && s.ends_with("**")) s = withoutEnclosingBold(s);
+        if (s.starts_with('-') || s.starts_with('*')) s = withoutLeadingBullet(s);
+    }
+    if (!emphasised) {
+        keepOnly(text, trimmedView(s));
+        return;
+    }
+    const auto from = static_cast<std::size_t>(s.data() - text.data());
+    takeOutEmphasis(text, from, from + s.size());
+    keepOnly(text, trimmedView(text));
 }
 
 // --- Steps -----------------------------------------------------------------------------------
@@ -616,32 +657,15 @@ std::string CoachMessageFormatting::normalize(std::string_view input) {
 }
 
 std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
-    std::string_view s = trimmedView(input);
-    bool marked =
-        s.starts_with('*') || s.starts_with('#') || s.starts_with('-') || s.ends_with('*');
-    // The steps below only cut the ends off and turn malformed bytes (never ASCII ones) into
-    // U+FFFD, so they make no "**" or "__" that was not there.
-    bool emphasised = holdsEmphasis(s);
-    if (!marked && !emphasised) return std::string(s);
-    std::string repaired;
-    if (marked) {
-        // Malformed bytes become U+FFFD, as when the patterns read the text as UTF-16.
-        if (!text::isValidUtf8(s)) {
-            std::u16string u;
-            assignUtf16(u, s);
-            repaired = utf8Of(u);
-            s = repaired;
-        }
-        if (s.starts_with('*') || s.starts_with('#')) s = withoutLeadingHeadingMark(s);
-        if (s.ends_with('*')) s = withoutTrailingStars(s);
-        if (s.starts_with("**") && s.ends_with("**")) s = withoutEnclosingBold(s);
-        if (s.starts_with('-') || s.starts_with('*')) s = withoutLeadingBullet(s);
-    }
-    if (!emphasised) return std::string(trimmedView(s));
-    std::string text = withoutEmphasis(s);
-    std::string_view kept = trimmedView(text);
-    if (kept.size() == text.size()) return text;
-    return std::string(kept);
+    std::string text(trimmedView(input));
+    cleanInPlace(text);
+    return text;
+}
+
+std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string&& input) {
+    std::string text = std::move(input);
+    cleanInPlace(text);
+    return text;
 }
 
 std::optional<CoachMessageFormatting::ProceduralContent>

@@ -26,8 +26,12 @@ std::string normalize(const std::string& text) {
     return CoachMessageFormatting::normalize(text);
 }
 
+// Both ways of cleaning, which must agree: reading the text, and taking it over.
 std::string clean(const std::string& text) {
-    return CoachMessageFormatting::cleanDisplayMarkdown(text);
+    std::string cleaned = CoachMessageFormatting::cleanDisplayMarkdown(std::string_view(text));
+    EXPECT_EQ(CoachMessageFormatting::cleanDisplayMarkdown(std::string(text)), cleaned)
+        << "taken over: " << text;
+    return cleaned;
 }
 
 std::vector<std::string> titlesOf(const CoachMessageFormatting::ProceduralContent& content) {
@@ -138,6 +142,22 @@ TEST(CleanDisplayMarkdown, HandlesBoldAroundHeadingsAndOtherMarks) {
 
 TEST(CleanDisplayMarkdown, RemovesOnlyTheFinalRunOfTrailingStars) {
     EXPECT_EQ(clean("a* *"), "a*");
+}
+
+// A reply handed over is cleaned where it lies: a long one is not copied to cut its marks off.
+TEST(CleanDisplayMarkdown, CleansAReplyHandedOverInItsOwnBuffer) {
+    const std::string words(1 << 20, 'w');
+    for (const std::string& reply :
+         {words, "## " + words + " **", "**" + words + "**", "- " + words + " __x__"}) {
+        std::string handedOver = reply;
+        const char* buffer = handedOver.data();
+        std::string cleaned = CoachMessageFormatting::cleanDisplayMarkdown(std::move(handedOver));
+        EXPECT_EQ(cleaned.data(), buffer);
+        EXPECT_EQ(cleaned, clean(reply));
+        EXPECT_EQ(cleaned.substr(0, 8), "wwwwwwww");
+    }
+    // Literals still read as text.
+    EXPECT_EQ(CoachMessageFormatting::cleanDisplayMarkdown("## **Title**"), "Title");
 }
 
 TEST(CleanDisplayMarkdown, KeepsALoneDashAndPlainText) {
