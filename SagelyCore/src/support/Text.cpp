@@ -1,6 +1,6 @@
 #include <sagely/Text.h>
 
-#include "support/WhiteSpace.h"
+#include "support/TextViews.h"
 
 #include <unicode/brkiter.h>
 #include <unicode/uchar.h>
@@ -21,37 +21,6 @@ UChar32 nextCodePoint(std::string_view s, std::size_t& i) {
     U8_NEXT(reinterpret_cast<const uint8_t*>(s.data()), index, static_cast<int32_t>(s.size()), c);
     i = static_cast<std::size_t>(index);
     return c;
-}
-
-UChar32 previousCodePoint(std::string_view s, std::size_t& i) {
-    UChar32 c = 0;
-    int32_t index = static_cast<int32_t>(i);
-    U8_PREV(reinterpret_cast<const uint8_t*>(s.data()), 0, index, c);
-    i = static_cast<std::size_t>(index);
-    return c;
-}
-
-template <typename Predicate>
-std::string trimmedBy(std::string_view s, Predicate shouldTrim) {
-    std::size_t begin = 0;
-    while (begin < s.size()) {
-        std::size_t next = begin;
-        UChar32 c = nextCodePoint(s, next);
-        if (c < 0 || !shouldTrim(c)) break;
-        begin = next;
-    }
-    std::size_t end = s.size();
-    while (end > begin) {
-        std::size_t previous = end;
-        UChar32 c = previousCodePoint(s, previous);
-        if (c < 0 || !shouldTrim(c)) break;
-        end = previous;
-    }
-    return std::string(s.substr(begin, end - begin));
-}
-
-bool isSpaceOrTab(UChar32 c) {
-    return c == '\t' || u_charType(c) == U_SPACE_SEPARATOR;
 }
 
 // Without an early exit the loop is vectorised: long ASCII texts (a pasted log) are common.
@@ -93,15 +62,15 @@ void forEachCharacterBoundary(std::string_view s, Visitor visit) {
 }  // namespace
 
 std::string trimmed(std::string_view s) {
-    return trimmedBy(s, detail::isWhiteSpace);
+    return std::string(detail::trimmedView(s));
 }
 
 std::string trimmedSpacesAndTabs(std::string_view s) {
-    return trimmedBy(s, isSpaceOrTab);
+    return std::string(detail::trimmedSpacesAndTabsView(s));
 }
 
 bool isBlank(std::string_view s) {
-    return trimmed(s).empty();
+    return detail::trimmedView(s).empty();
 }
 
 std::size_t characterCount(std::string_view s) {

@@ -31,7 +31,7 @@ bool isAsciiBlankBlock(const char* at) {
     return all != 0;
 }
 
-// Malformed bytes stop the trimming, as in Text.cpp.
+// Malformed bytes stop the trimming: they are not blanks, and nothing after them is looked at.
 template <typename Predicate>
 std::string_view trimmedBy(std::string_view s, Predicate shouldTrim) {
     const auto* bytes = reinterpret_cast<const uint8_t*>(s.data());
