@@ -9,8 +9,9 @@
 // costs only the conversations a run touches.
 //
 // Thread rules: a plain value; a conversation is used by one thread at a time (reading its
-// messages may decode them), copies freely. The coding functions below are pure and may run on
-// any thread.
+// messages may decode them), copies freely: a copy shares its messages' unchanging contents, so
+// copying a long conversation costs a reference count per message. The coding functions below
+// are pure and may run on any thread.
 #pragma once
 
 #include <sagely/CoachMessage.h>

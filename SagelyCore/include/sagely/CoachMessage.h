@@ -7,7 +7,7 @@
 // by id() alone, so the type has no equality operator.
 //
 // Thread rules: a plain value; threads may use their own copies freely (copies share only
-// parts that are never written).
+// what is never written).
 #pragma once
 
 #include <sagely/CoachActionCall.h>
@@ -40,6 +40,11 @@ public:
                  std::optional<CoachLesson> lesson = std::nullopt,
                  std::optional<TokenUsage> usage = std::nullopt);
 
+    // A copy shares the original's payload. Moving copies too (a message has no moved-from
+    // state), so that every message, even one moved from, stays readable.
+    CoachMessage(const CoachMessage&) = default;
+    CoachMessage& operator=(const CoachMessage&) = default;
+
     /// An assistant message for one round of action calls: the text the model wrote before the
     /// calls (often empty), the calls with their outcomes, and the turn as the provider's format
     /// sent it (opaque JSON text; empty when none), which a request to the same format sends
@@ -48,9 +53,9 @@ public:
                                     std::string providerTurn = {},
                                     std::optional<TokenUsage> usage = std::nullopt);
 
-    const Uuid& id() const { return m_id; }
-    Role role() const { return m_role; }
-    const std::string& content() const { return m_content; }
+    const Uuid& id() const;
+    Role role() const;
+    const std::string& content() const;
     const std::optional<CoachCard>& card() const;
     const std::optional<CoachLesson>& lesson() const;
     /// The tokens a model reply cost; none for other messages and providers that do not say.
@@ -59,26 +64,21 @@ public:
     const std::vector<CoachActionCall>& actionCalls() const;
     /// The round's turn as the provider's format sent it; empty when none.
     const std::string& providerTurn() const;
-    Timestamp timestamp() const { return m_timestamp; }
+    Timestamp timestamp() const;
 
 private:
     friend struct detail::DataModelAccess;
-    // The card, the lesson, the usage and the action calls. A message never changes, so copies
-    // share them: copying a message stays cheap, and a long history costs little memory for the
-    // few that have one.
-    struct Attachments;
+    // Everything a message holds. A message never changes, so copies share it: copying a
+    // conversation of many messages costs a reference count per message, not their text, and a
+    // copy handed to another thread shares only what no one writes.
+    struct Payload;
 
-    CoachMessage() = default;
     CoachMessage(Uuid id, Role role, std::string content, std::optional<CoachCard> card,
                  std::optional<CoachLesson> lesson, std::optional<TokenUsage> usage,
                  Timestamp timestamp, std::vector<CoachActionCall> actionCalls = {},
                  std::string providerTurn = {});
 
-    Uuid m_id = Uuid::random();
-    Role m_role = Role::user;
-    std::string m_content;
-    std::shared_ptr<const Attachments> m_attachments;  // null when there is none
-    Timestamp m_timestamp;
+    std::shared_ptr<const Payload> m_payload;  // never null
 };
 
 /// "user", "assistant", "system".

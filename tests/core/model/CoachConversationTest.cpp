@@ -11,6 +11,7 @@
 #include <concepts>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 using sagely::CoachCard;
@@ -134,6 +135,62 @@ TEST(CoachConversation, TitleAndUpdatedAtCanBeSetAndMessagesTrimmed) {
     EXPECT_EQ(conversation.updatedAt(), Timestamp(5.0));
     ASSERT_EQ(conversation.messages().size(), 1u);
     EXPECT_EQ(conversation.messages()[0].content(), "b");
+}
+
+TEST(CoachConversation, ChangingACopyNeverChangesTheOriginal) {
+    CoachConversation original("Original");
+    for (int i = 0; i < 3; ++i) original.append(CoachMessage(Role::user, "m" + std::to_string(i)));
+    const auto ids = [](const CoachConversation& c) {
+        std::vector<sagely::Uuid> all;
+        for (const auto& message : c.messages()) all.push_back(message.id());
+        return all;
+    };
+    const auto before = ids(original);
+
+    CoachConversation copy = original;
+    copy.append(CoachMessage(Role::assistant, "only in the copy"));
+    copy.messages()[0] = CoachMessage(Role::system, "replaced");
+    copy.messages().erase(copy.messages().begin() + 1);
+    copy.setTitle("Copy");
+
+    EXPECT_EQ(original.title(), "Original");
+    EXPECT_EQ(ids(original), before);
+    ASSERT_EQ(original.messages().size(), 3u);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(original.messages()[i].content(), "m" + std::to_string(i));
+        EXPECT_EQ(original.messages()[i].role(), Role::user);
+    }
+    ASSERT_EQ(copy.messages().size(), 3u);
+    EXPECT_EQ(copy.messages()[0].content(), "replaced");
+    EXPECT_EQ(copy.messages()[1].content(), "m2");
+    EXPECT_EQ(copy.messages()[2].content(), "only in the copy");
+}
+
+// Copies cross to the writer's thread while the coach goes on changing its own.
+TEST(CoachConversation, CopiesReadOnOtherThreadsWhileTheOriginalChanges) {
+    CoachConversation conversation("Shared");
+    for (int i = 0; i < 200; ++i)
+        conversation.append(
+            CoachMessage(Role::user, std::string(100, static_cast<char>('a' + i % 26))));
+    std::vector<std::thread> readers;
+    std::vector<std::size_t> characters(4, 0);
+    for (std::size_t t = 0; t < characters.size(); ++t) {
+        readers.emplace_back([copy = conversation, &counted = characters[t]]() mutable {
+            for (int round = 0; round < 50; ++round) {
+                CoachConversation again = copy;
+                for (const auto& message : again.messages()) counted += message.content().size();
+                copy = std::move(again);
+            }
+        });
+    }
+    for (int i = 0; i < 200; ++i) {
+        conversation.messages().erase(conversation.messages().begin());
+        conversation.append(CoachMessage(Role::assistant, "new " + std::to_string(i)));
+    }
+    for (auto& reader : readers) reader.join();
+    for (std::size_t counted : characters) EXPECT_EQ(counted, 50u * 200u * 100u);
+    ASSERT_EQ(conversation.messages().size(), 200u);
+    EXPECT_EQ(conversation.messages().front().content(), "new 0");
 }
 
 TEST(CoachConversation, EncodesCompactlyWithKeysInFieldOrder) {

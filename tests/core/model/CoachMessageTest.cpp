@@ -386,6 +386,32 @@ TEST(CoachMessage, CopiesKeepTheirCardAndLesson) {
     EXPECT_TRUE(lessonOnly.lesson());
 }
 
+TEST(CoachMessage, AMessageMovedFromStaysReadable) {
+    CoachMessage original(Role::user, "Still here", sampleCard());
+    const auto id = original.id();
+    CoachMessage moved = std::move(original);
+    EXPECT_EQ(moved.id(), id);
+    // A message never has an empty state: what it was moved from still reads as before.
+    EXPECT_EQ(original.id(), id);  // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(original.content(), "Still here");
+    EXPECT_EQ(original.card(), sampleCard());
+}
+
+TEST(CoachMessage, AssigningToACopyLeavesTheOriginalAsItWas) {
+    const CoachMessage original(Role::user, "Original", sampleCard(), std::nullopt,
+                                sagely::TokenUsage{1, 2});
+    CoachMessage copy = original;
+    copy = CoachMessage(Role::assistant, "Replacement");
+    EXPECT_EQ(copy.content(), "Replacement");
+    EXPECT_EQ(copy.role(), Role::assistant);
+    EXPECT_FALSE(copy.card());
+    EXPECT_EQ(original.content(), "Original");
+    EXPECT_EQ(original.role(), Role::user);
+    EXPECT_EQ(original.card(), sampleCard());
+    EXPECT_EQ(original.usage()->totalTokens(), 3);
+    EXPECT_NE(copy.id(), original.id());
+}
+
 TEST(CoachMessage, RepeatedKeysAreEachReadInTurn) {
     auto withRoles = [](const std::string& first, const std::string& second) {
         return std::string(R"({"id":")") + kId + R"(","role":")" + first + R"(","role":")" +
