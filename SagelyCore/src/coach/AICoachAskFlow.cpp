@@ -451,7 +451,7 @@ void AICoach::Impl::partialArrived(std::uint64_t generation) {
     if (isThinking.get()) isThinking.set(false);
     // Appended in place: copying the whole text on each announcement would hold it twice.
     partialReply.modify([&added](std::string& shown) {
-        detail::appendGrowingTo(shown, added, detail::HttpLimits{}.maxReplyBytes);
+        detail::appendGrowingTo(shown, added, detail::kMaxReplyBytes);
     });
 }
 

@@ -20,7 +20,7 @@ void PartialReply::add(std::string_view piece) {
     {
         std::lock_guard lock(m_mutex);
         // While the main thread lags, this holds what it has not taken: never copied to grow.
-        appendGrowingTo(m_added, piece, HttpLimits{}.maxReplyBytes);
+        appendGrowingTo(m_added, piece, kMaxReplyBytes);
         if (m_closed) return;
         m_unannounced = true;
         if (!m_announcer.joinable()) m_announcer = std::thread([this] { announceLoop(); });

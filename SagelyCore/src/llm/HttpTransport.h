@@ -25,10 +25,13 @@ namespace sagely::detail {
 
 using HeaderList = std::vector<std::pair<std::string, std::string>>;
 
+/// The largest success reply the kit reads; texts that grow toward it reserve room up to it.
+inline constexpr std::size_t kMaxReplyBytes = std::size_t{32} << 20;
+
 /// The bounds of one request. The defaults are the kit's; tests shorten them.
 struct HttpLimits {
     /// A success reply whose body, decompressed, would exceed this fails without reading more.
-    std::size_t maxReplyBytes = std::size_t{32} << 20;
+    std::size_t maxReplyBytes = kMaxReplyBytes;
     /// An error reply's body is read up to this many bytes and cut there.
     std::size_t maxErrorBodyBytes = std::size_t{64} << 10;
     /// From the first byte sent to the last byte received, redirects included.

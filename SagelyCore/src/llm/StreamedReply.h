@@ -36,7 +36,7 @@ public:
     /// `withCalls`: actions were offered, so the model's calls are read (and a reply may be
     /// calls alone). `maxBodyBytes` bounds the body, and so the text read from it.
     StreamedReplyReader(const Dialect& dialect, DeltaHandler onDelta, bool withCalls = false,
-                        std::size_t maxBodyBytes = HttpLimits{}.maxReplyBytes);
+                        std::size_t maxBodyBytes = kMaxReplyBytes);
 
     /// Bytes of a success body as they arrive. Throws CoachLLMError::serverError for an error
     /// the provider reports in the stream.

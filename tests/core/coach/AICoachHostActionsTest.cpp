@@ -325,8 +325,9 @@ TEST_P(AICoachHostActionsTest, InvalidArgumentsGoBackAsAnErrorAndNeverReachTheHa
     ASSERT_EQ(results.size(), 1u);
     EXPECT_NE(results[0].content.find("name: expected a string"), std::string::npos)
         << results[0].content;
-    if (provider() == Provider::anthropic || provider() == Provider::gemini)
+    if (provider() == Provider::anthropic || provider() == Provider::gemini) {
         EXPECT_TRUE(results[0].isError);
+    }
     EXPECT_EQ(message(1).actionCalls()[0].status, Status::invalid);
 }
 
@@ -392,8 +393,9 @@ TEST_P(AICoachHostActionsTest, ACallStreamedInPiecesIsPutTogether) {
     EXPECT_EQ(seen, std::vector<std::string>{"create_canvas {\"name\":\"Launch plan\"}"});
     EXPECT_EQ(sentResults(provider(), requestBody(1)).size(), 1u);
     EXPECT_EQ(recorder->reply->content(), "Created.");
-    if (provider() == Provider::gemini)
+    if (provider() == Provider::gemini) {
         EXPECT_EQ(requestBody(1)["contents"][1]["parts"][0]["thoughtSignature"], "SIG");
+    }
 }
 
 TEST_P(AICoachHostActionsTest, StopWhileWaitingEndsTheLoopAndKeepsTheCallAsCancelled) {

@@ -112,3 +112,23 @@ TEST(Utf16, WritesLoneSurrogatesAsReplacementCharacters) {
         ASSERT_EQ(utf8Of(text), icuUtf8(text));
     }
 }
+
+// The output is sized a block of units at a time, counting a pair as four bytes: pairs, lone
+// halves and characters of every length at every offset across the ends of those blocks.
+TEST(Utf16, SizesTheOutputWhereverAPairOrALoneHalfFalls) {
+    const std::u16string pair = u"\xD83D\xDC4D";
+    for (std::u16string_view odd :
+         {std::u16string_view(pair), std::u16string_view(u"\xD83D"), std::u16string_view(u"\xDC4D"),
+          std::u16string_view(u"\xDC4D\xD83D"), std::u16string_view(u"\u00E9"),
+          std::u16string_view(u"\uFFFD")})
+        for (std::size_t offset = 0; offset < 530; ++offset) {
+            for (std::u16string_view filler : {u"a", u"\u3000"}) {
+                std::u16string text;
+                for (std::size_t k = 0; k < offset; ++k) text += filler;
+                text += odd;
+                const std::u16string withMore = text + pair + u"b";
+                ASSERT_EQ(utf8Of(text), icuUtf8(text)) << offset;
+                ASSERT_EQ(utf8Of(withMore), icuUtf8(withMore)) << offset;
+            }
+        }
+}

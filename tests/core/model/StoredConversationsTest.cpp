@@ -402,8 +402,9 @@ TEST(StoredConversations, OnlyTheWritersSpellingOfAnIdIsKeptAsText) {
     for (const auto& spelling : spellings) {
         const std::string variant = text(spelling);
         EXPECT_EQ(inPlaceOutcome(variant), fullOutcome(variant)) << variant;
-        if (fullOutcome(variant).starts_with("ok "))
+        if (fullOutcome(variant).starts_with("ok ")) {
             EXPECT_EQ(DataModelAccess::stored(decodeInPlace(variant)[0]), nullptr) << variant;
+        }
     }
 }
 

@@ -37,8 +37,9 @@ class SecretServiceStoreTest : public ::testing::Test {
 protected:
     // Under the test script a missing keyring is a failure, never a quiet "no store" branch.
     void SetUp() override {
-        if (std::getenv("SAGELY_REQUIRE_SECRET_SERVICE"))
+        if (std::getenv("SAGELY_REQUIRE_SECRET_SERVICE")) {
             ASSERT_TRUE(available) << "the Secret Service of the test script is not reachable";
+        }
     }
     void TearDown() override {
         for (const char* account : {"coach-api-key.openai", "coach-api-key.gemini", "other"}) {
