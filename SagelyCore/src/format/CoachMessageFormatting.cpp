@@ -23,6 +23,7 @@ namespace {
 using detail::assignUtf16;
 using detail::blanksBefore;
 using detail::blanksFrom;
+using detail::isDecimalDigit;
 using detail::isWhiteSpace;
 using detail::mayStartStepWord;
 using detail::numberedItemsNotAtLineStarts;
@@ -292,7 +293,7 @@ int32_t digitLength(const char16_t* text, int32_t i, int32_t length) {
     UChar32 codePoint = 0;
     int32_t next = i;
     U16_NEXT(text, next, length, codePoint);
-    return u_isdigit(codePoint) ? next - i : 0;
+    return isDecimalDigit(codePoint) ? next - i : 0;
 }
 
 // The start of the decimal digit that ends at `end` (`end` itself when there is none).
@@ -302,7 +303,7 @@ int32_t digitStartBefore(const char16_t* text, int32_t end) {
     UChar32 codePoint = 0;
     int32_t start = end;
     U16_PREV(text, 0, start, codePoint);
-    return u_isdigit(codePoint) ? start : end;
+    return isDecimalDigit(codePoint) ? start : end;
 }
 
 // Where a numbered-list marker can start: the first digit of each run of digits that ends in a

@@ -3,8 +3,9 @@
 #include "support/WhiteSpace.h"
 
 #include <unicode/uchar.h>
-#include <unicode/ustring.h>
 #include <unicode/utf16.h>
+
+#include <bitset>
 
 namespace sagely::detail {
 namespace {
@@ -37,18 +38,9 @@ int32_t stepWordEnd(Text text, int32_t at) {
             continue;
         }
         int32_t next = i;
-        const UChar32 codePoint = codePointAt(text, next);
-        UChar units[2] = {};
-        int32_t unitCount = 0;
-        U16_APPEND_UNSAFE(units, unitCount, codePoint);
-        UChar folded[8] = {};
-        UErrorCode status = U_ZERO_ERROR;
-        const int32_t foldedLength =
-            u_strFoldCase(folded, 8, units, unitCount, U_FOLD_CASE_DEFAULT, &status);
-        if (U_FAILURE(status) || !kFolded.substr(matched).starts_with(std::u16string_view(
-                                     folded, static_cast<std::size_t>(foldedLength))))
-            return -1;
-        matched += static_cast<std::size_t>(foldedLength);
+        const std::u16string_view folded = stepLettersFoldedFrom(codePointAt(text, next));
+        if (folded.empty() || !kFolded.substr(matched).starts_with(folded)) return -1;
+        matched += folded.size();
         i = next;
     }
     return i;
@@ -65,18 +57,13 @@ int32_t runEnd(Text text, int32_t at, Belongs belongs) {
     return at;
 }
 
-bool isDigit(UChar32 c) {
-    if (c < 0x80) return c >= u'0' && c <= u'9';
-    return u_isdigit(c);
-}
-
 // "Step\s+\d+" from `at`: where it ends, or -1.
 int32_t numberedStepEnd(Text text, int32_t at) {
     const int32_t word = stepWordEnd(text, at);
     if (word < 0) return -1;
     const int32_t blanks = runEnd(text, word, isWhiteSpace);
     if (blanks == word) return -1;
-    const int32_t digits = runEnd(text, blanks, isDigit);
+    const int32_t digits = runEnd(text, blanks, isDecimalDigit);
     return digits == blanks ? -1 : digits;
 }
 
@@ -112,6 +99,25 @@ std::vector<TextRange> matchesAt(std::u16string_view u, const std::vector<int32_
 }
 
 }  // namespace
+
+std::u16string_view stepLettersFoldedFrom(UChar32 c) {
+    if (c == 0x017F) return u"s";                  // ſ
+    if (c == 0xFB05 || c == 0xFB06) return u"st";  // ﬅ, ﬆ
+    return {};
+}
+
+bool isDecimalDigit(UChar32 c) {
+    if (c < 0x80) return c >= '0' && c <= '9';
+    if (c > 0xFFFF) return u_isdigit(c);
+    // Looked up once per process, when a text first holds a character beyond ASCII where a
+    // digit may stand: a lookup in ICU per character costs more than the scans themselves.
+    static const std::bitset<0x10000> kDigits = [] {
+        std::bitset<0x10000> digits;
+        for (UChar32 d = 0x80; d <= 0xFFFF; ++d) digits[static_cast<std::size_t>(d)] = u_isdigit(d);
+        return digits;
+    }();
+    return kDigits[static_cast<std::size_t>(c)];
+}
 
 std::vector<TextRange> stepMarkersBeforeLetters(std::u16string_view text,
                                                 const std::vector<int32_t>& candidates) {
@@ -151,7 +157,7 @@ std::vector<TextRange> numberedItemsNotAtLineStarts(std::u16string_view text,
                                                     const std::vector<int32_t>& candidates) {
     return matchesAt(text, candidates, [](Text t, int32_t at) {
         if (at > 0 && t.units[at - 1] == u'\n') return -1;
-        const int32_t digits = runEnd(t, at, isDigit);
+        const int32_t digits = runEnd(t, at, isDecimalDigit);
         if (digits == at || digits >= t.length || t.units[digits] != u'.') return -1;
         int32_t next = digits + 1;
         return next < t.length && isWhiteSpace(codePointAt(t, next)) ? next : -1;

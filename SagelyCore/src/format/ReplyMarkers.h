@@ -25,6 +25,14 @@ constexpr bool mayStartStepWord(char16_t c) {
     return ((c | 0x20) == u's') | (c == u'\u017F') | (c == u'\uFB05') | (c == u'\uFB06');
 }
 
+/// What the code point beyond ASCII folds to where it can be part of "Step" under full case
+/// folding: "s" for "ſ", "st" for "ﬅ" and "ﬆ", nothing for every other one (no other character
+/// folds to a piece of the word).
+std::u16string_view stepLettersFoldedFrom(UChar32 c);
+
+/// Whether the code point is a decimal digit ("\d", general category Nd).
+bool isDecimalDigit(UChar32 c);
+
 /// "(?i)(Step\s+\d+\s*:)([A-Za-z])": a marker glued to the letter after it.
 std::vector<TextRange> stepMarkersBeforeLetters(std::u16string_view text,
                                                 const std::vector<int32_t>& candidates);

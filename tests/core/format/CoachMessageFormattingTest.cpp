@@ -747,3 +747,33 @@ TEST(ReplyMarkers, EveryCharacterThatFoldsOntoTheStartOfStepIsACandidate) {
         }
     }
 }
+
+// The word is matched beyond ASCII from a short list: every code point whose full case folding
+// could stand for a piece of "step" must be on it, with that folding.
+TEST(ReplyMarkers, OnlyTheLongSAndTheStLigaturesFoldOntoPiecesOfStep) {
+    constexpr std::u16string_view kWord = u"step";
+    for (UChar32 c = 0x80; c <= 0x10FFFF; ++c) {
+        if (U_IS_SURROGATE(c)) continue;
+        UChar units[2] = {};
+        int32_t count = 0;
+        U16_APPEND_UNSAFE(units, count, c);
+        UChar folded[8] = {};
+        UErrorCode status = U_ZERO_ERROR;
+        const int32_t length = u_strFoldCase(folded, 8, units, count, U_FOLD_CASE_DEFAULT, &status);
+        ASSERT_TRUE(U_SUCCESS(status));
+        const std::u16string_view fold(folded, static_cast<std::size_t>(length));
+        bool piece = false;
+        for (std::size_t at = 0; at < kWord.size(); ++at)
+            piece |= !fold.empty() && kWord.substr(at).starts_with(fold);
+        ASSERT_EQ(sagely::detail::stepLettersFoldedFrom(c), piece ? fold : std::u16string_view())
+            << "U+" << std::hex << c;
+    }
+}
+
+TEST(ReplyMarkers, DecimalDigitsAreWhatIcuCallsDigits) {
+    for (UChar32 c = 0; c <= 0x10FFFF; ++c) {
+        if (U_IS_SURROGATE(c)) continue;
+        ASSERT_EQ(sagely::detail::isDecimalDigit(c), static_cast<bool>(u_isdigit(c)))
+            << "U+" << std::hex << c;
+    }
+}
