@@ -26,12 +26,11 @@ using detail::blanksFrom;
 using detail::isDecimalDigit;
 using detail::isWhiteSpace;
 using detail::mayStartStepWord;
-using detail::numberedItemsNotAtLineStarts;
-using detail::stepHeadings;
-using detail::stepMarkersAfterSentences;
-using detail::stepMarkersBeforeLetters;
-using detail::stepMarkersNotAtLineStarts;
-using detail::TextRange;
+using detail::numberedItemNotAtLineStartEnd;
+using detail::stepHeadingEnd;
+using detail::stepMarkerAfterSentenceEnd;
+using detail::stepMarkerBeforeLetterEnd;
+using detail::stepMarkerNotAtLineStartEnd;
 using detail::trimmedView;
 using detail::utf8Of;
 
@@ -257,33 +256,33 @@ void collapseBlankRuns(std::u16string& u) {
 }
 
 // --- Where a pattern can match ---------------------------------------------------------------
-// Each list holds every position where a match can start, and a few more: the patterns decide.
-// The lists only spare the matchers from trying the pattern at every position of the text.
+// Each scan calls its callback, in ascending order, at every position where a match can start,
+// and at a few more: the matchers decide. The scans only spare the matchers from trying the
+// pattern at every position of the text, and they hand the positions on as they find them, so
+// text dense in them costs no list of them.
 
 // A case-insensitive "Step": an "s" before a "t", or a character that folds to "s" or "st".
 // Other text, in any script, costs no more than ASCII prose.
-std::vector<int32_t> possibleStepWords(std::u16string_view u) {
-    std::vector<int32_t> positions;
+template <typename OnCandidate>
+void forEachPossibleStepWord(std::u16string_view u, OnCandidate onCandidate) {
     forEachPairWhere(
         u,
         [](char16_t c, char16_t next) {
             return mayStartStepWord(c) & (mayFoldToT(next) | isNonAscii(c));
         },
-        [&](int32_t i) { positions.push_back(i); });
-    return positions;
+        onCandidate);
 }
 
 // Sentence punctuation right before a possible "Step" (the character after the last is 0).
-std::vector<int32_t> possibleSentenceEnds(std::u16string_view u) {
-    std::vector<int32_t> positions;
+template <typename OnCandidate>
+void forEachPossibleSentenceEnd(std::u16string_view u, OnCandidate onCandidate) {
     forEachPairWhere(
         u,
         [](char16_t c, char16_t next) {
             unsigned punctuation = (c == u':') + (c == u'.') + (c == u'!') + (c == u'?');
             return punctuation & mayStartStepWord(next);
         },
-        [&](int32_t i) { positions.push_back(i); });
-    return positions;
+        onCandidate);
 }
 
 // The length of the decimal digit at `i` (0 when there is none).
@@ -311,8 +310,8 @@ int32_t digitStartBefore(const char16_t* text, int32_t end) {
 // fails there but not one digit later). A later digit of the run cannot start a match where the
 // first could not: the greedy digits reach the same full stop either way. The runs are found
 // from their full stops back, which reads each digit once and branches little on other text.
-std::vector<int32_t> possibleNumbers(std::u16string_view u) {
-    std::vector<int32_t> positions;
+template <typename OnCandidate>
+void forEachPossibleNumber(std::u16string_view u, OnCandidate onCandidate) {
     const char16_t* text = u.data();
     const int32_t length = lengthOf(u);
     auto mayEndNumber = [](char16_t c, char16_t next) {
@@ -325,12 +324,24 @@ std::vector<int32_t> possibleNumbers(std::u16string_view u) {
              runStart > 0 && (digit = digitStartBefore(text, runStart)) < runStart;)
             runStart = digit;
         if (runStart == stop) return;
-        positions.push_back(runStart);
+        onCandidate(runStart);
         int32_t second = runStart + digitLength(text, runStart, length);
-        if (runStart > 0 && text[runStart - 1] == u'\n' && second < stop)
-            positions.push_back(second);
+        if (runStart > 0 && text[runStart - 1] == u'\n' && second < stop) onCandidate(second);
     });
-    return positions;
+}
+
+// Tries `matchEnd` at each candidate position, in ascending order, as successive finds of one
+// pattern do: a match is looked for only where no earlier match reaches; onMatch(start, end).
+template <typename OnMatch>
+auto successiveFinds(std::u16string_view u, int32_t (*matchEnd)(std::u16string_view, int32_t),
+                     OnMatch onMatch) {
+    return [u, matchEnd, onMatch, resumeAt = int32_t{0}](int32_t at) mutable {
+        if (at < resumeAt) return;
+        const int32_t end = matchEnd(u, at);
+        if (end < 0) return;
+        onMatch(at, end);
+        resumeAt = end;
+    };
 }
 
 // --- Sentence starts -------------------------------------------------------------------------
@@ -386,26 +397,33 @@ void splitSentenceStarts(std::u16string& u) {
 // in at the ends of the groups.
 void separateMarkers(std::u16string& u) {
     std::vector<LineBreaks> breaks;
-    // Two line feeds at the given offset into each match.
-    auto breakInside = [&](const std::vector<TextRange>& matches, auto offsetOf) {
-        breaks.clear();
-        for (TextRange match : matches) breaks.push_back({offsetOf(match), 2});
+    auto putIn = [&] {
         insertLineBreaks(u, breaks);
+        breaks.clear();
     };
     // "$1\n\n$2", before the letter that ends the match
-    breakInside(stepMarkersBeforeLetters(u, possibleStepWords(u)),
-                [](TextRange match) { return match.second - 1; });
-    breaks.clear();
-    for (TextRange match : stepMarkersNotAtLineStarts(u, possibleStepWords(u))) {
-        breaks.push_back({match.first, 2});  // "\n\n$1\n"
-        breaks.push_back({match.second, 1});
-    }
-    insertLineBreaks(u, breaks);
-    breakInside(numberedItemsNotAtLineStarts(u, possibleNumbers(u)),  // "\n\n$1"
-                [](TextRange match) { return match.first; });
+    forEachPossibleStepWord(
+        u, successiveFinds(u, stepMarkerBeforeLetterEnd, [&](int32_t, int32_t end) {
+            breaks.push_back({end - 1, 2});
+        }));
+    putIn();
+    forEachPossibleStepWord(
+        u, successiveFinds(u, stepMarkerNotAtLineStartEnd, [&](int32_t start, int32_t end) {
+            breaks.push_back({start, 2});  // "\n\n$1\n"
+            breaks.push_back({end, 1});
+        }));
+    putIn();
+    forEachPossibleNumber(
+        u, successiveFinds(u, numberedItemNotAtLineStartEnd, [&](int32_t start, int32_t) {
+            breaks.push_back({start, 2});  // "\n\n$1"
+        }));
+    putIn();
     // "$1\n\n$2", after the punctuation that starts the match
-    breakInside(stepMarkersAfterSentences(u, possibleSentenceEnds(u)),
-                [](TextRange match) { return match.first + 1; });
+    forEachPossibleSentenceEnd(
+        u, successiveFinds(u, stepMarkerAfterSentenceEnd, [&](int32_t start, int32_t) {
+            breaks.push_back({start + 1, 2});
+        }));
+    putIn();
     splitSentenceStarts(u);
 }
 
@@ -624,7 +642,10 @@ CoachMessageFormatting::ProceduralStep stepFromBody(std::string_view body) {
 // The procedure of a normalised text.
 std::optional<CoachMessageFormatting::ProceduralContent> proceduralContentOf(
     std::u16string_view u) {
-    auto matches = stepHeadings(u, possibleStepWords(u));
+    std::vector<std::pair<int32_t, int32_t>> matches;  // [start, end) of each step heading
+    forEachPossibleStepWord(u, successiveFinds(u, stepHeadingEnd, [&](int32_t start, int32_t end) {
+                                matches.emplace_back(start, end);
+                            }));
     if (matches.size() < 2) return std::nullopt;
     CoachMessageFormatting::ProceduralContent content;
     if (matches.front().first >= 1)

@@ -15,6 +15,10 @@ struct Text {
     int32_t length;
 };
 
+Text textOf(std::u16string_view text) {
+    return {text.data(), static_cast<int32_t>(text.size())};
+}
+
 UChar32 codePointAt(Text text, int32_t& next) {
     UChar32 c = 0;
     U16_NEXT(text.units, next, text.length, c);
@@ -80,24 +84,6 @@ bool isLetterWhateverItsCase(char16_t c) {
     return static_cast<char16_t>((c | 0x20) - u'a') < 26 || c == u'\u017F' || c == u'\u212A';
 }
 
-// The matches `matchEnd` finds at the candidates (it gives -1 where there is none), skipping
-// those that start inside an earlier match, as successive finds do.
-template <typename MatchEnd>
-std::vector<TextRange> matchesAt(std::u16string_view u, const std::vector<int32_t>& candidates,
-                                 MatchEnd matchEnd) {
-    const Text text{u.data(), static_cast<int32_t>(u.size())};
-    std::vector<TextRange> matches;
-    int32_t resumeAt = 0;
-    for (int32_t at : candidates) {
-        if (at < resumeAt) continue;
-        const int32_t end = matchEnd(text, at);
-        if (end < 0) continue;
-        matches.emplace_back(at, end);
-        resumeAt = end;
-    }
-    return matches;
-}
-
 }  // namespace
 
 std::u16string_view stepLettersFoldedFrom(UChar32 c) {
@@ -119,49 +105,38 @@ bool isDecimalDigit(UChar32 c) {
     return kDigits[static_cast<std::size_t>(c)];
 }
 
-std::vector<TextRange> stepMarkersBeforeLetters(std::u16string_view text,
-                                                const std::vector<int32_t>& candidates) {
-    return matchesAt(text, candidates, [](Text t, int32_t at) {
-        const int32_t marker = stepMarkerEnd(t, at);
-        return marker >= 0 && marker < t.length && isLetterWhateverItsCase(t.units[marker])
-                   ? marker + 1
-                   : -1;
-    });
+int32_t stepMarkerBeforeLetterEnd(std::u16string_view text, int32_t at) {
+    const Text t = textOf(text);
+    const int32_t marker = stepMarkerEnd(t, at);
+    return marker >= 0 && marker < t.length && isLetterWhateverItsCase(t.units[marker]) ? marker + 1
+                                                                                        : -1;
 }
 
-std::vector<TextRange> stepMarkersNotAtLineStarts(std::u16string_view text,
-                                                  const std::vector<int32_t>& candidates) {
-    return matchesAt(text, candidates, [](Text t, int32_t at) {
-        return at > 0 && t.units[at - 1] == u'\n' ? -1 : stepMarkerEnd(t, at);
-    });
+int32_t stepMarkerNotAtLineStartEnd(std::u16string_view text, int32_t at) {
+    return at > 0 && text[static_cast<std::size_t>(at) - 1] == u'\n'
+               ? -1
+               : stepMarkerEnd(textOf(text), at);
 }
 
-std::vector<TextRange> stepMarkersAfterSentences(std::u16string_view text,
-                                                 const std::vector<int32_t>& candidates) {
-    return matchesAt(text, candidates, [](Text t, int32_t at) {
-        const char16_t c = t.units[at];
-        const bool endsSentence = c == u':' || c == u'.' || c == u'!' || c == u'?';
-        return endsSentence ? numberedStepEnd(t, at + 1) : -1;
-    });
+int32_t stepMarkerAfterSentenceEnd(std::u16string_view text, int32_t at) {
+    const char16_t c = text[static_cast<std::size_t>(at)];
+    const bool endsSentence = c == u':' || c == u'.' || c == u'!' || c == u'?';
+    return endsSentence ? numberedStepEnd(textOf(text), at + 1) : -1;
 }
 
-std::vector<TextRange> stepHeadings(std::u16string_view text,
-                                    const std::vector<int32_t>& candidates) {
-    return matchesAt(text, candidates, [](Text t, int32_t at) {
-        const int32_t marker = stepMarkerEnd(t, at);
-        return marker < 0 ? -1 : runEnd(t, marker, isWhiteSpace);
-    });
+int32_t stepHeadingEnd(std::u16string_view text, int32_t at) {
+    const Text t = textOf(text);
+    const int32_t marker = stepMarkerEnd(t, at);
+    return marker < 0 ? -1 : runEnd(t, marker, isWhiteSpace);
 }
 
-std::vector<TextRange> numberedItemsNotAtLineStarts(std::u16string_view text,
-                                                    const std::vector<int32_t>& candidates) {
-    return matchesAt(text, candidates, [](Text t, int32_t at) {
-        if (at > 0 && t.units[at - 1] == u'\n') return -1;
-        const int32_t digits = runEnd(t, at, isDecimalDigit);
-        if (digits == at || digits >= t.length || t.units[digits] != u'.') return -1;
-        int32_t next = digits + 1;
-        return next < t.length && isWhiteSpace(codePointAt(t, next)) ? next : -1;
-    });
+int32_t numberedItemNotAtLineStartEnd(std::u16string_view text, int32_t at) {
+    const Text t = textOf(text);
+    if (at > 0 && t.units[at - 1] == u'\n') return -1;
+    const int32_t digits = runEnd(t, at, isDecimalDigit);
+    if (digits == at || digits >= t.length || t.units[digits] != u'.') return -1;
+    int32_t next = digits + 1;
+    return next < t.length && isWhiteSpace(codePointAt(t, next)) ? next : -1;
 }
 
 }  // namespace sagely::detail

@@ -1,19 +1,18 @@
 // ReplyMarkers — the "Step N:" and "N. " markers of a reply, found by hand.
 //
-// Each function gives exactly the matches of one of the repair's patterns, as successive finds
-// of it report them, in one linear pass: "Step" is compared under full case folding (so "ſtep"
-// and "ﬆep" are markers too), "\s" is White_Space, "\d" a decimal digit. The classes a marker is
-// made of never share a character, so a marker has one reading and needs no backtracking, where
-// a regular expression engine spends most of a reply full of long runs.
-//
-// `candidates` (ascending) must hold every position where a match can start; other positions
-// are rejected. A "Step" can only start at a code unit for which mayStartStepWord holds.
+// Each matcher tells whether one of the repair's patterns matches at a given place, and where
+// that match ends: "Step" is compared under full case folding (so "ſtep" and "ﬆep" are markers
+// too), "\s" is White_Space, "\d" a decimal digit. The classes a marker is made of never share a
+// character, so a marker has one reading and needs no backtracking, where a regular expression
+// engine spends most of a reply full of long runs. Callers try the places where a match can
+// start, in order, skipping those inside an earlier match, as successive finds do; a "Step" can
+// only start at a code unit for which mayStartStepWord holds.
 #pragma once
 
-#include "format/IcuRegex.h"
+#include <unicode/umachine.h>
 
+#include <cstdint>
 #include <string_view>
-#include <vector>
 
 namespace sagely::detail {
 
@@ -33,24 +32,22 @@ std::u16string_view stepLettersFoldedFrom(UChar32 c);
 /// Whether the code point is a decimal digit ("\d", general category Nd).
 bool isDecimalDigit(UChar32 c);
 
+// Each of the following gives where a match of its pattern that starts at `at` ends, or -1
+// when none starts there.
+
 /// "(?i)(Step\s+\d+\s*:)([A-Za-z])": a marker glued to the letter after it.
-std::vector<TextRange> stepMarkersBeforeLetters(std::u16string_view text,
-                                                const std::vector<int32_t>& candidates);
+int32_t stepMarkerBeforeLetterEnd(std::u16string_view text, int32_t at);
 
 /// "(?<!\n)(Step\s+\d+\s*:)", case-insensitive: a marker not at the start of a line.
-std::vector<TextRange> stepMarkersNotAtLineStarts(std::u16string_view text,
-                                                  const std::vector<int32_t>& candidates);
+int32_t stepMarkerNotAtLineStartEnd(std::u16string_view text, int32_t at);
 
 /// "([:.!?])(Step\s+\d+)", case-insensitive: a marker glued to the end of a sentence.
-std::vector<TextRange> stepMarkersAfterSentences(std::u16string_view text,
-                                                 const std::vector<int32_t>& candidates);
+int32_t stepMarkerAfterSentenceEnd(std::u16string_view text, int32_t at);
 
 /// "(?i)Step\s+(\d+)\s*:\s*": a marker with the blanks after it.
-std::vector<TextRange> stepHeadings(std::u16string_view text,
-                                    const std::vector<int32_t>& candidates);
+int32_t stepHeadingEnd(std::u16string_view text, int32_t at);
 
 /// "(?<!\n)(\d+\.\s)": a numbered item not at the start of a line.
-std::vector<TextRange> numberedItemsNotAtLineStarts(std::u16string_view text,
-                                                    const std::vector<int32_t>& candidates);
+int32_t numberedItemNotAtLineStartEnd(std::u16string_view text, int32_t at);
 
 }  // namespace sagely::detail

@@ -486,6 +486,15 @@ TEST(FormattingShortcuts, GiveThePatternsResultsOnTextBeyondAsciiAndMalformedByt
     }
 }
 
+// A marker glued to the word of the next one: the letter that ends the first match is where the
+// next marker starts, and a search goes on after the first match, so the second is not found.
+TEST(FormattingShortcuts, AMarkerGluedToTheNextMarkerIsFoundAsASearchFindsIt) {
+    for (const char* reply :
+         {"Step 1:Step 2:x", "Step 1:step 2: a", "intro Step 1:Step 2:Step 3:y",
+          "STEP 1:\u017Ftep 2:z", "x.Step 1:Step 2:a", "Step 1:Step", "Step 1:S"})
+        EXPECT_EQ(normalize(reply), referenceNormalize(reply)) << reply;
+}
+
 // --- Long runs: the patterns that used to read a run once per position of it ----------------
 
 namespace {
@@ -646,32 +655,46 @@ TEST(FormattingShortcuts, SplitSentenceStartsAsThePhrasePatternsDo) {
 namespace {
 
 using sagely::detail::TextRange;
-using MarkerScan = std::vector<TextRange> (*)(std::u16string_view, const std::vector<int32_t>&);
+using MatchEnd = int32_t (*)(std::u16string_view, int32_t);
 
 struct MarkerPattern {
     const char16_t* pattern;
     uint32_t flags;
-    MarkerScan scan;
+    MatchEnd matchEnd;
 };
 
 const std::array<MarkerPattern, 5> kMarkerPatterns = {{
-    {u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])", 0, sagely::detail::stepMarkersBeforeLetters},
+    {u"(?i)(Step\\s+\\d+\\s*:)([A-Za-z])", 0, sagely::detail::stepMarkerBeforeLetterEnd},
     {u"(?<!\n)(Step\\s+\\d+\\s*:)", UREGEX_CASE_INSENSITIVE,
-     sagely::detail::stepMarkersNotAtLineStarts},
-    {u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE, sagely::detail::stepMarkersAfterSentences},
-    {u"(?i)Step\\s+(\\d+)\\s*:\\s*", 0, sagely::detail::stepHeadings},
-    {u"(?<!\n)(\\d+\\.\\s)", 0, sagely::detail::numberedItemsNotAtLineStarts},
+     sagely::detail::stepMarkerNotAtLineStartEnd},
+    {u"([:.!?])(Step\\s+\\d+)", UREGEX_CASE_INSENSITIVE,
+     sagely::detail::stepMarkerAfterSentenceEnd},
+    {u"(?i)Step\\s+(\\d+)\\s*:\\s*", 0, sagely::detail::stepHeadingEnd},
+    {u"(?<!\n)(\\d+\\.\\s)", 0, sagely::detail::numberedItemNotAtLineStartEnd},
 }};
 
-// Compares each scan, given every position as a candidate, with a search of its pattern.
+// The matcher tried at every position, as successive finds try a pattern.
+std::vector<TextRange> matchesTryingEveryPosition(std::u16string_view text, MatchEnd matchEnd) {
+    std::vector<TextRange> matches;
+    for (int32_t at = 0; at < static_cast<int32_t>(text.size());) {
+        const int32_t end = matchEnd(text, at);
+        if (end < 0) {
+            ++at;
+            continue;
+        }
+        matches.emplace_back(at, end);
+        at = end;
+    }
+    return matches;
+}
+
+// Compares each matcher, tried at every position, with a search of its pattern.
 void expectSameMarkersAsThePatterns(const icu::UnicodeString& text, const std::string& what) {
-    std::vector<int32_t> everywhere(static_cast<std::size_t>(text.length()));
-    for (int32_t i = 0; i < text.length(); ++i) everywhere[static_cast<std::size_t>(i)] = i;
     const std::u16string_view view(text.getBuffer(), static_cast<std::size_t>(text.length()));
     for (const MarkerPattern& marker : kMarkerPatterns) {
         std::string pattern;
         icu::UnicodeString(marker.pattern).toUTF8String(pattern);
-        ASSERT_EQ(marker.scan(view, everywhere),
+        ASSERT_EQ(matchesTryingEveryPosition(view, marker.matchEnd),
                   IcuRegex(marker.pattern, marker.flags).matchRanges(text))
             << what << " with " << pattern;
     }
