@@ -76,6 +76,10 @@ enum Input {
     cjkProse,
     emojiProse,
     mixed,
+    gluedStepMarkers,       // "Step 1:a" over and over: every marker is split off
+    markersAfterSentences,  // ".Step 1"
+    numberedItems,          // "1. "
+    longS,                  // "ſ", which folds to the "s" of "Step"
 };
 
 // Runs of `blank` at both ends and between "*" and "x*", the places where trimming and
@@ -140,6 +144,14 @@ std::string input(Input kind, std::size_t bytes) {
             return repeatedTo(bytes, kCjkProse);
         case emojiProse:
             return repeatedTo(bytes, kEmojiProse);
+        case gluedStepMarkers:
+            return repeatedTo(bytes, "Step 1:a");
+        case markersAfterSentences:
+            return repeatedTo(bytes, ".Step 1");
+        case numberedItems:
+            return repeatedTo(bytes, "1. ");
+        case longS:
+            return repeatedTo(bytes, "\u017F");
         case mixed: {  // pieces of every other input, drawn at random
             const std::string pieces[] = {"Open the Library panel. ",
                                           "Step 12: ",
@@ -168,7 +180,8 @@ void megabyteOfEachInput(benchmark::internal::Benchmark* benchmark) {
     benchmark->ArgNames({"input", "bytes"});
     for (Input kind :
          {prose, digitsThenStop, spacesBetweenStars, adversarial, random, ideographicSpaces,
-          noBreakSpaces, otherUnicodeBlanks, malformedBytes, cjkProse, emojiProse, mixed})
+          noBreakSpaces, otherUnicodeBlanks, malformedBytes, cjkProse, emojiProse, mixed,
+          gluedStepMarkers, markersAfterSentences, numberedItems, longS})
         benchmark->Args({kind, kMegabyte});
 }
 

@@ -14,6 +14,7 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <deque>
 #include <string>
 #include <string_view>
 
@@ -96,9 +97,9 @@ bool isNonAscii(char16_t c) {
     return c >= 0x80;
 }
 
-// A "t" of either case, or anything non-ASCII, which the marker scan decides on.
-bool mayFoldToT(char16_t c) {
-    return ((c | 0x20) == u't') | isNonAscii(c);
+// Whether the unit is `letter` (a lower-case ASCII letter) or its capital.
+bool isEitherCaseOf(char16_t unit, char16_t letter) {
+    return (unit | 0x20) == letter;
 }
 
 // What "[a-zA-Z0-9!)]" matches.
@@ -149,8 +150,13 @@ struct LineBreaks {
     int32_t count;
 };
 
+// The line feeds a step puts in, in ascending order of position. Text dense in markers has one
+// for every few characters: a list of small blocks grows without moving what it holds and
+// without asking the system for fresh memory, as one array doubling to megabytes would.
+using BreakList = std::deque<LineBreaks>;
+
 // Puts in the line feeds, given in ascending order of position.
-void insertLineBreaks(std::u16string& u, const std::vector<LineBreaks>& breaks) {
+void insertLineBreaks(std::u16string& u, const BreakList& breaks) {
     if (breaks.empty()) return;
     std::size_t added = 0;
     for (const LineBreaks& b : breaks) added += static_cast<std::size_t>(b.count);
@@ -261,14 +267,18 @@ void collapseBlankRuns(std::u16string& u) {
 // pattern at every position of the text, and they hand the positions on as they find them, so
 // text dense in them costs no list of them.
 
-// A case-insensitive "Step": an "s" before a "t", or a character that folds to "s" or "st".
-// Other text, in any script, costs no more than ASCII prose.
+// A case-insensitive "Step": "s", "S" or "ſ" before a "t" of either case, or "ﬅ" or "ﬆ" before
+// an "e". No other character folds onto a piece of the word (ReplyMarkers' stepLettersFoldedFrom),
+// so only these pairs can start one, and other text, in any script, costs no more than prose.
 template <typename OnCandidate>
 void forEachPossibleStepWord(std::u16string_view u, OnCandidate onCandidate) {
     forEachPairWhere(
         u,
         [](char16_t c, char16_t next) {
-            return mayStartStepWord(c) & (mayFoldToT(next) | isNonAscii(c));
+            const unsigned foldsToS = isEitherCaseOf(c, u's') | (c == u'\u017F');
+            const unsigned foldsToSt = (c == u'\uFB05') | (c == u'\uFB06');
+            return (foldsToS & isEitherCaseOf(next, u't')) |
+                   (foldsToSt & isEitherCaseOf(next, u'e'));
         },
         onCandidate);
 }
@@ -371,7 +381,7 @@ void splitSentenceStarts(std::u16string& u) {
     const std::u16string_view text = u;
     // Where each phrase's last match ended.
     std::array<std::size_t, kSentenceStarts.size()> resumeAt{};
-    std::vector<LineBreaks> breaks;
+    BreakList breaks;
     auto capitalAfterSetCharacter = [](char16_t c, char16_t next) {
         return isSetFollowingCharacter(c) & (static_cast<char16_t>(next - u'A') < 26);
     };
@@ -396,7 +406,7 @@ void splitSentenceStarts(std::u16string& u) {
 // match ("$1\n\n$2" with "(…)(…)", "\n\n$1\n" with "(…)"), so its replacements are line feeds put
 // in at the ends of the groups.
 void separateMarkers(std::u16string& u) {
-    std::vector<LineBreaks> breaks;
+    BreakList breaks;
     auto putIn = [&] {
         insertLineBreaks(u, breaks);
         breaks.clear();
