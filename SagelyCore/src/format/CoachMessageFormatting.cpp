@@ -14,7 +14,7 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -150,28 +150,57 @@ struct LineBreaks {
     int32_t count;
 };
 
-// The line feeds a step puts in, in ascending order of position. Text dense in markers has one
-// for every few characters: a list of small blocks grows without moving what it holds and
-// without asking the system for fresh memory, as one array doubling to megabytes would.
-using BreakList = std::deque<LineBreaks>;
+// The line feeds a step puts in, in ascending order of position, kept in blocks of a fixed size.
+// Text dense in markers has some for every few characters: one array doubling to megabytes would
+// move what it holds at each doubling and ask the system for fresh memory each time.
+class BreakList {
+public:
+    void push_back(LineBreaks breaks) {
+        if (m_count == m_blocks.size() * kBlock) m_blocks.emplace_back(new Block);
+        (*m_blocks[m_count / kBlock])[m_count % kBlock] = breaks;
+        ++m_count;
+        m_lineFeeds += static_cast<std::size_t>(breaks.count);
+    }
+    bool empty() const { return m_count == 0; }
+    std::size_t lineFeeds() const { return m_lineFeeds; }
+    /// Empties the list; its blocks stay for the next step.
+    void clear() {
+        m_count = 0;
+        m_lineFeeds = 0;
+    }
+    template <typename Visit>
+    void forEachFromTheLast(Visit visit) const {
+        for (std::size_t i = m_count; i-- > 0;) visit((*m_blocks[i / kBlock])[i % kBlock]);
+    }
 
-// Puts in the line feeds, given in ascending order of position.
+private:
+    static constexpr std::size_t kBlock = 4096;  // 32 KB, which the allocator keeps for reuse
+    using Block = std::array<LineBreaks, kBlock>;
+    std::vector<std::unique_ptr<Block>> m_blocks;
+    std::size_t m_count = 0;
+    std::size_t m_lineFeeds = 0;
+};
+
+// Puts in the line feeds. The text between two breaks is often a few characters long, which a
+// loop moves faster than a call would.
 void insertLineBreaks(std::u16string& u, const BreakList& breaks) {
     if (breaks.empty()) return;
-    std::size_t added = 0;
-    for (const LineBreaks& b : breaks) added += static_cast<std::size_t>(b.count);
     std::size_t from = u.size();  // the end of the text still to move
-    u.resize(u.size() + added);
+    u.resize(u.size() + breaks.lineFeeds());
+    char16_t* text = u.data();
     std::size_t to = u.size();
-    for (auto b = breaks.rbegin(); b != breaks.rend(); ++b) {
-        auto at = static_cast<std::size_t>(b->at);
-        to -= from - at;
-        std::char_traits<char16_t>::move(u.data() + to, u.data() + at, from - at);
-        to -= static_cast<std::size_t>(b->count);
-        std::char_traits<char16_t>::assign(u.data() + to, static_cast<std::size_t>(b->count),
-                                           u'\n');
+    breaks.forEachFromTheLast([&](LineBreaks b) {
+        const auto at = static_cast<std::size_t>(b.at);
+        const std::size_t length = from - at;
+        to -= length;
+        if (length <= 16) {
+            for (std::size_t i = length; i-- > 0;) text[to + i] = text[at + i];  // from the end up
+        } else {
+            std::char_traits<char16_t>::move(text + to, text + at, length);
+        }
+        for (int32_t k = 0; k < b.count; ++k) text[--to] = u'\n';
         from = at;
-    }
+    });
 }
 
 // "\r\n" becomes "\n".

@@ -54,6 +54,12 @@ int32_t stepWordEnd(Text text, int32_t at) {
 template <typename Belongs>
 int32_t runEnd(Text text, int32_t at, Belongs belongs) {
     while (at < text.length) {
+        const char16_t unit = text.units[at];
+        if (unit < 0x80) {  // a code point of its own, tested without decoding
+            if (!belongs(unit)) break;
+            ++at;
+            continue;
+        }
         int32_t next = at;
         if (!belongs(codePointAt(text, next))) break;
         at = next;
@@ -61,13 +67,19 @@ int32_t runEnd(Text text, int32_t at, Belongs belongs) {
     return at;
 }
 
+// The classes of the runs, as objects of their own types so that each run's test is inlined.
+constexpr auto isBlank = [](UChar32 c) { return isWhiteSpace(c); };
+constexpr auto isDigit = [](UChar32 c) {
+    return c < 0x80 ? c >= '0' && c <= '9' : isDecimalDigit(c);
+};
+
 // "Step\s+\d+" from `at`: where it ends, or -1.
 int32_t numberedStepEnd(Text text, int32_t at) {
     const int32_t word = stepWordEnd(text, at);
     if (word < 0) return -1;
-    const int32_t blanks = runEnd(text, word, isWhiteSpace);
+    const int32_t blanks = runEnd(text, word, isBlank);
     if (blanks == word) return -1;
-    const int32_t digits = runEnd(text, blanks, isDecimalDigit);
+    const int32_t digits = runEnd(text, blanks, isDigit);
     return digits == blanks ? -1 : digits;
 }
 
@@ -75,7 +87,7 @@ int32_t numberedStepEnd(Text text, int32_t at) {
 int32_t stepMarkerEnd(Text text, int32_t at) {
     const int32_t number = numberedStepEnd(text, at);
     if (number < 0) return -1;
-    const int32_t colon = runEnd(text, number, isWhiteSpace);
+    const int32_t colon = runEnd(text, number, isBlank);
     return colon < text.length && text.units[colon] == u':' ? colon + 1 : -1;
 }
 
@@ -127,13 +139,13 @@ int32_t stepMarkerAfterSentenceEnd(std::u16string_view text, int32_t at) {
 int32_t stepHeadingEnd(std::u16string_view text, int32_t at) {
     const Text t = textOf(text);
     const int32_t marker = stepMarkerEnd(t, at);
-    return marker < 0 ? -1 : runEnd(t, marker, isWhiteSpace);
+    return marker < 0 ? -1 : runEnd(t, marker, isBlank);
 }
 
 int32_t numberedItemNotAtLineStartEnd(std::u16string_view text, int32_t at) {
     const Text t = textOf(text);
     if (at > 0 && t.units[at - 1] == u'\n') return -1;
-    const int32_t digits = runEnd(t, at, isDecimalDigit);
+    const int32_t digits = runEnd(t, at, isDigit);
     if (digits == at || digits >= t.length || t.units[digits] != u'.') return -1;
     int32_t next = digits + 1;
     return next < t.length && isWhiteSpace(codePointAt(t, next)) ? next : -1;

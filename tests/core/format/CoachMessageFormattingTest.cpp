@@ -495,6 +495,17 @@ TEST(FormattingShortcuts, AMarkerGluedToTheNextMarkerIsFoundAsASearchFindsIt) {
         EXPECT_EQ(normalize(reply), referenceNormalize(reply)) << reply;
 }
 
+// The line feeds of a step are kept in blocks of a few thousand: replies with more markers than
+// one block holds, where a block ends amid them.
+TEST(FormattingShortcuts, RepliesWithThousandsOfMarkersGiveThePatternsResults) {
+    for (const char* unit : {"x1. ", "Step 1:a", ".Step 1", "aClick"})
+        for (int count : {4095, 4096, 4097, 9000}) {
+            std::string reply;
+            for (int i = 0; i < count; ++i) reply += unit;
+            ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << count << " of " << unit;
+        }
+}
+
 // --- Long runs: the patterns that used to read a run once per position of it ----------------
 
 namespace {
