@@ -13,8 +13,6 @@
 namespace sagely::detail {
 namespace {
 
-constexpr const char* kEnd = nullptr;  // terminates libsecret's attribute lists
-
 // The generic schema that `secret-tool` also uses; lookups match on the attributes alone, so an
 // item made by hand with the same service and account is found too.
 const SecretSchema* apiKeySchema() {
@@ -119,7 +117,7 @@ SecretLookup SecretServiceStore::lookup(const std::string& service, const std::s
     GError* error = nullptr;
     gchar* secret =
         secret_password_lookup_sync(apiKeySchema(), deadline.cancellable(), &error, "service",
-                                    service.c_str(), "account", account.c_str(), kEnd);
+                                    service.c_str(), "account", account.c_str(), nullptr);
     noteOutcome(deadline.expired());
     bool readFailed = error != nullptr || deadline.expired();
     g_clear_error(&error);
@@ -146,7 +144,7 @@ void SecretServiceStore::write(const std::string& service, const std::string& ac
     GError* error = nullptr;
     secret_password_store_sync(apiKeySchema(), SECRET_COLLECTION_DEFAULT, labelFor(account).c_str(),
                                secret.c_str(), deadline.cancellable(), &error, "service",
-                               service.c_str(), "account", account.c_str(), kEnd);
+                               service.c_str(), "account", account.c_str(), nullptr);
     noteOutcome(deadline.expired());
     g_clear_error(&error);
 }
@@ -157,7 +155,7 @@ void SecretServiceStore::remove(const std::string& service, const std::string& a
     Deadline deadline(m_options.timeout);
     GError* error = nullptr;
     secret_password_clear_sync(apiKeySchema(), deadline.cancellable(), &error, "service",
-                               service.c_str(), "account", account.c_str(), kEnd);
+                               service.c_str(), "account", account.c_str(), nullptr);
     noteOutcome(deadline.expired());
     g_clear_error(&error);
 }
