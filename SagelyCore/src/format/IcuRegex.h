@@ -67,17 +67,4 @@ private:
     uint64_t m_id = 0;  // names this pattern's matchers in the thread-local cache
 };
 
-/// The positions of the code points of the text for which the predicate holds, ascending.
-template <typename Predicate>
-std::vector<int32_t> codePointPositions(const icu::UnicodeString& text, Predicate predicate) {
-    std::vector<int32_t> positions;
-    const int32_t length = text.length();
-    for (int32_t i = 0; i < length;) {
-        UChar32 c = text.char32At(i);
-        if (predicate(c)) positions.push_back(i);
-        i += U16_LENGTH(c);
-    }
-    return positions;
-}
-
 }  // namespace sagely::detail

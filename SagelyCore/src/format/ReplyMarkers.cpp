@@ -69,9 +69,7 @@ int32_t runEnd(Text text, int32_t at, Belongs belongs) {
 
 // The classes of the runs, as objects of their own types so that each run's test is inlined.
 constexpr auto isBlank = [](UChar32 c) { return isWhiteSpace(c); };
-constexpr auto isDigit = [](UChar32 c) {
-    return c < 0x80 ? c >= '0' && c <= '9' : isDecimalDigit(c);
-};
+constexpr auto isDigit = [](UChar32 c) { return isDecimalDigit(c); };
 
 // "Step\s+\d+" from `at`: where it ends, or -1.
 int32_t numberedStepEnd(Text text, int32_t at) {
@@ -104,8 +102,7 @@ std::u16string_view stepLettersFoldedFrom(UChar32 c) {
     return {};
 }
 
-bool isDecimalDigit(UChar32 c) {
-    if (c < 0x80) return c >= '0' && c <= '9';
+bool isDecimalDigitBeyondAscii(UChar32 c) {
     if (c > 0xFFFF) return u_isdigit(c);
     // Looked up once per process, when a text first holds a character beyond ASCII where a
     // digit may stand: a lookup in ICU per character costs more than the scans themselves.

@@ -29,8 +29,14 @@ constexpr bool mayStartStepWord(char16_t c) {
 /// folds to a piece of the word).
 std::u16string_view stepLettersFoldedFrom(UChar32 c);
 
-/// Whether the code point is a decimal digit ("\d", general category Nd).
-bool isDecimalDigit(UChar32 c);
+/// Whether a code point beyond ASCII is a decimal digit (general category Nd).
+bool isDecimalDigitBeyondAscii(UChar32 c);
+
+/// Whether the code point is a decimal digit ("\d", general category Nd). Inline, so that the
+/// scans test ASCII without a call.
+inline bool isDecimalDigit(UChar32 c) {
+    return c < 0x80 ? c >= '0' && c <= '9' : isDecimalDigitBeyondAscii(c);
+}
 
 // Each of the following gives where a match of its pattern that starts at `at` ends, or -1
 // when none starts there.
