@@ -107,23 +107,22 @@ bool isSetFollowingCharacter(char16_t c) {
     return isAsciiLetter(c) | isAsciiDigit(c) | (c == u'!') | (c == u')');
 }
 
-// Calls onHit(i), in ascending order, for each i where hit(text[i], text[i + 1]) holds (the
-// character after the last is 0). `hit` must not branch, for the blocks to vectorise.
-template <typename Hit, typename OnHit>
-void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
+// Calls onHit(i), in ascending order, for each i where hit(&text[i]) holds; `hit` reads the
+// kWidth units from there (those past the end read as 0). `hit` must not branch, for the blocks
+// to vectorise.
+template <std::size_t kWidth, typename Hit, typename OnHit>
+void forEachPlaceWhere(std::u16string_view u, Hit hit, OnHit onHit) {
     constexpr std::size_t kBlock = 64;
-    const char16_t* text = u.data();
-    std::size_t base = 0;
-    for (; base + kBlock < u.size(); base += kBlock) {  // text[i + 1] is within the text
+    // Whether any place of the block at `text` is a hit, and then which, as bits.
+    auto blockHits = [&hit](const char16_t* text) -> uint64_t {
         unsigned any = 0;
-        for (std::size_t i = base; i < base + kBlock; ++i) any |= hit(text[i], text[i + 1]);
-        if (any == 0) continue;
+        for (std::size_t i = 0; i < kBlock; ++i) any |= hit(text + i);
+        if (any == 0) return 0;
         // Without a branch per character either, for text with many hits: the tests of the
         // block are made into bytes, which vectorises, and each eight bytes are packed into
         // eight bits by one multiplication.
         std::array<uint8_t, kBlock> isHit;
-        for (std::size_t j = 0; j < kBlock; ++j)
-            isHit[j] = hit(text[base + j], text[base + j + 1]) != 0;
+        for (std::size_t j = 0; j < kBlock; ++j) isHit[j] = hit(text + j) != 0;
         static_assert(std::endian::native == std::endian::little, "isHit[j + k] is byte k");
         uint64_t hits = 0;
         for (std::size_t j = 0; j < kBlock; j += 8) {
@@ -131,11 +130,32 @@ void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
             std::memcpy(&eight, isHit.data() + j, sizeof eight);
             hits |= ((eight * 0x0102040810204080ULL) >> 56) << j;  // byte k of eight is bit k
         }
-        for (; hits != 0; hits &= hits - 1)
-            onHit(static_cast<int32_t>(base + static_cast<std::size_t>(std::countr_zero(hits))));
+        return hits;
+    };
+    auto report = [&onHit](std::size_t base, uint64_t hits, std::size_t count) {
+        for (; hits != 0; hits &= hits - 1) {
+            const auto j = static_cast<std::size_t>(std::countr_zero(hits));
+            if (j < count) onHit(static_cast<int32_t>(base + j));
+        }
+    };
+    std::size_t base = 0;
+    for (; base + kBlock + kWidth - 1 <= u.size(); base += kBlock)  // every read is in the text
+        report(base, blockHits(u.data() + base), kBlock);
+    // The rest, a block at a time, followed by zeros.
+    for (; base < u.size(); base += kBlock) {
+        std::array<char16_t, kBlock + kWidth - 1> tail{};
+        const std::size_t count = std::min(u.size() - base, tail.size());
+        std::copy_n(u.begin() + static_cast<std::ptrdiff_t>(base), count, tail.begin());
+        report(base, blockHits(tail.data()), std::min(count, kBlock));
     }
-    for (std::size_t i = base; i < u.size(); ++i)
-        if (hit(text[i], i + 1 < u.size() ? text[i + 1] : u'\0')) onHit(static_cast<int32_t>(i));
+}
+
+// Calls onHit(i), in ascending order, for each i where hit(text[i], text[i + 1]) holds (the
+// character after the last is 0).
+template <typename Hit, typename OnHit>
+void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
+    forEachPlaceWhere<2>(
+        u, [&hit](const char16_t* at) { return hit(at[0], at[1]); }, onHit);
 }
 
 // --- In-place steps --------------------------------------------------------------------------
@@ -267,13 +287,12 @@ void dropEmptyHeadings(std::u16string& u) {
 // Runs of three or more line feeds become two.
 void collapseBlankRuns(std::u16string& u) {
     std::vector<std::pair<std::size_t, std::size_t>> runs;  // [start, end) of each such run
-    forEachPairWhere(
-        u, [](char16_t c, char16_t next) { return (c == u'\n') & (next == u'\n'); },
-        [&](int32_t pair) {
-            auto start = static_cast<std::size_t>(pair);
-            if ((!runs.empty() && start < runs.back().second) || start + 2 >= u.size() ||
-                u[start + 2] != u'\n')
-                return;  // within a run already seen, or only two line feeds
+    forEachPlaceWhere<3>(
+        u,
+        [](const char16_t* at) { return (at[0] == u'\n') & (at[1] == u'\n') & (at[2] == u'\n'); },
+        [&](int32_t triple) {
+            auto start = static_cast<std::size_t>(triple);
+            if (!runs.empty() && start < runs.back().second) return;  // within a run already seen
             std::size_t end = start + 3;
             while (end < u.size() && u[end] == u'\n') ++end;
             runs.emplace_back(start, end);
@@ -371,10 +390,9 @@ void forEachPossibleNumber(std::u16string_view u, OnCandidate onCandidate) {
 
 // Tries `matchEnd` at each candidate position, in ascending order, as successive finds of one
 // pattern do: a match is looked for only where no earlier match reaches; onMatch(start, end).
-template <typename OnMatch>
-auto successiveFinds(std::u16string_view u, int32_t (*matchEnd)(std::u16string_view, int32_t),
-                     OnMatch onMatch) {
-    return [u, matchEnd, onMatch, resumeAt = int32_t{0}](int32_t at) mutable {
+template <auto matchEnd, typename OnMatch>
+auto successiveFinds(std::u16string_view u, OnMatch onMatch) {
+    return [u, onMatch, resumeAt = int32_t{0}](int32_t at) mutable {
         if (at < resumeAt) return;
         const int32_t end = matchEnd(u, at);
         if (end < 0) return;
@@ -442,24 +460,24 @@ void separateMarkers(std::u16string& u) {
     };
     // "$1\n\n$2", before the letter that ends the match
     forEachPossibleStepWord(
-        u, successiveFinds(u, stepMarkerBeforeLetterEnd, [&](int32_t, int32_t end) {
+        u, successiveFinds<stepMarkerBeforeLetterEnd>(u, [&](int32_t, int32_t end) {
             breaks.push_back({end - 1, 2});
         }));
     putIn();
     forEachPossibleStepWord(
-        u, successiveFinds(u, stepMarkerNotAtLineStartEnd, [&](int32_t start, int32_t end) {
+        u, successiveFinds<stepMarkerNotAtLineStartEnd>(u, [&](int32_t start, int32_t end) {
             breaks.push_back({start, 2});  // "\n\n$1\n"
             breaks.push_back({end, 1});
         }));
     putIn();
     forEachPossibleNumber(
-        u, successiveFinds(u, numberedItemNotAtLineStartEnd, [&](int32_t start, int32_t) {
+        u, successiveFinds<numberedItemNotAtLineStartEnd>(u, [&](int32_t start, int32_t) {
             breaks.push_back({start, 2});  // "\n\n$1"
         }));
     putIn();
     // "$1\n\n$2", after the punctuation that starts the match
     forEachPossibleSentenceEnd(
-        u, successiveFinds(u, stepMarkerAfterSentenceEnd, [&](int32_t start, int32_t) {
+        u, successiveFinds<stepMarkerAfterSentenceEnd>(u, [&](int32_t start, int32_t) {
             breaks.push_back({start + 1, 2});
         }));
     putIn();
@@ -682,7 +700,7 @@ CoachMessageFormatting::ProceduralStep stepFromBody(std::string_view body) {
 std::optional<CoachMessageFormatting::ProceduralContent> proceduralContentOf(
     std::u16string_view u) {
     std::vector<std::pair<int32_t, int32_t>> matches;  // [start, end) of each step heading
-    forEachPossibleStepWord(u, successiveFinds(u, stepHeadingEnd, [&](int32_t start, int32_t end) {
+    forEachPossibleStepWord(u, successiveFinds<stepHeadingEnd>(u, [&](int32_t start, int32_t end) {
                                 matches.emplace_back(start, end);
                             }));
     if (matches.size() < 2) return std::nullopt;

@@ -9,9 +9,13 @@
 // only start at a code unit for which mayStartStepWord holds.
 #pragma once
 
+#include "support/WhiteSpace.h"
+
 #include <unicode/umachine.h>
+#include <unicode/utf16.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace sagely::detail {
@@ -38,22 +42,152 @@ inline bool isDecimalDigit(UChar32 c) {
     return c < 0x80 ? c >= '0' && c <= '9' : isDecimalDigitBeyondAscii(c);
 }
 
+// The pieces the matchers are made of; inline, as are the matchers, so that the scans of a
+// reply dense in markers make no call per marker.
+namespace markers {
+
+struct Text {
+    const char16_t* units;
+    int32_t length;
+};
+
+inline Text textOf(std::u16string_view text) {
+    return {text.data(), static_cast<int32_t>(text.size())};
+}
+
+inline UChar32 codePointAt(Text text, int32_t& next) {
+    UChar32 c = 0;
+    U16_NEXT(text.units, next, text.length, c);
+    return c;
+}
+
+// Where "Step" ends when it starts at `at` (-1 when it does not). The text is case folded a
+// code point at a time and must fold to exactly "step": a fold that runs past its end, as "ﬆ"
+// would after "Ste", is no match.
+inline int32_t stepWordEnd(Text text, int32_t at) {
+    constexpr std::u16string_view kFolded = u"step";
+    if (at + 4 <= text.length) {  // four ASCII units are compared at once
+        uint64_t units = 0;
+        std::memcpy(&units, text.units + at, sizeof units);
+        constexpr uint64_t kStep = 0x0070'0065'0074'0073;  // "step", the first unit lowest
+        if ((units | 0x0020'0020'0020'0020) == kStep) return at + 4;
+        if ((units & 0xFF80'FF80'FF80'FF80) == 0) return -1;  // ASCII, and not the word
+    }
+    std::size_t matched = 0;
+    int32_t i = at;
+    while (matched < kFolded.size()) {
+        if (i >= text.length) return -1;
+        const char16_t c = text.units[i];
+        if (c < 0x80) {  // only the letter itself and its capital fold to an ASCII letter
+            if ((c | 0x20) != kFolded[matched]) return -1;
+            ++matched;
+            ++i;
+            continue;
+        }
+        int32_t next = i;
+        const std::u16string_view folded = stepLettersFoldedFrom(codePointAt(text, next));
+        if (folded.empty() || !kFolded.substr(matched).starts_with(folded)) return -1;
+        matched += folded.size();
+        i = next;
+    }
+    return i;
+}
+
+// runEnd from a code unit beyond ASCII on: decoding, out of line.
+template <typename Belongs>
+[[gnu::noinline]] int32_t runEndBeyondAscii(Text text, int32_t at, Belongs belongs) {
+    while (at < text.length) {
+        const char16_t unit = text.units[at];
+        if (unit < 0x80) {  // a code point of its own, tested without decoding
+            if (!belongs(unit)) break;
+            ++at;
+            continue;
+        }
+        int32_t next = at;
+        if (!belongs(codePointAt(text, next))) break;
+        at = next;
+    }
+    return at;
+}
+
+// The end of the run of code points from `at` that `belongs` accepts. Runs of ASCII, the
+// common case, are read inline.
+template <typename Belongs>
+int32_t runEnd(Text text, int32_t at, Belongs belongs) {
+    while (at < text.length && text.units[at] < 0x80 && belongs(text.units[at])) ++at;
+    return at < text.length && text.units[at] >= 0x80 ? runEndBeyondAscii(text, at, belongs) : at;
+}
+
+// The classes of the runs, as objects of their own types so that each run's test is inlined.
+constexpr auto isBlank = [](UChar32 c) { return isWhiteSpace(c); };
+constexpr auto isDigit = [](UChar32 c) { return isDecimalDigit(c); };
+
+// "Step\s+\d+" from `at`: where it ends, or -1.
+inline int32_t numberedStepEnd(Text text, int32_t at) {
+    const int32_t word = stepWordEnd(text, at);
+    if (word < 0) return -1;
+    const int32_t blanks = runEnd(text, word, isBlank);
+    if (blanks == word) return -1;
+    const int32_t digits = runEnd(text, blanks, isDigit);
+    return digits == blanks ? -1 : digits;
+}
+
+// "Step\s+\d+\s*:" from `at`: where it ends, or -1.
+inline int32_t stepMarkerEnd(Text text, int32_t at) {
+    const int32_t number = numberedStepEnd(text, at);
+    if (number < 0) return -1;
+    const int32_t colon = runEnd(text, number, isBlank);
+    return colon < text.length && text.units[colon] == u':' ? colon + 1 : -1;
+}
+
+// What "[A-Za-z]" matches case-insensitively: the Kelvin sign and the long s fold onto letters.
+inline bool isLetterWhateverItsCase(char16_t c) {
+    return static_cast<char16_t>((c | 0x20) - u'a') < 26 || c == u'\u017F' || c == u'\u212A';
+}
+
+}  // namespace markers
+
 // Each of the following gives where a match of its pattern that starts at `at` ends, or -1
 // when none starts there.
 
 /// "(?i)(Step\s+\d+\s*:)([A-Za-z])": a marker glued to the letter after it.
-int32_t stepMarkerBeforeLetterEnd(std::u16string_view text, int32_t at);
+inline int32_t stepMarkerBeforeLetterEnd(std::u16string_view text, int32_t at) {
+    const markers::Text t = markers::textOf(text);
+    const int32_t marker = markers::stepMarkerEnd(t, at);
+    return marker >= 0 && marker < t.length && markers::isLetterWhateverItsCase(t.units[marker])
+               ? marker + 1
+               : -1;
+}
 
 /// "(?<!\n)(Step\s+\d+\s*:)", case-insensitive: a marker not at the start of a line.
-int32_t stepMarkerNotAtLineStartEnd(std::u16string_view text, int32_t at);
+inline int32_t stepMarkerNotAtLineStartEnd(std::u16string_view text, int32_t at) {
+    return at > 0 && text[static_cast<std::size_t>(at) - 1] == u'\n'
+               ? -1
+               : markers::stepMarkerEnd(markers::textOf(text), at);
+}
 
 /// "([:.!?])(Step\s+\d+)", case-insensitive: a marker glued to the end of a sentence.
-int32_t stepMarkerAfterSentenceEnd(std::u16string_view text, int32_t at);
+inline int32_t stepMarkerAfterSentenceEnd(std::u16string_view text, int32_t at) {
+    const char16_t c = text[static_cast<std::size_t>(at)];
+    const bool endsSentence = c == u':' || c == u'.' || c == u'!' || c == u'?';
+    return endsSentence ? markers::numberedStepEnd(markers::textOf(text), at + 1) : -1;
+}
 
 /// "(?i)Step\s+(\d+)\s*:\s*": a marker with the blanks after it.
-int32_t stepHeadingEnd(std::u16string_view text, int32_t at);
+inline int32_t stepHeadingEnd(std::u16string_view text, int32_t at) {
+    const markers::Text t = markers::textOf(text);
+    const int32_t marker = markers::stepMarkerEnd(t, at);
+    return marker < 0 ? -1 : markers::runEnd(t, marker, markers::isBlank);
+}
 
 /// "(?<!\n)(\d+\.\s)": a numbered item not at the start of a line.
-int32_t numberedItemNotAtLineStartEnd(std::u16string_view text, int32_t at);
+inline int32_t numberedItemNotAtLineStartEnd(std::u16string_view text, int32_t at) {
+    const markers::Text t = markers::textOf(text);
+    if (at > 0 && t.units[at - 1] == u'\n') return -1;
+    const int32_t digits = markers::runEnd(t, at, markers::isDigit);
+    if (digits == at || digits >= t.length || t.units[digits] != u'.') return -1;
+    int32_t next = digits + 1;
+    return next < t.length && isWhiteSpace(markers::codePointAt(t, next)) ? next : -1;
+}
 
 }  // namespace sagely::detail

@@ -506,6 +506,29 @@ TEST(FormattingShortcuts, RepliesWithThousandsOfMarkersGiveThePatternsResults) {
         }
 }
 
+// Runs of line feeds are found a block of 64 characters at a time, three characters at each
+// place: runs of two to five line feeds, put at every offset around the ends of the first blocks.
+TEST(FormattingShortcuts, CollapseRunsOfLineFeedsWhereverABlockEnds) {
+    for (std::size_t offset = 55; offset <= 140; ++offset)
+        for (std::size_t run = 2; run <= 5; ++run)
+            for (const char* after : {"", "y"}) {
+                std::string reply = std::string(offset, 'x') + std::string(run, '\n') + after;
+                ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << offset << ", " << run;
+            }
+}
+
+// "Step" is compared four ASCII characters at a time where four are left: the word and pieces
+// of it in every case, near the end of the text and beside characters beyond ASCII.
+TEST(FormattingShortcuts, FindStepWhereverItsLettersEnd) {
+    for (const char* word : {"Step", "STEP", "sTeP", "Ste", "St", "S", "Stép", "\u017Ftep",
+                             "\uFB06ep", "S\u00A0ep", "Stepp", "Sstep", "Stop", "Step\u0301"})
+        for (const char* rest : {"", " 1:", " 1:a", " 1", "\u00A01:x", "1:"})
+            for (const char* before : {"", ".", "x", "a:"}) {
+                const std::string reply = std::string(before) + word + rest;
+                ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << reply;
+            }
+}
+
 // --- Long runs: the patterns that used to read a run once per position of it ----------------
 
 namespace {
