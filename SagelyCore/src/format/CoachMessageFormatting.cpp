@@ -27,7 +27,7 @@ using detail::blanksFrom;
 using detail::isDecimalDigit;
 using detail::isWhiteSpace;
 using detail::mayStartStepWord;
-using detail::numberedItemNotAtLineStartEnd;
+using detail::numberedItemEndFromDigits;
 using detail::stepHeadingEnd;
 using detail::stepMarkerAfterSentenceEnd;
 using detail::stepMarkerBeforeLetterEnd;
@@ -190,7 +190,11 @@ public:
     }
     template <typename Visit>
     void forEachFromTheLast(Visit visit) const {
-        for (std::size_t i = m_count; i-- > 0;) visit((*m_blocks[i / kBlock])[i % kBlock]);
+        for (std::size_t block = (m_count + kBlock - 1) / kBlock; block-- > 0;) {
+            const Block& entries = *m_blocks[block];
+            for (std::size_t i = std::min(kBlock, m_count - block * kBlock); i-- > 0;)
+                visit(entries[i]);
+        }
     }
 
 private:
@@ -204,6 +208,7 @@ private:
 // Puts in the line feeds. The text between two breaks is often a few characters long, which a
 // loop moves faster than a call would.
 void insertLineBreaks(std::u16string& u, const BreakList& breaks) {
+    constexpr std::size_t kShortPiece = 8;
     if (breaks.empty()) return;
     std::size_t from = u.size();  // the end of the text still to move
     u.resize(u.size() + breaks.lineFeeds());
@@ -213,7 +218,14 @@ void insertLineBreaks(std::u16string& u, const BreakList& breaks) {
         const auto at = static_cast<std::size_t>(b.at);
         const std::size_t length = from - at;
         to -= length;
-        if (length <= 16) {
+        if (length <= kShortPiece && from >= kShortPiece && to + length >= at + kShortPiece) {
+            // The last kShortPiece characters up to the piece's end move as one: the characters
+            // before the piece land where line feeds and earlier pieces go later, and none of
+            // them is a character still to be moved.
+            std::array<char16_t, kShortPiece> piece;
+            std::memcpy(piece.data(), text + from - kShortPiece, sizeof piece);
+            std::memcpy(text + to + length - kShortPiece, piece.data(), sizeof piece);
+        } else if (length <= 16) {
             for (std::size_t i = length; i-- > 0;) text[to + i] = text[at + i];  // from the end up
         } else {
             std::char_traits<char16_t>::move(text + to, text + at, length);
@@ -367,7 +379,8 @@ int32_t digitStartBefore(const char16_t* text, int32_t end) {
 // full stop, and its second digit when a line feed precedes the first (the look-behind then
 // fails there but not one digit later). A later digit of the run cannot start a match where the
 // first could not: the greedy digits reach the same full stop either way. The runs are found
-// from their full stops back, which reads each digit once and branches little on other text.
+// from their full stops back, which reads each digit once and branches little on other text;
+// onCandidate(start, the full stop).
 template <typename OnCandidate>
 void forEachPossibleNumber(std::u16string_view u, OnCandidate onCandidate) {
     const char16_t* text = u.data();
@@ -382,19 +395,20 @@ void forEachPossibleNumber(std::u16string_view u, OnCandidate onCandidate) {
              runStart > 0 && (digit = digitStartBefore(text, runStart)) < runStart;)
             runStart = digit;
         if (runStart == stop) return;
-        onCandidate(runStart);
+        onCandidate(runStart, stop);
         int32_t second = runStart + digitLength(text, runStart, length);
-        if (runStart > 0 && text[runStart - 1] == u'\n' && second < stop) onCandidate(second);
+        if (runStart > 0 && text[runStart - 1] == u'\n' && second < stop) onCandidate(second, stop);
     });
 }
 
 // Tries `matchEnd` at each candidate position, in ascending order, as successive finds of one
 // pattern do: a match is looked for only where no earlier match reaches; onMatch(start, end).
+// What a scan knows of the candidate besides its position is handed on to `matchEnd`.
 template <auto matchEnd, typename OnMatch>
 auto successiveFinds(std::u16string_view u, OnMatch onMatch) {
-    return [u, onMatch, resumeAt = int32_t{0}](int32_t at) mutable {
+    return [u, onMatch, resumeAt = int32_t{0}](int32_t at, auto... known) mutable {
         if (at < resumeAt) return;
-        const int32_t end = matchEnd(u, at);
+        const int32_t end = matchEnd(u, at, known...);
         if (end < 0) return;
         onMatch(at, end);
         resumeAt = end;
@@ -471,7 +485,7 @@ void separateMarkers(std::u16string& u) {
         }));
     putIn();
     forEachPossibleNumber(
-        u, successiveFinds<numberedItemNotAtLineStartEnd>(u, [&](int32_t start, int32_t) {
+        u, successiveFinds<numberedItemEndFromDigits>(u, [&](int32_t start, int32_t) {
             breaks.push_back({start, 2});  // "\n\n$1"
         }));
     putIn();

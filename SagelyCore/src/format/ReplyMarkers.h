@@ -180,14 +180,19 @@ inline int32_t stepHeadingEnd(std::u16string_view text, int32_t at) {
     return marker < 0 ? -1 : markers::runEnd(t, marker, markers::isBlank);
 }
 
-/// "(?<!\n)(\d+\.\s)": a numbered item not at the start of a line.
-inline int32_t numberedItemNotAtLineStartEnd(std::u16string_view text, int32_t at) {
+/// "(?<!\n)(\d+\.\s)" where the run of digits from `at` is known to end at `digits`.
+inline int32_t numberedItemEndFromDigits(std::u16string_view text, int32_t at, int32_t digits) {
     const markers::Text t = markers::textOf(text);
     if (at > 0 && t.units[at - 1] == u'\n') return -1;
-    const int32_t digits = markers::runEnd(t, at, markers::isDigit);
     if (digits == at || digits >= t.length || t.units[digits] != u'.') return -1;
     int32_t next = digits + 1;
     return next < t.length && isWhiteSpace(markers::codePointAt(t, next)) ? next : -1;
+}
+
+/// "(?<!\n)(\d+\.\s)": a numbered item not at the start of a line.
+inline int32_t numberedItemNotAtLineStartEnd(std::u16string_view text, int32_t at) {
+    return numberedItemEndFromDigits(text, at,
+                                     markers::runEnd(markers::textOf(text), at, markers::isDigit));
 }
 
 }  // namespace sagely::detail
