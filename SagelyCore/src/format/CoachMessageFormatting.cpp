@@ -29,7 +29,7 @@ using detail::isWhiteSpace;
 using detail::mayStartStepWord;
 using detail::numberedItemEndFromDigits;
 using detail::stepHeadingEnd;
-using detail::stepMarkerAfterSentenceEnd;
+using detail::stepMarkerAfterSentenceEndAmidLineFeeds;
 using detail::stepMarkerBeforeLetterEnd;
 using detail::stepMarkerNotAtLineStartEnd;
 using detail::trimmedView;
@@ -188,6 +188,8 @@ public:
         m_count = 0;
         m_lineFeeds = 0;
     }
+    std::size_t size() const { return m_count; }
+    LineBreaks operator[](std::size_t i) const { return (*m_blocks[i / kBlock])[i % kBlock]; }
     template <typename Visit>
     void forEachFromTheLast(Visit visit) const {
         for (std::size_t block = (m_count + kBlock - 1) / kBlock; block-- > 0;) {
@@ -204,6 +206,27 @@ private:
     std::size_t m_count = 0;
     std::size_t m_lineFeeds = 0;
 };
+
+// The breaks of both lists in one, in order: one of them when the other is empty, else a merge
+// of the two written to `merged`.
+const BreakList& bothBreakLists(const BreakList& a, const BreakList& b, BreakList& merged) {
+    if (a.empty()) return b;
+    if (b.empty()) return a;
+    std::size_t i = 0;
+    std::size_t j = 0;
+    while (i < a.size() && j < b.size()) {
+        if (a[i].at == b[j].at) {
+            merged.push_back({a[i].at, a[i].count + b[j].count});
+            ++i;
+            ++j;
+        } else {
+            merged.push_back(a[i].at < b[j].at ? a[i++] : b[j++]);
+        }
+    }
+    for (; i < a.size(); ++i) merged.push_back(a[i]);
+    for (; j < b.size(); ++j) merged.push_back(b[j]);
+    return merged;
+}
 
 // Puts in the line feeds. The text between two breaks is often a few characters long, which a
 // loop moves faster than a call would.
@@ -438,11 +461,9 @@ constexpr std::array<uint32_t, 26> kSentenceStartsByCapital = [] {
 }();
 
 // A line feed before each sentence start that follows a letter, digit, "!" or ")".
-void splitSentenceStarts(std::u16string& u) {
-    const std::u16string_view text = u;
+void splitSentenceStarts(std::u16string_view text, BreakList& breaks) {
     // Where each phrase's last match ended.
     std::array<std::size_t, kSentenceStarts.size()> resumeAt{};
-    BreakList breaks;
     auto capitalAfterSetCharacter = [](char16_t c, char16_t next) {
         return isSetFollowingCharacter(c) & (static_cast<char16_t>(next - u'A') < 26);
     };
@@ -457,7 +478,6 @@ void splitSentenceStarts(std::u16string& u) {
             break;
         }
     });
-    insertLineBreaks(u, breaks);
 }
 
 // --- The repair ------------------------------------------------------------------------------
@@ -484,18 +504,31 @@ void separateMarkers(std::u16string& u) {
             breaks.push_back({end, 1});
         }));
     putIn();
+    // The last three passes are worked out on the text as it is now, and their line feeds put
+    // in together: none of them puts line feeds where a later one looks, but for the numbered
+    // items' before a number, which "Step\s+\d+" takes as blanks. (Their only line feeds inside a
+    // sentence start's phrase or before it are "Step"'s, whose first letter cannot start a
+    // phrase, and a phrase holds no digit.)
+    BreakList numbers;
     forEachPossibleNumber(
         u, successiveFinds<numberedItemEndFromDigits>(u, [&](int32_t start, int32_t) {
-            breaks.push_back({start, 2});  // "\n\n$1"
+            numbers.push_back({start, 2});  // "\n\n$1"
         }));
-    putIn();
-    // "$1\n\n$2", after the punctuation that starts the match
-    forEachPossibleSentenceEnd(
-        u, successiveFinds<stepMarkerAfterSentenceEnd>(u, [&](int32_t start, int32_t) {
-            breaks.push_back({start + 1, 2});
-        }));
-    putIn();
-    splitSentenceStarts(u);
+    BreakList sentenceEnds;
+    std::size_t nextNumber = 0;  // the first numbered item from the candidate on
+    auto stepAfterSentenceEnd =
+        successiveFinds<stepMarkerAfterSentenceEndAmidLineFeeds>(u, [&](int32_t start, int32_t) {
+            sentenceEnds.push_back({start + 1, 2});  // "$1\n\n$2", after the punctuation
+        });
+    forEachPossibleSentenceEnd(u, [&](int32_t at) {
+        while (nextNumber < numbers.size() && numbers[nextNumber].at <= at) ++nextNumber;
+        stepAfterSentenceEnd(at, nextNumber < numbers.size() ? numbers[nextNumber].at : -1);
+    });
+    BreakList sentenceStarts;
+    splitSentenceStarts(u, sentenceStarts);
+    BreakList merged[2];
+    insertLineBreaks(u, bothBreakLists(bothBreakLists(numbers, sentenceEnds, merged[0]),
+                                       sentenceStarts, merged[1]));
 }
 
 // normalize, ending in UTF-16 so that the step parser can use it as it is.

@@ -122,12 +122,13 @@ int32_t runEnd(Text text, int32_t at, Belongs belongs) {
 constexpr auto isBlank = [](UChar32 c) { return isWhiteSpace(c); };
 constexpr auto isDigit = [](UChar32 c) { return isDecimalDigit(c); };
 
-// "Step\s+\d+" from `at`: where it ends, or -1.
-inline int32_t numberedStepEnd(Text text, int32_t at) {
+// "Step\s+\d+" from `at`: where it ends, or -1. Line feeds to be put in at `lineFeedsAt` count
+// as blanks there.
+inline int32_t numberedStepEnd(Text text, int32_t at, int32_t lineFeedsAt = -1) {
     const int32_t word = stepWordEnd(text, at);
     if (word < 0) return -1;
     const int32_t blanks = runEnd(text, word, isBlank);
-    if (blanks == word) return -1;
+    if (blanks == word && word != lineFeedsAt) return -1;
     const int32_t digits = runEnd(text, blanks, isDigit);
     return digits == blanks ? -1 : digits;
 }
@@ -166,11 +167,20 @@ inline int32_t stepMarkerNotAtLineStartEnd(std::u16string_view text, int32_t at)
                : markers::stepMarkerEnd(markers::textOf(text), at);
 }
 
-/// "([:.!?])(Step\s+\d+)", case-insensitive: a marker glued to the end of a sentence.
-inline int32_t stepMarkerAfterSentenceEnd(std::u16string_view text, int32_t at) {
+/// "([:.!?])(Step\s+\d+)", case-insensitive, in the text with line feeds to be put in at
+/// `lineFeedsAt`, the first place from `at` + 1 on where any are (-1 for none).
+inline int32_t stepMarkerAfterSentenceEndAmidLineFeeds(std::u16string_view text, int32_t at,
+                                                       int32_t lineFeedsAt) {
     const char16_t c = text[static_cast<std::size_t>(at)];
     const bool endsSentence = c == u':' || c == u'.' || c == u'!' || c == u'?';
-    return endsSentence ? markers::numberedStepEnd(markers::textOf(text), at + 1) : -1;
+    return endsSentence && lineFeedsAt != at + 1
+               ? markers::numberedStepEnd(markers::textOf(text), at + 1, lineFeedsAt)
+               : -1;
+}
+
+/// "([:.!?])(Step\s+\d+)", case-insensitive: a marker glued to the end of a sentence.
+inline int32_t stepMarkerAfterSentenceEnd(std::u16string_view text, int32_t at) {
+    return stepMarkerAfterSentenceEndAmidLineFeeds(text, at, -1);
 }
 
 /// "(?i)Step\s+(\d+)\s*:\s*": a marker with the blanks after it.

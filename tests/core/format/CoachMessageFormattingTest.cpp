@@ -495,6 +495,24 @@ TEST(FormattingShortcuts, AMarkerGluedToTheNextMarkerIsFoundAsASearchFindsIt) {
         EXPECT_EQ(normalize(reply), referenceNormalize(reply)) << reply;
 }
 
+// The numbered items, the markers after a sentence and the sentence starts are found in the
+// same text and their line feeds put in together; a numbered item's line feeds before a number
+// are the only blanks "Step\s+\d+" after a sentence can need.
+TEST(FormattingShortcuts, LineFeedsOfANumberedItemMakeAMarkerAfterASentence) {
+    for (const char* reply :
+         {".Step12. x", "!step7. and", ":Step\n12. x", "x.Step1.\ty", ".Step1.Step2. z",
+          "?STEP\u0663. x", "a.Step12.b", ".Step 1. x", "x\n1.Step2. Click", "Test.Step3. Click"})
+        EXPECT_EQ(normalize(reply), referenceNormalize(reply)) << reply;
+}
+
+TEST(FormattingShortcuts, PassesWorkedOutTogetherGiveThePatternsResults) {
+    static const std::array<std::string, 18> pieces = {
+        "Step", "step", "1",  "12", ".",      ":",     " ",      "\n",        "a",
+        "!",    "Test", "ep", ". ", "Step12", "Click", "Select", "\u017Ftep", "?"};
+    for (const std::string& reply : concatenationsOf(pieces, 2026, 3000, 16))
+        ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
+}
+
 // The line feeds of a step are kept in blocks of a few thousand: replies with more markers than
 // one block holds, where a block ends amid them.
 TEST(FormattingShortcuts, RepliesWithThousandsOfMarkersGiveThePatternsResults) {
