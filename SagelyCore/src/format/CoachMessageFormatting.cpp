@@ -170,14 +170,16 @@ struct LineBreaks {
     int32_t count;
 };
 
-// The line feeds a step puts in, in ascending order of position, kept in blocks of a fixed size.
-// Text dense in markers has some for every few characters: one array doubling to megabytes would
-// move what it holds at each doubling and ask the system for fresh memory each time.
+// The line feeds a step puts in, in ascending order of position, kept in blocks: a small one
+// first, for the few that most replies have, then blocks of a fixed size. Text dense in markers
+// has some for every few characters: one array doubling to megabytes would move what it holds at
+// each doubling and ask the system for fresh memory each time.
 class BreakList {
 public:
     void push_back(LineBreaks breaks) {
-        if (m_count == m_blocks.size() * kBlock) m_blocks.emplace_back(new Block);
-        (*m_blocks[m_count / kBlock])[m_count % kBlock] = breaks;
+        if (m_count == startOf(m_blocks.size()))
+            m_blocks.emplace_back(new LineBreaks[sizeOf(m_blocks.size())]);
+        entry(m_count) = breaks;
         ++m_count;
         m_lineFeeds += static_cast<std::size_t>(breaks.count);
     }
@@ -189,20 +191,33 @@ public:
         m_lineFeeds = 0;
     }
     std::size_t size() const { return m_count; }
-    LineBreaks operator[](std::size_t i) const { return (*m_blocks[i / kBlock])[i % kBlock]; }
+    LineBreaks operator[](std::size_t i) const { return const_cast<BreakList*>(this)->entry(i); }
     template <typename Visit>
     void forEachFromTheLast(Visit visit) const {
-        for (std::size_t block = (m_count + kBlock - 1) / kBlock; block-- > 0;) {
-            const Block& entries = *m_blocks[block];
-            for (std::size_t i = std::min(kBlock, m_count - block * kBlock); i-- > 0;)
+        for (std::size_t block = m_blocks.size(); block-- > 0;) {
+            if (startOf(block) >= m_count) continue;
+            const LineBreaks* entries = m_blocks[block].get();
+            for (std::size_t i = std::min(sizeOf(block), m_count - startOf(block)); i-- > 0;)
                 visit(entries[i]);
         }
     }
 
 private:
-    static constexpr std::size_t kBlock = 4096;  // 32 KB, which the allocator keeps for reuse
-    using Block = std::array<LineBreaks, kBlock>;
-    std::vector<std::unique_ptr<Block>> m_blocks;
+    static constexpr std::size_t kFirstBlock = 128;  // 1 KB
+    static constexpr std::size_t kBlock = 4096;      // 32 KB, which the allocator keeps for reuse
+    static constexpr std::size_t sizeOf(std::size_t block) {
+        return block == 0 ? kFirstBlock : kBlock;
+    }
+    // The place in the list of the first entry of the block.
+    static constexpr std::size_t startOf(std::size_t block) {
+        return block == 0 ? 0 : kFirstBlock + (block - 1) * kBlock;
+    }
+    LineBreaks& entry(std::size_t i) {
+        if (i < kFirstBlock) return m_blocks[0][i];
+        const std::size_t beyond = i - kFirstBlock;
+        return m_blocks[1 + beyond / kBlock][beyond % kBlock];
+    }
+    std::vector<std::unique_ptr<LineBreaks[]>> m_blocks;
     std::size_t m_count = 0;
     std::size_t m_lineFeeds = 0;
 };

@@ -513,11 +513,11 @@ TEST(FormattingShortcuts, PassesWorkedOutTogetherGiveThePatternsResults) {
         ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
 }
 
-// The line feeds of a step are kept in blocks of a few thousand: replies with more markers than
-// one block holds, where a block ends amid them.
+// The line feeds of a step are kept in blocks, a first one of 128 and then blocks of 4,096:
+// replies with more markers than one block holds, where a block ends amid them.
 TEST(FormattingShortcuts, RepliesWithThousandsOfMarkersGiveThePatternsResults) {
     for (const char* unit : {"x1. ", "Step 1:a", ".Step 1", "aClick"})
-        for (int count : {4095, 4096, 4097, 9000}) {
+        for (int count : {127, 128, 129, 4223, 4224, 4225, 9000}) {
             std::string reply;
             for (int i = 0; i < count; ++i) reply += unit;
             ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << count << " of " << unit;
