@@ -25,13 +25,13 @@ using detail::assignUtf16;
 using detail::blanksBefore;
 using detail::blanksFrom;
 using detail::isDecimalDigit;
+using detail::isLetterAt;
 using detail::isWhiteSpace;
 using detail::mayStartStepWord;
 using detail::numberedItemEndFromDigits;
 using detail::stepHeadingEnd;
 using detail::stepMarkerAfterSentenceEndAmidLineFeeds;
-using detail::stepMarkerBeforeLetterEnd;
-using detail::stepMarkerNotAtLineStartEnd;
+using detail::stepMarkerEnd;
 using detail::trimmedView;
 using detail::utf8Of;
 
@@ -176,20 +176,20 @@ struct LineBreaks {
 // each doubling and ask the system for fresh memory each time.
 class BreakList {
 public:
+    /// Adds line feeds at `breaks.at`, which is at or after the last place in the list.
     void push_back(LineBreaks breaks) {
+        m_lineFeeds += static_cast<std::size_t>(breaks.count);
+        if (m_count > 0 && entry(m_count - 1).at == breaks.at) {
+            entry(m_count - 1).count += breaks.count;
+            return;
+        }
         if (m_count == startOf(m_blocks.size()))
             m_blocks.emplace_back(new LineBreaks[sizeOf(m_blocks.size())]);
         entry(m_count) = breaks;
         ++m_count;
-        m_lineFeeds += static_cast<std::size_t>(breaks.count);
     }
     bool empty() const { return m_count == 0; }
     std::size_t lineFeeds() const { return m_lineFeeds; }
-    /// Empties the list; its blocks stay for the next step.
-    void clear() {
-        m_count = 0;
-        m_lineFeeds = 0;
-    }
     std::size_t size() const { return m_count; }
     LineBreaks operator[](std::size_t i) const { return const_cast<BreakList*>(this)->entry(i); }
     template <typename Visit>
@@ -502,23 +502,37 @@ void splitSentenceStarts(std::u16string_view text, BreakList& breaks) {
 // match ("$1\n\n$2" with "(…)(…)", "\n\n$1\n" with "(…)"), so its replacements are line feeds put
 // in at the ends of the groups.
 void separateMarkers(std::u16string& u) {
-    BreakList breaks;
-    auto putIn = [&] {
-        insertLineBreaks(u, breaks);
-        breaks.clear();
-    };
-    // "$1\n\n$2", before the letter that ends the match
-    forEachPossibleStepWord(
-        u, successiveFinds<stepMarkerBeforeLetterEnd>(u, [&](int32_t, int32_t end) {
-            breaks.push_back({end - 1, 2});
-        }));
-    putIn();
-    forEachPossibleStepWord(
-        u, successiveFinds<stepMarkerNotAtLineStartEnd>(u, [&](int32_t start, int32_t end) {
-            breaks.push_back({start, 2});  // "\n\n$1\n"
-            breaks.push_back({end, 1});
-        }));
-    putIn();
+    // The first two patterns have the same marker, read once at each place for both. Their
+    // line feeds only change where the second looks behind: a marker glued to the end of the
+    // last one (as in "Step 1:Step 2:") has the first pattern's line feeds before it. Each keeps
+    // its own successive finds.
+    BreakList markerBreaks;
+    {
+        const std::u16string_view text = u;
+        int32_t resumeGlued = 0;       // "(Step\s+\d+\s*:)([A-Za-z])", "$1\n\n$2"
+        int32_t resumeNotAtStart = 0;  // "(?<!\n)(Step\s+\d+\s*:)", "\n\n$1\n"
+        int32_t gluedBreak = -1;       // where the first pattern's last line feeds go
+        forEachPossibleStepWord(text, [&](int32_t at) {
+            if (at < resumeGlued && at < resumeNotAtStart) return;
+            const int32_t marker = stepMarkerEnd(text, at);
+            if (marker < 0) return;
+            const bool glued = at >= resumeGlued && isLetterAt(text, marker);
+            const bool notAtStart =
+                at >= resumeNotAtStart &&
+                !(at > 0 && (u[static_cast<std::size_t>(at) - 1] == u'\n' || gluedBreak == at));
+            if (notAtStart) markerBreaks.push_back({at, 2});
+            if (glued) {
+                markerBreaks.push_back({marker, 2});
+                gluedBreak = marker;
+                resumeGlued = marker + 1;
+            }
+            if (notAtStart) {
+                markerBreaks.push_back({marker, 1});
+                resumeNotAtStart = marker;
+            }
+        });
+    }
+    insertLineBreaks(u, markerBreaks);
     // The last three passes are worked out on the text as it is now, and their line feeds put
     // in together: none of them puts line feeds where a later one looks, but for the numbered
     // items' before a number, which "Step\s+\d+" takes as blanks. (Their only line feeds inside a
@@ -546,9 +560,30 @@ void separateMarkers(std::u16string& u) {
                                        sentenceStarts, merged[1]));
 }
 
-// normalize, ending in UTF-16 so that the step parser can use it as it is.
-std::u16string normalizedText(std::string_view input) {
-    std::u16string text;
+// The repair's working text, kept on each thread from reply to reply up to kKeptUnits: a long
+// reply's is megabytes, and fresh memory for it on every reply costs more than the repair
+// itself (and glibc hands memory that large back to the system when it is freed). Repairs do
+// not nest: none of their steps starts another.
+class WorkingText {
+public:
+    WorkingText() { t_text.clear(); }
+    ~WorkingText() {
+        if (t_text.capacity() > kKeptUnits) std::u16string().swap(t_text);
+    }
+    WorkingText(const WorkingText&) = delete;
+    WorkingText& operator=(const WorkingText&) = delete;
+    std::u16string& text() { return t_text; }
+
+private:
+    static constexpr std::size_t kKeptUnits = std::size_t{4} << 20;  // 8 MB
+    static thread_local std::u16string t_text;
+};
+
+thread_local std::u16string WorkingText::t_text;
+
+// normalize, ending in UTF-16 (in `text`) so that the step parser can use it as it is.
+std::u16string& normalizedText(std::string_view input, WorkingText& working) {
+    std::u16string& text = working.text();
     text.reserve(input.size() + input.size() / 8);  // room for the line feeds the steps add
     assignUtf16(text, trimmedView(input));
     joinCarriageReturns(text);
@@ -794,7 +829,8 @@ std::vector<std::string> blocksOf(const std::string& text) {
 }  // namespace
 
 std::string CoachMessageFormatting::normalize(std::string_view input) {
-    return utf8Of(normalizedText(input));
+    WorkingText working;
+    return utf8Of(normalizedText(input, working));
 }
 
 std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string_view input) {
@@ -811,7 +847,8 @@ std::string CoachMessageFormatting::cleanDisplayMarkdown(std::string&& input) {
 
 std::optional<CoachMessageFormatting::ProceduralContent>
 CoachMessageFormatting::parseProceduralContent(std::string_view input) {
-    return proceduralContentOf(normalizedText(input));
+    WorkingText working;
+    return proceduralContentOf(normalizedText(input, working));
 }
 
 std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) {
@@ -819,7 +856,8 @@ std::vector<std::string> CoachMessageFormatting::blocks(std::string_view input) 
 }
 
 CoachMessageFormatting::ReplyLayout CoachMessageFormatting::layout(std::string_view input) {
-    std::u16string normalized = normalizedText(input);
+    WorkingText working;
+    const std::u16string& normalized = normalizedText(input, working);
     ReplyLayout layout{proceduralContentOf(normalized), {}};
     if (!layout.procedure) layout.blocks = blocksOf(utf8Of(normalized));
     return layout;

@@ -151,20 +151,26 @@ inline bool isLetterWhateverItsCase(char16_t c) {
 // Each of the following gives where a match of its pattern that starts at `at` ends, or -1
 // when none starts there.
 
+/// "(?i)Step\s+\d+\s*:", the marker of the next two patterns, read once for both.
+inline int32_t stepMarkerEnd(std::u16string_view text, int32_t at) {
+    return markers::stepMarkerEnd(markers::textOf(text), at);
+}
+
+/// Whether "[A-Za-z]", case-insensitive, matches at `at` (not at the end of the text).
+inline bool isLetterAt(std::u16string_view text, int32_t at) {
+    return static_cast<std::size_t>(at) < text.size() &&
+           markers::isLetterWhateverItsCase(text[static_cast<std::size_t>(at)]);
+}
+
 /// "(?i)(Step\s+\d+\s*:)([A-Za-z])": a marker glued to the letter after it.
 inline int32_t stepMarkerBeforeLetterEnd(std::u16string_view text, int32_t at) {
-    const markers::Text t = markers::textOf(text);
-    const int32_t marker = markers::stepMarkerEnd(t, at);
-    return marker >= 0 && marker < t.length && markers::isLetterWhateverItsCase(t.units[marker])
-               ? marker + 1
-               : -1;
+    const int32_t marker = stepMarkerEnd(text, at);
+    return marker >= 0 && isLetterAt(text, marker) ? marker + 1 : -1;
 }
 
 /// "(?<!\n)(Step\s+\d+\s*:)", case-insensitive: a marker not at the start of a line.
 inline int32_t stepMarkerNotAtLineStartEnd(std::u16string_view text, int32_t at) {
-    return at > 0 && text[static_cast<std::size_t>(at) - 1] == u'\n'
-               ? -1
-               : markers::stepMarkerEnd(markers::textOf(text), at);
+    return at > 0 && text[static_cast<std::size_t>(at) - 1] == u'\n' ? -1 : stepMarkerEnd(text, at);
 }
 
 /// "([:.!?])(Step\s+\d+)", case-insensitive, in the text with line feeds to be put in at

@@ -513,6 +513,29 @@ TEST(FormattingShortcuts, PassesWorkedOutTogetherGiveThePatternsResults) {
         ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
 }
 
+// Each thread keeps the repair's working text from reply to reply: what a long reply left in it
+// shows in no later reply, whatever its length, and a reply longer than what is kept is repaired
+// as well.
+TEST(FormattingShortcuts, ARepliesResultDoesNotDependOnTheRepliesBeforeIt) {
+    std::string markers;
+    for (int i = 0; i < 20000; ++i) markers += "Step 1:a";
+    const std::string huge(9 << 20, 'x');  // more than the 8 MB kept
+    const std::string tail = "x.Step 2: y";
+    for (const std::string* before :
+         std::initializer_list<const std::string*>{&markers, &huge, &tail}) {
+        SCOPED_TRACE(before->size());
+        normalize(*before);
+        EXPECT_EQ(normalize("Step 1:a"), "Step 1:\n\na");
+        EXPECT_EQ(normalize(""), "");
+        EXPECT_EQ(normalize(tail), referenceNormalize(tail));
+        EXPECT_EQ(normalize(huge.substr(0, 100) + tail),
+                  referenceNormalize(huge.substr(0, 100) + tail));
+        auto layout = CoachMessageFormatting::layout("Step 1: a\nStep 2: b");
+        ASSERT_TRUE(layout.procedure.has_value());
+        EXPECT_EQ(layout.procedure->steps.size(), 2U);
+    }
+}
+
 // The line feeds of a step are kept in blocks, a first one of 128 and then blocks of 4,096:
 // replies with more markers than one block holds, where a block ends amid them.
 TEST(FormattingShortcuts, RepliesWithThousandsOfMarkersGiveThePatternsResults) {
