@@ -434,8 +434,9 @@ void forEachPossibleNumber(std::u16string_view u, OnCandidate onCandidate) {
             runStart = digit;
         if (runStart == stop) return;
         onCandidate(runStart, stop);
-        int32_t second = runStart + digitLength(text, runStart, length);
-        if (runStart > 0 && text[runStart - 1] == u'\n' && second < stop) onCandidate(second, stop);
+        if (runStart == 0 || text[runStart - 1] != u'\n') return;
+        const int32_t second = runStart + digitLength(text, runStart, length);
+        if (second < stop) onCandidate(second, stop);
     });
 }
 
