@@ -334,28 +334,34 @@ void dropEmptyHeadings(std::u16string& u) {
     u.resize(kept);
 }
 
-// Runs of three or more line feeds become two.
+// Runs of three or more line feeds become two. The text is moved down as the runs are found: a
+// run's text is only written below its third line feed, where the scan has read all it needs
+// (it finds a run's end by reading on from there, and a place it reads again, a block's first,
+// can only start a triple within the run).
 void collapseBlankRuns(std::u16string& u) {
-    std::vector<std::pair<std::size_t, std::size_t>> runs;  // [start, end) of each such run
+    char16_t* text = u.data();
+    std::size_t kept = 0;    // the length of the text kept so far
+    std::size_t from = 0;    // the start of the text not yet moved down
+    std::size_t runEnd = 0;  // the end of the last run
     forEachPlaceWhere<3>(
         u,
         [](const char16_t* at) { return (at[0] == u'\n') & (at[1] == u'\n') & (at[2] == u'\n'); },
         [&](int32_t triple) {
-            auto start = static_cast<std::size_t>(triple);
-            if (!runs.empty() && start < runs.back().second) return;  // within a run already seen
-            std::size_t end = start + 3;
-            while (end < u.size() && u[end] == u'\n') ++end;
-            runs.emplace_back(start, end);
+            const auto start = static_cast<std::size_t>(triple);
+            if (start < runEnd) return;  // within the last run
+            runEnd = start + 3;
+            while (runEnd < u.size() && text[runEnd] == u'\n') ++runEnd;
+            const std::size_t length = start + 2 - from;  // up to the two line feeds kept
+            if (length <= 16) {
+                for (std::size_t i = 0; i < length; ++i) text[kept + i] = text[from + i];
+            } else {
+                std::char_traits<char16_t>::move(text + kept, text + from, length);
+            }
+            kept += length;
+            from = runEnd;
         });
-    if (runs.empty()) return;
-    std::size_t kept = 0;  // the length of the text kept so far
-    std::size_t from = 0;  // the start of the text not yet moved down
-    for (auto [start, end] : runs) {
-        std::char_traits<char16_t>::move(u.data() + kept, u.data() + from, start + 2 - from);
-        kept += start + 2 - from;
-        from = end;
-    }
-    std::char_traits<char16_t>::move(u.data() + kept, u.data() + from, u.size() - from);
+    if (from == 0) return;  // no run
+    std::char_traits<char16_t>::move(text + kept, text + from, u.size() - from);
     u.resize(kept + u.size() - from);
 }
 

@@ -548,14 +548,17 @@ TEST(FormattingShortcuts, RepliesWithThousandsOfMarkersGiveThePatternsResults) {
 }
 
 // Runs of line feeds are found a block of 64 characters at a time, three characters at each
-// place: runs of two to five line feeds, put at every offset around the ends of the first blocks.
+// place, and the text moved down as they are: runs of two to five line feeds, put at every
+// offset around the ends of the first blocks, after a run or not.
 TEST(FormattingShortcuts, CollapseRunsOfLineFeedsWhereverABlockEnds) {
     for (std::size_t offset = 55; offset <= 140; ++offset)
         for (std::size_t run = 2; run <= 5; ++run)
-            for (const char* after : {"", "y"}) {
-                std::string reply = std::string(offset, 'x') + std::string(run, '\n') + after;
-                ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << offset << ", " << run;
-            }
+            for (const char* before : {"", "a\n\n\n\n\nb"})  // a run already moved down
+                for (const char* after : {"", "y", "\n\n\ny"}) {
+                    std::string reply =
+                        before + std::string(offset, 'x') + std::string(run, '\n') + after;
+                    ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << offset << ", " << run;
+                }
 }
 
 // "Step" is compared four ASCII characters at a time where four are left: the word and pieces
