@@ -526,7 +526,7 @@ void separateMarkers(std::u16string& u) {
             const bool glued = at >= resumeGlued && isLetterAt(text, marker);
             const bool notAtStart =
                 at >= resumeNotAtStart &&
-                !(at > 0 && (u[static_cast<std::size_t>(at) - 1] == u'\n' || gluedBreak == at));
+                !(at > 0 && (text[static_cast<std::size_t>(at) - 1] == u'\n' || gluedBreak == at));
             if (notAtStart) markerBreaks.push_back({at, 2});
             if (glued) {
                 markerBreaks.push_back({marker, 2});
@@ -541,10 +541,11 @@ void separateMarkers(std::u16string& u) {
     }
     insertLineBreaks(u, markerBreaks);
     // The last three passes are worked out on the text as it is now, and their line feeds put
-    // in together: none of them puts line feeds where a later one looks, but for the numbered
-    // items' before a number, which "Step\s+\d+" takes as blanks. (Their only line feeds inside a
-    // sentence start's phrase or before it are "Step"'s, whose first letter cannot start a
-    // phrase, and a phrase holds no digit.)
+    // in together. None of them puts line feeds where a later one looks, but for the numbered
+    // items' before a number, which "Step\s+\d+" after a sentence takes as blanks. The sentence
+    // starts need neither of the others': a numbered item's go before a digit, which no phrase
+    // holds, and a marker's between sentence punctuation, which no phrase holds either, and a
+    // "Step", which no phrase starts with.
     BreakList numbers;
     forEachPossibleNumber(
         u, successiveFinds<numberedItemEndFromDigits>(u, [&](int32_t start, int32_t) {
