@@ -2,8 +2,10 @@
 // title-like line of Markdown decoration, and split a reply made of "Step N:" markers into an
 // intro and numbered steps.
 //
-// Stateless and thread-safe. No function fails: a pattern that cannot be compiled is skipped
-// and the text passes through unchanged. Positions are UTF-16 code units, as ICU reports them.
+// Thread-safe, and each result depends on its text alone. A thread keeps its working buffer
+// from reply to reply (up to 8 MB) rather than ask for megabytes afresh for each long reply. No
+// function fails. Characters are told apart as ICU's regular expressions tell them: a blank is
+// White_Space, a digit any decimal digit, and "Step" is matched under full case folding.
 #pragma once
 
 #include <sagely/Export.h>
