@@ -24,6 +24,7 @@ namespace {
 using detail::assignUtf16;
 using detail::blanksBefore;
 using detail::blanksFrom;
+using detail::followsLineFeed;
 using detail::isDecimalDigit;
 using detail::isLetterAt;
 using detail::isWhiteSpace;
@@ -518,19 +519,17 @@ void separateMarkers(std::u16string& u) {
         const std::u16string_view text = u;
         int32_t resumeGlued = 0;       // "(Step\s+\d+\s*:)([A-Za-z])", "$1\n\n$2"
         int32_t resumeNotAtStart = 0;  // "(?<!\n)(Step\s+\d+\s*:)", "\n\n$1\n"
-        int32_t gluedBreak = -1;       // where the first pattern's last line feeds go
         forEachPossibleStepWord(text, [&](int32_t at) {
             if (at < resumeGlued && at < resumeNotAtStart) return;
             const int32_t marker = stepMarkerEnd(text, at);
             if (marker < 0) return;
             const bool glued = at >= resumeGlued && isLetterAt(text, marker);
             const bool notAtStart =
-                at >= resumeNotAtStart &&
-                !(at > 0 && (text[static_cast<std::size_t>(at) - 1] == u'\n' || gluedBreak == at));
+                at >= resumeNotAtStart && !followsLineFeed(text, at) &&
+                resumeGlued != at + 1;  // the first pattern's last match put line feeds here
             if (notAtStart) markerBreaks.push_back({at, 2});
             if (glued) {
                 markerBreaks.push_back({marker, 2});
-                gluedBreak = marker;
                 resumeGlued = marker + 1;
             }
             if (notAtStart) {

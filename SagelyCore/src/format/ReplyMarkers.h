@@ -151,6 +151,11 @@ inline bool isLetterWhateverItsCase(char16_t c) {
 // Each of the following gives where a match of its pattern that starts at `at` ends, or -1
 // when none starts there.
 
+/// Whether a line feed stands right before `at`, where "(?<!\n)" fails.
+inline bool followsLineFeed(std::u16string_view text, int32_t at) {
+    return at > 0 && text[static_cast<std::size_t>(at) - 1] == u'\n';
+}
+
 /// "(?i)Step\s+\d+\s*:", the marker of the next two patterns, read once for both.
 inline int32_t stepMarkerEnd(std::u16string_view text, int32_t at) {
     return markers::stepMarkerEnd(markers::textOf(text), at);
@@ -170,7 +175,7 @@ inline int32_t stepMarkerBeforeLetterEnd(std::u16string_view text, int32_t at) {
 
 /// "(?<!\n)(Step\s+\d+\s*:)", case-insensitive: a marker not at the start of a line.
 inline int32_t stepMarkerNotAtLineStartEnd(std::u16string_view text, int32_t at) {
-    return at > 0 && text[static_cast<std::size_t>(at) - 1] == u'\n' ? -1 : stepMarkerEnd(text, at);
+    return followsLineFeed(text, at) ? -1 : stepMarkerEnd(text, at);
 }
 
 /// "([:.!?])(Step\s+\d+)", case-insensitive, in the text with line feeds to be put in at
@@ -199,7 +204,7 @@ inline int32_t stepHeadingEnd(std::u16string_view text, int32_t at) {
 /// "(?<!\n)(\d+\.\s)" where the run of digits from `at` is known to end at `digits`.
 inline int32_t numberedItemEndFromDigits(std::u16string_view text, int32_t at, int32_t digits) {
     const markers::Text t = markers::textOf(text);
-    if (at > 0 && t.units[at - 1] == u'\n') return -1;
+    if (followsLineFeed(text, at)) return -1;
     if (digits == at || digits >= t.length || t.units[digits] != u'.') return -1;
     int32_t next = digits + 1;
     return next < t.length && isWhiteSpace(markers::codePointAt(t, next)) ? next : -1;
