@@ -177,13 +177,20 @@ struct LineBreaks {
 // each doubling and ask the system for fresh memory each time.
 class BreakList {
 public:
-    /// Adds line feeds at `breaks.at`, which is at or after the last place in the list.
+    /// Adds line feeds at `breaks.at`, which is at or after the last place in the list. More
+    /// than two at one place are put in as two: the run they are part of is then three or more
+    /// line feeds long either way, which the repair collapses to two in the end (see
+    /// collapseBlankRuns), and so the run is not written and read again to no effect.
     void push_back(LineBreaks breaks) {
-        m_lineFeeds += static_cast<std::size_t>(breaks.count);
         if (m_count > 0 && entry(m_count - 1).at == breaks.at) {
-            entry(m_count - 1).count += breaks.count;
+            LineBreaks& last = entry(m_count - 1);
+            const int32_t joined = std::min(last.count + breaks.count, kMostAtAPlace);
+            m_lineFeeds += static_cast<std::size_t>(joined - last.count);
+            last.count = joined;
             return;
         }
+        breaks.count = std::min(breaks.count, kMostAtAPlace);
+        m_lineFeeds += static_cast<std::size_t>(breaks.count);
         if (m_count == startOf(m_blocks.size()))
             m_blocks.emplace_back(new LineBreaks[sizeOf(m_blocks.size())]);
         entry(m_count) = breaks;
@@ -204,6 +211,7 @@ public:
     }
 
 private:
+    static constexpr int32_t kMostAtAPlace = 2;
     static constexpr std::size_t kFirstBlock = 128;  // 1 KB
     static constexpr std::size_t kBlock = 4096;      // 32 KB, which the allocator keeps for reuse
     static constexpr std::size_t sizeOf(std::size_t block) {

@@ -513,6 +513,20 @@ TEST(FormattingShortcuts, PassesWorkedOutTogetherGiveThePatternsResults) {
         ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
 }
 
+// A marker glued to a letter, not at the start of a line, gets three line feeds after it, which
+// go in as two: the run they make collapses to two in the end whatever stands around it, also
+// when a line of heading marks between it and another run is dropped and the two runs join.
+TEST(FormattingShortcuts, MoreThanTwoLineFeedsAtAPlaceEndAsTheRunTheyMakeWould) {
+    for (const char* reply :
+         {"xStep 1:a", "xStep 1:a\n#\nb", "xStep 1:a\n\n##\n\nb", "x Step 1:b## \n\n\nc",
+          "#\nxStep 1:a", "xStep 1:\n#\na", "Step 1:Step 2:a\n#", "a\n\nxStep 1:a#\n\n\n"})
+        EXPECT_EQ(normalize(reply), referenceNormalize(reply)) << reply;
+    static const std::array<std::string, 9> pieces = {"Step 1:", "a", "\n",   "#",       "## ",
+                                                      "x",       " ", "\n\n", "Step 2:b"};
+    for (const std::string& reply : concatenationsOf(pieces, 1124, 3000, 14))
+        ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
+}
+
 // Each thread keeps the repair's working text from reply to reply: what a long reply left in it
 // shows in no later reply, whatever its length, and a reply longer than what is kept is repaired
 // as well.
