@@ -182,18 +182,17 @@ public:
     /// line feeds long either way, which the repair collapses to two in the end (see
     /// collapseBlankRuns), and so the run is not written and read again to no effect.
     void push_back(LineBreaks breaks) {
-        if (m_count > 0 && entry(m_count - 1).at == breaks.at) {
-            LineBreaks& last = entry(m_count - 1);
-            const int32_t joined = std::min(last.count + breaks.count, kMostAtAPlace);
-            m_lineFeeds += static_cast<std::size_t>(joined - last.count);
-            last.count = joined;
+        if (m_last != nullptr && m_last->at == breaks.at) {
+            const int32_t joined = std::min(m_last->count + breaks.count, kMostAtAPlace);
+            m_lineFeeds += static_cast<std::size_t>(joined - m_last->count);
+            m_last->count = joined;
             return;
         }
         breaks.count = std::min(breaks.count, kMostAtAPlace);
         m_lineFeeds += static_cast<std::size_t>(breaks.count);
-        if (m_count == startOf(m_blocks.size()))
-            m_blocks.emplace_back(new LineBreaks[sizeOf(m_blocks.size())]);
-        entry(m_count) = breaks;
+        if (m_next == m_blockEnd) addBlock();
+        *m_next = breaks;
+        m_last = m_next++;
         ++m_count;
     }
     bool empty() const { return m_count == 0; }
@@ -226,7 +225,17 @@ private:
         const std::size_t beyond = i - kFirstBlock;
         return m_blocks[1 + beyond / kBlock][beyond % kBlock];
     }
+    [[gnu::noinline]] void addBlock() {
+        const std::size_t size = sizeOf(m_blocks.size());
+        m_next = m_blocks.emplace_back(new LineBreaks[size]).get();
+        m_blockEnd = m_next + size;
+    }
     std::vector<std::unique_ptr<LineBreaks[]>> m_blocks;
+    // Where the next entry goes, the end of its block, and the last entry (null in an empty
+    // list): a list dense in entries adds one without working out its block.
+    LineBreaks* m_next = nullptr;
+    LineBreaks* m_blockEnd = nullptr;
+    LineBreaks* m_last = nullptr;
     std::size_t m_count = 0;
     std::size_t m_lineFeeds = 0;
 };
@@ -431,9 +440,9 @@ int32_t digitStartBefore(const char16_t* text, int32_t end) {
 // Where a numbered-list marker can start: the first digit of each run of digits that ends in a
 // full stop, and its second digit when a line feed precedes the first (the look-behind then
 // fails there but not one digit later). A later digit of the run cannot start a match where the
-// first could not: the greedy digits reach the same full stop either way. The runs are found
-// from their full stops back, which reads each digit once and branches little on other text;
-// onCandidate(start, the full stop).
+// first could not: the greedy digits reach the same full stop either way. Only a full stop with
+// a possible blank after it is considered, and the runs are found from there back, which reads
+// each digit once and branches little on other text; onCandidate(start, the full stop).
 template <typename OnCandidate>
 void forEachPossibleNumber(std::u16string_view u, OnCandidate onCandidate) {
     const char16_t* text = u.data();
@@ -443,6 +452,7 @@ void forEachPossibleNumber(std::u16string_view u, OnCandidate onCandidate) {
     };
     forEachPairWhere(u, mayEndNumber, [&](int32_t i) {
         const int32_t stop = i + 1;
+        if (stop + 1 < length && text[stop + 1] < 0x80 && !isWhiteSpace(text[stop + 1])) return;
         int32_t runStart = stop;
         for (int32_t digit = 0;
              runStart > 0 && (digit = digitStartBefore(text, runStart)) < runStart;)
