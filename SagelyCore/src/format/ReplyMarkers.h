@@ -140,6 +140,11 @@ constexpr Digit isDigit;
 inline int32_t numberedStepEnd(Text text, int32_t at, int32_t lineFeedsAt = -1) {
     const int32_t word = stepWordEnd(text, at);
     if (word < 0) return -1;
+    if (word + 2 < text.length && Blank::isAscii(text.units[word]) &&
+        Digit::isAscii(text.units[word + 1])) {  // the usual "Step 1", read without the runs
+        const char16_t after = text.units[word + 2];
+        return after < 0x80 && !Digit::isAscii(after) ? word + 2 : runEnd(text, word + 2, isDigit);
+    }
     const int32_t blanks = runEnd(text, word, isBlank);
     if (blanks == word && word != lineFeedsAt) return -1;
     const int32_t digits = runEnd(text, blanks, isDigit);
@@ -150,6 +155,7 @@ inline int32_t numberedStepEnd(Text text, int32_t at, int32_t lineFeedsAt = -1) 
 inline int32_t stepMarkerEnd(Text text, int32_t at) {
     const int32_t number = numberedStepEnd(text, at);
     if (number < 0) return -1;
+    if (number < text.length && text.units[number] == u':') return number + 1;
     const int32_t colon = runEnd(text, number, isBlank);
     return colon < text.length && text.units[colon] == u':' ? colon + 1 : -1;
 }
