@@ -15,6 +15,7 @@
 #include <bit>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -31,7 +32,7 @@ using detail::isWhiteSpace;
 using detail::mayStartStepWord;
 using detail::numberedItemEndFromDigits;
 using detail::stepHeadingEnd;
-using detail::stepMarkerAfterSentenceEndAmidLineFeeds;
+using detail::stepMarkerAfterSentenceEndAmidNumberedItems;
 using detail::stepMarkerEnd;
 using detail::trimmedView;
 using detail::utf8Of;
@@ -92,6 +93,11 @@ bool isAsciiDigit(char16_t c) {
 
 bool isAsciiLetter(char16_t c) {
     return static_cast<char16_t>((c | 0x20) - u'a') < 26;
+}
+
+// What "\s" matches of ASCII.
+bool isAsciiBlank(char16_t c) {
+    return (c == u' ') | (static_cast<char16_t>(c - u'\t') < 5);
 }
 
 bool isNonAscii(char16_t c) {
@@ -165,6 +171,11 @@ void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
 // the text up from its end. A second buffer would be touched afresh on every reply, and on a long
 // reply that costs more than the steps themselves.
 
+// More line feeds than this at one place go in as this many: the run they are part of is then
+// three or more line feeds long either way, which the repair collapses to two in the end (see
+// collapseBlankRuns), and so the run is not written and read again to no effect.
+constexpr int32_t kMostLineFeedsAtAPlace = 2;
+
 // `count` line feeds to put before the character at `at` (or at the end, when `at` is the length).
 struct LineBreaks {
     int32_t at;
@@ -177,53 +188,31 @@ struct LineBreaks {
 // each doubling and ask the system for fresh memory each time.
 class BreakList {
 public:
-    /// Adds line feeds at `breaks.at`, which is at or after the last place in the list. More
-    /// than two at one place are put in as two: the run they are part of is then three or more
-    /// line feeds long either way, which the repair collapses to two in the end (see
-    /// collapseBlankRuns), and so the run is not written and read again to no effect.
+    /// Adds line feeds at `breaks.at`, which is at or after the last place in the list.
     void push_back(LineBreaks breaks) {
         if (m_last != nullptr && m_last->at == breaks.at) {
-            const int32_t joined = std::min(m_last->count + breaks.count, kMostAtAPlace);
-            m_lineFeeds += static_cast<std::size_t>(joined - m_last->count);
-            m_last->count = joined;
+            m_last->count = std::min(m_last->count + breaks.count, kMostLineFeedsAtAPlace);
             return;
         }
-        breaks.count = std::min(breaks.count, kMostAtAPlace);
-        m_lineFeeds += static_cast<std::size_t>(breaks.count);
         if (m_next == m_blockEnd) addBlock();
-        *m_next = breaks;
+        *m_next = {breaks.at, std::min(breaks.count, kMostLineFeedsAtAPlace)};
         m_last = m_next++;
         ++m_count;
     }
     bool empty() const { return m_count == 0; }
-    std::size_t lineFeeds() const { return m_lineFeeds; }
-    std::size_t size() const { return m_count; }
-    LineBreaks operator[](std::size_t i) const { return const_cast<BreakList*>(this)->entry(i); }
-    template <typename Visit>
-    void forEachFromTheLast(Visit visit) const {
-        for (std::size_t block = m_blocks.size(); block-- > 0;) {
-            if (startOf(block) >= m_count) continue;
-            const LineBreaks* entries = m_blocks[block].get();
-            for (std::size_t i = std::min(sizeOf(block), m_count - startOf(block)); i-- > 0;)
-                visit(entries[i]);
-        }
+    std::size_t blocks() const { return m_blocks.size(); }
+    /// The entries of a block: none is empty.
+    std::span<const LineBreaks> block(std::size_t b) const {
+        const LineBreaks* entries = m_blocks[b].get();
+        const LineBreaks* end = b + 1 < m_blocks.size() ? entries + sizeOf(b) : m_next;
+        return {entries, static_cast<std::size_t>(end - entries)};
     }
 
 private:
-    static constexpr int32_t kMostAtAPlace = 2;
     static constexpr std::size_t kFirstBlock = 128;  // 1 KB
     static constexpr std::size_t kBlock = 4096;      // 32 KB, which the allocator keeps for reuse
     static constexpr std::size_t sizeOf(std::size_t block) {
         return block == 0 ? kFirstBlock : kBlock;
-    }
-    // The place in the list of the first entry of the block.
-    static constexpr std::size_t startOf(std::size_t block) {
-        return block == 0 ? 0 : kFirstBlock + (block - 1) * kBlock;
-    }
-    LineBreaks& entry(std::size_t i) {
-        if (i < kFirstBlock) return m_blocks[0][i];
-        const std::size_t beyond = i - kFirstBlock;
-        return m_blocks[1 + beyond / kBlock][beyond % kBlock];
     }
     [[gnu::noinline]] void addBlock() {
         const std::size_t size = sizeOf(m_blocks.size());
@@ -237,7 +226,30 @@ private:
     LineBreaks* m_blockEnd = nullptr;
     LineBreaks* m_last = nullptr;
     std::size_t m_count = 0;
-    std::size_t m_lineFeeds = 0;
+};
+
+// Reads a list's entries from the first on.
+class BreakReader {
+public:
+    explicit BreakReader(const BreakList& list) : m_list(list) { enter(0); }
+    bool done() const { return m_at == m_end; }
+    LineBreaks current() const { return *m_at; }
+    void advance() {
+        if (++m_at == m_end) enter(m_block + 1);
+    }
+
+private:
+    void enter(std::size_t block) {
+        m_block = block;
+        if (block == m_list.blocks()) return;  // m_at is m_end: done
+        const std::span<const LineBreaks> entries = m_list.block(block);
+        m_at = entries.data();
+        m_end = entries.data() + entries.size();
+    }
+    const BreakList& m_list;
+    std::size_t m_block = 0;
+    const LineBreaks* m_at = nullptr;
+    const LineBreaks* m_end = nullptr;
 };
 
 // The breaks of both lists in one, in order: one of them when the other is empty, else a merge
@@ -245,51 +257,114 @@ private:
 const BreakList& bothBreakLists(const BreakList& a, const BreakList& b, BreakList& merged) {
     if (a.empty()) return b;
     if (b.empty()) return a;
-    std::size_t i = 0;
-    std::size_t j = 0;
-    while (i < a.size() && j < b.size()) {
-        if (a[i].at == b[j].at) {
-            merged.push_back({a[i].at, a[i].count + b[j].count});
-            ++i;
-            ++j;
-        } else {
-            merged.push_back(a[i].at < b[j].at ? a[i++] : b[j++]);
-        }
+    BreakReader i(a);
+    BreakReader j(b);
+    for (; !i.done() && !j.done();) {
+        BreakReader& first = i.current().at <= j.current().at ? i : j;
+        merged.push_back(first.current());  // at the same place, the other's are added next
+        first.advance();
     }
-    for (; i < a.size(); ++i) merged.push_back(a[i]);
-    for (; j < b.size(); ++j) merged.push_back(b[j]);
+    for (BreakReader* rest : {&i, &j})
+        for (; !rest->done(); rest->advance()) merged.push_back(rest->current());
     return merged;
 }
 
-// Puts in the line feeds. The text between two breaks is often a few characters long, which a
-// loop moves faster than a call would.
-void insertLineBreaks(std::u16string& u, const BreakList& breaks) {
-    constexpr std::size_t kShortPiece = 8;
-    if (breaks.empty()) return;
-    std::size_t from = u.size();  // the end of the text still to move
-    u.resize(u.size() + breaks.lineFeeds());
-    char16_t* text = u.data();
-    std::size_t to = u.size();
-    breaks.forEachFromTheLast([&](LineBreaks b) {
-        const auto at = static_cast<std::size_t>(b.at);
-        const std::size_t length = from - at;
-        to -= length;
-        if (length <= kShortPiece && from >= kShortPiece && to + length >= at + kShortPiece) {
-            // The last kShortPiece characters up to the piece's end move as one: the characters
-            // before the piece land where line feeds and earlier pieces go later, and none of
-            // them is a character still to be moved.
-            std::array<char16_t, kShortPiece> piece;
-            std::memcpy(piece.data(), text + from - kShortPiece, sizeof piece);
-            std::memcpy(text + to + length - kShortPiece, piece.data(), sizeof piece);
-        } else if (length <= 16) {
-            for (std::size_t i = length; i-- > 0;) text[to + i] = text[at + i];  // from the end up
+// Writes the text with line feeds put in to a second buffer, as the places where they go are
+// found, in ascending order: text dense in markers has some every few characters, and copying it
+// forward once costs less than keeping a list of them and moving the text up afterwards. Nothing
+// is written before the first place, so text without any costs nothing. The buffer is taken as
+// it is, its length as room to write in: a thread keeps it from reply to reply (WorkingText).
+class LineFeedWriter {
+public:
+    LineFeedWriter(std::u16string_view text, std::u16string& out)
+        : m_text(text.data()), m_length(text.size()), m_out(out) {}
+    LineFeedWriter(const LineFeedWriter&) = delete;
+    LineFeedWriter& operator=(const LineFeedWriter&) = delete;
+
+    /// Puts `count` line feeds before the character at `at`, at or after the last place. Inline
+    /// in the scans, which call it for every few characters of text dense in markers.
+    [[gnu::always_inline]] void put(int32_t at, int32_t count) {
+        const auto place = static_cast<std::size_t>(at);
+        if (place == m_from && m_to != nullptr) {  // more at the last place
+            count = std::min(count, kMostLineFeedsAtAPlace - m_atLast);
+            if (count <= 0) return;
         } else {
-            std::char_traits<char16_t>::move(text + to, text + at, length);
+            count = std::min(count, kMostLineFeedsAtAPlace);
+            m_atLast = 0;
         }
-        for (int32_t k = 0; k < b.count; ++k) text[--to] = u'\n';
-        from = at;
-    });
-}
+        const std::size_t piece = place - m_from;
+        if (piece + kShortPiece + kMostLineFeedsAtAPlace > static_cast<std::size_t>(m_end - m_to))
+            makeRoom(piece);
+        char16_t* to = m_to;  // in a local, which the copy cannot be taken to change
+        const char16_t* from = m_text + m_from;
+        if (piece <= kShortPiece && m_from + kShortPiece <= m_length) {
+            // A short piece, the usual one amid markers, moves as a copy of fixed size; what it
+            // writes past the piece is written over next.
+            std::memcpy(to, from, kShortPiece * sizeof(char16_t));
+        } else {
+            std::memcpy(to, from, piece * sizeof(char16_t));
+        }
+        to += piece;
+        to[0] = u'\n';  // the second is written over when only one goes in
+        to[1] = u'\n';
+        m_to = to + count;
+        m_atLast += count;
+        m_from = place;
+    }
+
+    /// Writes the rest of the text. Whether any line feed went in: only then does the buffer
+    /// hold the text, with them.
+    bool finish() {
+        if (m_to == nullptr) return false;
+        const std::size_t rest = m_length - m_from;
+        if (rest > static_cast<std::size_t>(m_end - m_to)) makeRoom(rest);
+        std::memcpy(m_to, m_text + m_from, rest * sizeof(char16_t));
+        m_out.resize(static_cast<std::size_t>(m_to - m_out.data()) + rest);
+        return true;
+    }
+
+private:
+    static constexpr std::size_t kShortPiece = 8;
+    // At first, room for the text and two thirds more, as much as the repair can add ("1. " over
+    // and over), so that a reply is written without growing the buffer again.
+    [[gnu::noinline]] void makeRoom(std::size_t piece) {
+        const std::size_t written =
+            m_to == nullptr ? 0 : static_cast<std::size_t>(m_to - m_out.data());
+        const std::size_t needed = written + piece + kShortPiece + kMostLineFeedsAtAPlace;
+        if (m_to == nullptr) m_out.resize(std::max(m_out.size(), m_length + m_length * 2 / 3 + 64));
+        if (m_out.size() < needed) m_out.resize(std::max(needed, m_out.size() + m_out.size() / 2));
+        m_to = m_out.data() + written;
+        m_end = m_out.data() + m_out.size();
+    }
+    const char16_t* m_text;
+    std::size_t m_length;
+    std::u16string& m_out;
+    std::size_t m_from = 0;     // the text is written up to here
+    char16_t* m_to = nullptr;   // where the next character goes; null until the first place
+    char16_t* m_end = nullptr;  // the end of the room
+    int32_t m_atLast = 0;       // the line feeds written at m_from
+};
+
+// Puts the line feeds of a list in as those of a scan are put in, each at its place in order.
+class MergedLineFeeds {
+public:
+    MergedLineFeeds(LineFeedWriter& writer, const BreakList& breaks)
+        : m_writer(writer), m_breaks(breaks) {}
+    void put(int32_t at, int32_t count) {
+        for (; !m_breaks.done() && m_breaks.current().at <= at; m_breaks.advance())
+            m_writer.put(m_breaks.current().at, m_breaks.current().count);
+        m_writer.put(at, count);
+    }
+    bool finish() {
+        for (; !m_breaks.done(); m_breaks.advance())
+            m_writer.put(m_breaks.current().at, m_breaks.current().count);
+        return m_writer.finish();
+    }
+
+private:
+    LineFeedWriter& m_writer;
+    BreakReader m_breaks;
+};
 
 // "\r\n" becomes "\n".
 void joinCarriageReturns(std::u16string& u) {
@@ -437,31 +512,53 @@ int32_t digitStartBefore(const char16_t* text, int32_t end) {
     return isDecimalDigit(codePoint) ? start : end;
 }
 
-// Where a numbered-list marker can start: the first digit of each run of digits that ends in a
-// full stop, and its second digit when a line feed precedes the first (the look-behind then
-// fails there but not one digit later). A later digit of the run cannot start a match where the
-// first could not: the greedy digits reach the same full stop either way. Only a full stop with
-// a possible blank after it is considered, and the runs are found from there back, which reads
-// each digit once and branches little on other text; onCandidate(start, the full stop).
-template <typename OnCandidate>
-void forEachPossibleNumber(std::u16string_view u, OnCandidate onCandidate) {
+// Calls onItem(start) for each numbered-list marker not at the start of a line
+// ("(?<!\n)(\d+\.\s)"), in order, as successive finds of the pattern find them. A match can only
+// start at the first digit of a run of digits that ends in a full stop, or at its second digit
+// when a line feed precedes the first (the look-behind then fails there but not one digit later):
+// a later digit cannot start a match where the first could not, as the greedy digits reach the
+// same full stop either way. The runs are found from their full stops back, and only from those
+// with a possible blank after them, which reads each digit once and branches little on other
+// text. A run of ASCII digits with ASCII around it, the usual one, is read without decoding.
+template <typename OnItem>
+void forEachNumberedItem(std::u16string_view u, OnItem onItem) {
     const char16_t* text = u.data();
     const int32_t length = lengthOf(u);
+    int32_t resumeAt = 0;  // the end of the last match
+    auto tryAt = [&](int32_t at, int32_t stop) {
+        if (at < resumeAt) return;
+        const int32_t end = numberedItemEndFromDigits(u, at, stop);
+        if (end < 0) return;
+        onItem(at);
+        resumeAt = end;
+    };
     auto mayEndNumber = [](char16_t c, char16_t next) {
         return (next == u'.') & (isAsciiDigit(c) | isNonAscii(c));
     };
     forEachPairWhere(u, mayEndNumber, [&](int32_t i) {
         const int32_t stop = i + 1;
-        if (stop + 1 < length && text[stop + 1] < 0x80 && !isWhiteSpace(text[stop + 1])) return;
+        const char16_t after = stop + 1 < length ? text[stop + 1] : u'\0';
+        if (after < 0x80) {
+            if (!isAsciiBlank(after)) return;
+            int32_t start = i;
+            while (start > 0 && isAsciiDigit(text[start - 1])) --start;
+            if (isAsciiDigit(text[i]) && (start == 0 || text[start - 1] < 0x80)) {
+                if (start > 0 && text[start - 1] == u'\n' && ++start == stop) return;
+                if (start < resumeAt) return;
+                onItem(start);
+                resumeAt = stop + 2;
+                return;
+            }
+        }
         int32_t runStart = stop;
         for (int32_t digit = 0;
              runStart > 0 && (digit = digitStartBefore(text, runStart)) < runStart;)
             runStart = digit;
         if (runStart == stop) return;
-        onCandidate(runStart, stop);
+        tryAt(runStart, stop);
         if (runStart == 0 || text[runStart - 1] != u'\n') return;
         const int32_t second = runStart + digitLength(text, runStart, length);
-        if (second < stop) onCandidate(second, stop);
+        if (second < stop) tryAt(second, stop);
     });
 }
 
@@ -527,14 +624,14 @@ void splitSentenceStarts(std::u16string_view text, BreakList& breaks) {
 // template only puts line feeds around or between its groups, which together make up the whole
 // match ("$1\n\n$2" with "(…)(…)", "\n\n$1\n" with "(…)"), so its replacements are line feeds put
 // in at the ends of the groups.
-void separateMarkers(std::u16string& u) {
+void separateMarkers(std::u16string& u, std::u16string& spare) {
     // The first two patterns have the same marker, read once at each place for both. Their
     // line feeds only change where the second looks behind: a marker glued to the end of the
     // last one (as in "Step 1:Step 2:") has the first pattern's line feeds before it. Each keeps
     // its own successive finds.
-    BreakList markerBreaks;
     {
         const std::u16string_view text = u;
+        LineFeedWriter out(text, spare);
         int32_t resumeGlued = 0;       // "(Step\s+\d+\s*:)([A-Za-z])", "$1\n\n$2"
         int32_t resumeNotAtStart = 0;  // "(?<!\n)(Step\s+\d+\s*:)", "\n\n$1\n"
         forEachPossibleStepWord(text, [&](int32_t at) {
@@ -545,66 +642,63 @@ void separateMarkers(std::u16string& u) {
             const bool notAtStart =
                 at >= resumeNotAtStart && !followsLineFeed(text, at) &&
                 resumeGlued != at + 1;  // the first pattern's last match put line feeds here
-            if (notAtStart) markerBreaks.push_back({at, 2});
-            if (glued) {
-                markerBreaks.push_back({marker, 2});
-                resumeGlued = marker + 1;
-            }
             if (notAtStart) {
-                markerBreaks.push_back({marker, 1});
+                out.put(at, 2);
                 resumeNotAtStart = marker;
             }
+            if (glued) resumeGlued = marker + 1;
+            if (glued || notAtStart) out.put(marker, (glued ? 2 : 0) + (notAtStart ? 1 : 0));
         });
+        if (out.finish()) u.swap(spare);
     }
-    insertLineBreaks(u, markerBreaks);
     // The last three passes are worked out on the text as it is now, and their line feeds put
     // in together. None of them puts line feeds where a later one looks, but for the numbered
-    // items' before a number, which "Step\s+\d+" after a sentence takes as blanks. The sentence
-    // starts need neither of the others': a numbered item's go before a digit, which no phrase
-    // holds, and a marker's between sentence punctuation, which no phrase holds either, and a
-    // "Step", which no phrase starts with.
-    BreakList numbers;
-    forEachPossibleNumber(
-        u, successiveFinds<numberedItemEndFromDigits>(u, [&](int32_t start, int32_t) {
-            numbers.push_back({start, 2});  // "\n\n$1"
-        }));
+    // items' before a number, which "Step\s+\d+" after a sentence takes as blanks: the marker
+    // pass finds those itself (stepMarkerAfterSentenceEndAmidNumberedItems). The sentence starts
+    // need neither of the others': a numbered item's go before a digit, which no phrase holds,
+    // and a marker's between sentence punctuation, which no phrase holds either, and a "Step",
+    // which no phrase starts with. The numbered items are put in last, as they are found, with
+    // the others at their places.
     BreakList sentenceEnds;
-    std::size_t nextNumber = 0;  // the first numbered item from the candidate on
-    auto stepAfterSentenceEnd =
-        successiveFinds<stepMarkerAfterSentenceEndAmidLineFeeds>(u, [&](int32_t start, int32_t) {
-            sentenceEnds.push_back({start + 1, 2});  // "$1\n\n$2", after the punctuation
-        });
-    forEachPossibleSentenceEnd(u, [&](int32_t at) {
-        while (nextNumber < numbers.size() && numbers[nextNumber].at <= at) ++nextNumber;
-        stepAfterSentenceEnd(at, nextNumber < numbers.size() ? numbers[nextNumber].at : -1);
-    });
+    forEachPossibleSentenceEnd(
+        u, successiveFinds<stepMarkerAfterSentenceEndAmidNumberedItems>(
+               u, [&](int32_t start, int32_t) {
+                   sentenceEnds.push_back({start + 1, 2});  // "$1\n\n$2", after the punctuation
+               }));
     BreakList sentenceStarts;
     splitSentenceStarts(u, sentenceStarts);
-    BreakList merged[2];
-    insertLineBreaks(u, bothBreakLists(bothBreakLists(numbers, sentenceEnds, merged[0]),
-                                       sentenceStarts, merged[1]));
+    BreakList merged;
+    LineFeedWriter writer(u, spare);
+    MergedLineFeeds out(writer, bothBreakLists(sentenceEnds, sentenceStarts, merged));
+    forEachNumberedItem(u, [&](int32_t start) { out.put(start, 2); });  // "\n\n$1"
+    if (out.finish()) u.swap(spare);
 }
 
-// The repair's working text, kept on each thread from reply to reply up to kKeptUnits: a long
-// reply's is megabytes, and fresh memory for it on every reply costs more than the repair
-// itself (and glibc hands memory that large back to the system when it is freed). Repairs do
-// not nest: none of their steps starts another.
+// The repair's working text, and a second buffer that steps adding line feeds write it to, kept
+// on each thread from reply to reply up to kKeptUnits each: a long reply's are megabytes, and
+// fresh memory for them on every reply costs more than the repair itself (and glibc hands memory
+// that large back to the system when it is freed). Repairs do not nest: none of their steps
+// starts another.
 class WorkingText {
 public:
     WorkingText() { t_text.clear(); }
     ~WorkingText() {
-        if (t_text.capacity() > kKeptUnits) std::u16string().swap(t_text);
+        for (std::u16string* buffer : {&t_text, &t_spare})
+            if (buffer->capacity() > kKeptUnits) std::u16string().swap(*buffer);
     }
     WorkingText(const WorkingText&) = delete;
     WorkingText& operator=(const WorkingText&) = delete;
     std::u16string& text() { return t_text; }
+    std::u16string& spare() { return t_spare; }
 
 private:
     static constexpr std::size_t kKeptUnits = std::size_t{4} << 20;  // 8 MB
     static thread_local std::u16string t_text;
+    static thread_local std::u16string t_spare;
 };
 
 thread_local std::u16string WorkingText::t_text;
+thread_local std::u16string WorkingText::t_spare;
 
 // normalize, ending in UTF-16 (in `text`) so that the step parser can use it as it is.
 std::u16string& normalizedText(std::string_view input, WorkingText& working) {
@@ -613,7 +707,7 @@ std::u16string& normalizedText(std::string_view input, WorkingText& working) {
     assignUtf16(text, trimmedView(input));
     joinCarriageReturns(text);
     dropEmptyHeadings(text);
-    separateMarkers(text);
+    separateMarkers(text, working.spare());
     dropEmptyHeadings(text);
     collapseBlankRuns(text);
     trimWhiteSpace(text);

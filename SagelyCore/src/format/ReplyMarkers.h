@@ -135,20 +135,25 @@ struct Digit {
 constexpr Blank isBlank;
 constexpr Digit isDigit;
 
-// "Step\s+\d+" from `at`: where it ends, or -1. Line feeds to be put in at `lineFeedsAt` count
-// as blanks there.
-inline int32_t numberedStepEnd(Text text, int32_t at, int32_t lineFeedsAt = -1) {
-    const int32_t word = stepWordEnd(text, at);
-    if (word < 0) return -1;
+// "\s+\d+" from `word`, the end of a "Step": where it ends, or -1. With `lineFeedsAtWord`, line
+// feeds to be put in there count as blanks.
+inline int32_t stepNumberEnd(Text text, int32_t word, bool lineFeedsAtWord = false) {
     if (word + 2 < text.length && Blank::isAscii(text.units[word]) &&
         Digit::isAscii(text.units[word + 1])) {  // the usual "Step 1", read without the runs
         const char16_t after = text.units[word + 2];
         return after < 0x80 && !Digit::isAscii(after) ? word + 2 : runEnd(text, word + 2, isDigit);
     }
     const int32_t blanks = runEnd(text, word, isBlank);
-    if (blanks == word && word != lineFeedsAt) return -1;
+    if (blanks == word && !lineFeedsAtWord) return -1;
     const int32_t digits = runEnd(text, blanks, isDigit);
     return digits == blanks ? -1 : digits;
+}
+
+// "Step\s+\d+" from `at`: where it ends, or -1. Line feeds to be put in at `lineFeedsAt`
+// count as blanks there.
+inline int32_t numberedStepEnd(Text text, int32_t at, int32_t lineFeedsAt = -1) {
+    const int32_t word = stepWordEnd(text, at);
+    return word < 0 ? -1 : stepNumberEnd(text, word, word == lineFeedsAt);
 }
 
 // "Step\s+\d+\s*:" from `at`: where it ends, or -1.
@@ -233,6 +238,22 @@ inline int32_t numberedItemEndFromDigits(std::u16string_view text, int32_t at, i
 inline int32_t numberedItemNotAtLineStartEnd(std::u16string_view text, int32_t at) {
     return numberedItemEndFromDigits(text, at,
                                      markers::runEnd(markers::textOf(text), at, markers::isDigit));
+}
+
+/// "([:.!?])(Step\s+\d+)", case-insensitive, in the text with the line feeds of the numbered
+/// items ("(?<!\n)(\d+\.\s)", "\n\n$1") to be put in. The only ones that can make a match go
+/// before a number right after "Step" (".Step12. x"), and an item that starts there is one that
+/// successive finds find: the letter before it is in no earlier item.
+inline int32_t stepMarkerAfterSentenceEndAmidNumberedItems(std::u16string_view text, int32_t at) {
+    const markers::Text t = markers::textOf(text);
+    const char16_t c = text[static_cast<std::size_t>(at)];
+    if (!(c == u':' || c == u'.' || c == u'!' || c == u'?')) return -1;
+    const int32_t word = markers::stepWordEnd(t, at + 1);
+    if (word < 0) return -1;
+    const int32_t number = markers::stepNumberEnd(t, word);
+    if (number >= 0) return number;
+    const int32_t digits = markers::runEnd(t, word, markers::isDigit);  // no blank after the word
+    return numberedItemEndFromDigits(text, word, digits) >= 0 ? digits : -1;
 }
 
 }  // namespace sagely::detail
