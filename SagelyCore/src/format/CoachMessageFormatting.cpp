@@ -325,14 +325,16 @@ public:
 
 private:
     static constexpr std::size_t kShortPiece = 8;
-    // At first, room for the text and two thirds more, as much as the repair can add ("1. " over
-    // and over), so that a reply is written without growing the buffer again.
+    // The buffer is lengthened a little at a time, as the text written needs: lengthening a
+    // string writes zeros over what it adds, and the buffer is kept at the length of the last
+    // text it held. Room is reserved at first for the text and two thirds more, as much as the
+    // repair can add ("1. " over and over), so that the buffer is not moved as it grows.
     [[gnu::noinline]] void makeRoom(std::size_t piece) {
         const std::size_t written =
             m_to == nullptr ? 0 : static_cast<std::size_t>(m_to - m_out.data());
         const std::size_t needed = written + piece + kShortPiece + kMostLineFeedsAtAPlace;
-        if (m_to == nullptr) m_out.resize(std::max(m_out.size(), m_length + m_length * 2 / 3 + 64));
-        if (m_out.size() < needed) m_out.resize(std::max(needed, m_out.size() + m_out.size() / 2));
+        if (m_to == nullptr) m_out.reserve(m_length + m_length * 2 / 3 + 64);
+        if (m_out.size() < needed) m_out.resize(needed + m_length / 16 + 64);
         m_to = m_out.data() + written;
         m_end = m_out.data() + m_out.size();
     }
