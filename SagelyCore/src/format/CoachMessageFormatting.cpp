@@ -117,27 +117,39 @@ bool isSetFollowingCharacter(char16_t c) {
 // Calls onHit(i), in ascending order, for each i where hit(&text[i]) holds; `hit` reads the
 // kWidth units from there (those past the end read as 0). `hit` must not branch, for the blocks
 // to vectorise.
+constexpr std::size_t kScanBlock = 64;
+
+// The places of the block at `text` where test(&text[j]) holds, as bits. Without a branch per
+// character, for text with many: the tests of the block are made into bytes, which vectorises,
+// and each eight bytes are packed into eight bits by one multiplication.
+template <typename Test>
+uint64_t placesWhere(const char16_t* text, Test test) {
+    std::array<uint8_t, kScanBlock> isHit;
+    for (std::size_t j = 0; j < kScanBlock; ++j) isHit[j] = test(text + j) != 0;
+    static_assert(std::endian::native == std::endian::little, "isHit[j + k] is byte k");
+    uint64_t hits = 0;
+    for (std::size_t j = 0; j < kScanBlock; j += 8) {
+        uint64_t eight = 0;
+        std::memcpy(&eight, isHit.data() + j, sizeof eight);
+        hits |= ((eight * 0x0102040810204080ULL) >> 56) << j;  // byte k of eight is bit k
+    }
+    return hits;
+}
+
+// Whether test(&text[j]) holds at any place of the block at `text`.
+template <typename Test>
+bool anyPlaceWhere(const char16_t* text, Test test) {
+    unsigned any = 0;
+    for (std::size_t i = 0; i < kScanBlock; ++i) any |= test(text + i);
+    return any != 0;
+}
+
 template <std::size_t kWidth, typename Hit, typename OnHit>
 void forEachPlaceWhere(std::u16string_view u, Hit hit, OnHit onHit) {
-    constexpr std::size_t kBlock = 64;
+    constexpr std::size_t kBlock = kScanBlock;
     // Whether any place of the block at `text` is a hit, and then which, as bits.
     auto blockHits = [&hit](const char16_t* text) -> uint64_t {
-        unsigned any = 0;
-        for (std::size_t i = 0; i < kBlock; ++i) any |= hit(text + i);
-        if (any == 0) return 0;
-        // Without a branch per character either, for text with many hits: the tests of the
-        // block are made into bytes, which vectorises, and each eight bytes are packed into
-        // eight bits by one multiplication.
-        std::array<uint8_t, kBlock> isHit;
-        for (std::size_t j = 0; j < kBlock; ++j) isHit[j] = hit(text + j) != 0;
-        static_assert(std::endian::native == std::endian::little, "isHit[j + k] is byte k");
-        uint64_t hits = 0;
-        for (std::size_t j = 0; j < kBlock; j += 8) {
-            uint64_t eight = 0;
-            std::memcpy(&eight, isHit.data() + j, sizeof eight);
-            hits |= ((eight * 0x0102040810204080ULL) >> 56) << j;  // byte k of eight is bit k
-        }
-        return hits;
+        return anyPlaceWhere(text, hit) ? placesWhere(text, hit) : 0;
     };
     auto report = [&onHit](std::size_t base, uint64_t hits, std::size_t count) {
         for (; hits != 0; hits &= hits - 1) {
@@ -534,24 +546,10 @@ void forEachNumberedItem(std::u16string_view u, OnItem onItem) {
         onItem(at);
         resumeAt = end;
     };
-    auto mayEndNumber = [](char16_t c, char16_t next) {
-        return (next == u'.') & (isAsciiDigit(c) | isNonAscii(c));
-    };
-    forEachPairWhere(u, mayEndNumber, [&](int32_t i) {
+    // The digit or character beyond ASCII at `i` before a full stop.
+    auto tryEndingAt = [&](int32_t i) {
         const int32_t stop = i + 1;
-        const char16_t after = stop + 1 < length ? text[stop + 1] : u'\0';
-        if (after < 0x80) {
-            if (!isAsciiBlank(after)) return;
-            int32_t start = i;
-            while (start > 0 && isAsciiDigit(text[start - 1])) --start;
-            if (isAsciiDigit(text[i]) && (start == 0 || text[start - 1] < 0x80)) {
-                if (start > 0 && text[start - 1] == u'\n' && ++start == stop) return;
-                if (start < resumeAt) return;
-                onItem(start);
-                resumeAt = stop + 2;
-                return;
-            }
-        }
+        if (stop + 1 < length && text[stop + 1] < 0x80 && !isAsciiBlank(text[stop + 1])) return;
         int32_t runStart = stop;
         for (int32_t digit = 0;
              runStart > 0 && (digit = digitStartBefore(text, runStart)) < runStart;)
@@ -561,7 +559,46 @@ void forEachNumberedItem(std::u16string_view u, OnItem onItem) {
         if (runStart == 0 || text[runStart - 1] != u'\n') return;
         const int32_t second = runStart + digitLength(text, runStart, length);
         if (second < stop) tryAt(second, stop);
-    });
+    };
+    auto mayEndNumberBefore = [](char16_t c, char16_t next) {
+        return (next == u'.') & (isAsciiDigit(c) | isNonAscii(c));
+    };
+    auto mayEndNumber = [&](const char16_t* at) { return mayEndNumberBefore(at[0], at[1]); };
+    // A block of ASCII is read as bits: where a digit stands before a full stop and a blank, and
+    // where no digit stands, so that each run's start is the place after the last non-digit
+    // before its end. A block with a character beyond ASCII, or a run that starts before the
+    // block, is read a candidate at a time.
+    std::size_t base = 0;
+    for (; base + kScanBlock + 2 <= u.size(); base += kScanBlock) {
+        const char16_t* block = text + base;
+        if (!anyPlaceWhere(block, mayEndNumber)) continue;
+        const auto at = [base](uint64_t j) { return static_cast<int32_t>(base + j); };
+        if (anyPlaceWhere(block, [](const char16_t* c) { return (c[0] | c[1] | c[2]) >= 0x80; })) {
+            for (uint64_t hits = placesWhere(block, mayEndNumber); hits != 0; hits &= hits - 1)
+                tryEndingAt(at(std::countr_zero(hits)));
+            continue;
+        }
+        const uint64_t ends = placesWhere(block, [](const char16_t* c) {
+            return isAsciiDigit(c[0]) & (c[1] == u'.') & isAsciiBlank(c[2]);
+        });
+        const uint64_t nonDigits =
+            placesWhere(block, [](const char16_t* c) { return !isAsciiDigit(c[0]); });
+        for (uint64_t hits = ends; hits != 0; hits &= hits - 1) {
+            const auto end = static_cast<uint64_t>(std::countr_zero(hits));
+            const uint64_t before = nonDigits & ((uint64_t{1} << end) - 1);
+            if (before == 0) {  // the run starts before the block
+                tryEndingAt(at(end));
+                continue;
+            }
+            int32_t start = at(64 - std::countl_zero(before));
+            if (text[start - 1] == u'\n' && ++start > at(end)) continue;  // then from the second
+            if (start < resumeAt) continue;
+            onItem(start);
+            resumeAt = at(end) + 3;
+        }
+    }
+    forEachPairWhere(u.substr(base), mayEndNumberBefore,
+                     [&](int32_t i) { tryEndingAt(static_cast<int32_t>(base) + i); });
 }
 
 // Tries `matchEnd` at each candidate position, in ascending order, as successive finds of one
