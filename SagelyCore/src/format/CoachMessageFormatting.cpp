@@ -637,6 +637,20 @@ constexpr std::array<uint32_t, 26> kSentenceStartsByCapital = [] {
     return phrases;
 }();
 
+// The first four characters of each phrase (none is shorter) as one number, the first lowest, so
+// that a place where a phrase does not start is turned away by one comparison: text dense in
+// capitals has a candidate every few characters.
+constexpr std::size_t kHeadLength = 4;
+constexpr std::array<uint64_t, kSentenceStarts.size()> kSentenceStartHeads = [] {
+    std::array<uint64_t, kSentenceStarts.size()> heads{};
+    for (std::size_t k = 0; k < kSentenceStarts.size(); ++k) {
+        if (kSentenceStarts[k].size() < kHeadLength) throw "a phrase shorter than its head";
+        for (std::size_t i = 0; i < kHeadLength; ++i)
+            heads[k] |= uint64_t{kSentenceStarts[k][i]} << (16 * i);
+    }
+    return heads;
+}();
+
 // A line feed before each sentence start that follows a letter, digit, "!" or ")".
 void splitSentenceStarts(std::u16string_view text, BreakList& breaks) {
     // Where each phrase's last match ended.
@@ -646,10 +660,16 @@ void splitSentenceStarts(std::u16string_view text, BreakList& breaks) {
     };
     forEachPairWhere(text, capitalAfterSetCharacter, [&](int32_t before) {
         const auto at = static_cast<std::size_t>(before) + 1;
+        if (at + kHeadLength > text.size()) return;
+        uint64_t head = 0;
+        std::memcpy(&head, text.data() + at, sizeof head);
+        static_assert(std::endian::native == std::endian::little && sizeof head == 2 * kHeadLength);
         for (uint32_t phrases = kSentenceStartsByCapital[text[at] - u'A']; phrases != 0;
              phrases &= phrases - 1) {
             auto k = static_cast<std::size_t>(std::countr_zero(phrases));
-            if (at - 1 < resumeAt[k] || !text.substr(at).starts_with(kSentenceStarts[k])) continue;
+            if (head != kSentenceStartHeads[k] || at - 1 < resumeAt[k] ||
+                !text.substr(at + kHeadLength).starts_with(kSentenceStarts[k].substr(kHeadLength)))
+                continue;
             breaks.push_back({static_cast<int32_t>(at), 1});
             resumeAt[k] = at + kSentenceStarts[k].size();
             break;
