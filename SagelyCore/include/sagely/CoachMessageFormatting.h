@@ -2,10 +2,11 @@
 // title-like line of Markdown decoration, and split a reply made of "Step N:" markers into an
 // intro and numbered steps.
 //
-// Thread-safe, and each result depends on its text alone. A thread keeps its working buffer
-// from reply to reply (up to 8 MB) rather than ask for megabytes afresh for each long reply. No
-// function fails. Characters are told apart as ICU's regular expressions tell them: a blank is
-// White_Space, a digit any decimal digit, and "Step" is matched under full case folding.
+// Thread-safe, and each result depends on its text alone. A thread keeps its two working
+// buffers from reply to reply (up to 8 MB each) rather than ask for megabytes afresh for each
+// long reply. No function fails. Characters are told apart as ICU's regular expressions tell
+// them: a blank is White_Space, a digit any decimal digit, and "Step" is matched under full case
+// folding.
 #pragma once
 
 #include <sagely/Export.h>
