@@ -527,16 +527,20 @@ TEST(FormattingShortcuts, MoreThanTwoLineFeedsAtAPlaceEndAsTheRunTheyMakeWould) 
         ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
 }
 
-// Each thread keeps the repair's working text from reply to reply: what a long reply left in it
-// shows in no later reply, whatever its length, and a reply longer than what is kept is repaired
-// as well.
+// Each thread keeps the repair's working text and second buffer from reply to reply: what a long
+// reply left in them shows in no later reply, whatever its length, and a reply longer than what
+// is kept is repaired as well.
 TEST(FormattingShortcuts, ARepliesResultDoesNotDependOnTheRepliesBeforeIt) {
     std::string markers;
     for (int i = 0; i < 20000; ++i) markers += "Step 1:a";
     const std::string huge(9 << 20, 'x');  // more than the 8 MB kept
+    std::string items;                     // written to a second buffer of more than the 8 MB kept
+    for (int i = 0; i < (1 << 20); ++i) items += "1. ";
+    // "\n\n" before each item but the last, whose blank is trimmed first, and trimmed again
+    EXPECT_EQ(normalize(items).size(), 5 * items.size() / 3 - 5);
     const std::string tail = "x.Step 2: y";
     for (const std::string* before :
-         std::initializer_list<const std::string*>{&markers, &huge, &tail}) {
+         std::initializer_list<const std::string*>{&markers, &huge, &items, &tail}) {
         SCOPED_TRACE(before->size());
         normalize(*before);
         EXPECT_EQ(normalize("Step 1:a"), "Step 1:\n\na");
