@@ -26,6 +26,8 @@ using detail::assignUtf16;
 using detail::blanksBefore;
 using detail::blanksFrom;
 using detail::followsLineFeed;
+using detail::isAsciiBlank;
+using detail::isAsciiDigit;
 using detail::isDecimalDigit;
 using detail::isLetterAt;
 using detail::isWhiteSpace;
@@ -87,17 +89,8 @@ void trimWhiteSpace(std::u16string& u) {
 // would make a branch per character mispredict often. Tests for one of several characters are
 // summed rather than or-ed, since the compiler makes a branch of such an or.
 
-bool isAsciiDigit(char16_t c) {
-    return static_cast<char16_t>(c - u'0') < 10;
-}
-
 bool isAsciiLetter(char16_t c) {
     return static_cast<char16_t>((c | 0x20) - u'a') < 26;
-}
-
-// What "\s" matches of ASCII.
-bool isAsciiBlank(char16_t c) {
-    return (c == u' ') | (static_cast<char16_t>(c - u'\t') < 5);
 }
 
 bool isNonAscii(char16_t c) {
@@ -114,9 +107,6 @@ bool isSetFollowingCharacter(char16_t c) {
     return isAsciiLetter(c) | isAsciiDigit(c) | (c == u'!') | (c == u')');
 }
 
-// Calls onHit(i), in ascending order, for each i where hit(&text[i]) holds; `hit` reads the
-// kWidth units from there (those past the end read as 0). `hit` must not branch, for the blocks
-// to vectorise.
 constexpr std::size_t kScanBlock = 64;
 
 // The places of the block at `text` where test(&text[j]) holds, as bits. Without a branch per
@@ -144,6 +134,9 @@ bool anyPlaceWhere(const char16_t* text, Test test) {
     return any != 0;
 }
 
+// Calls onHit(i), in ascending order, for each i where hit(&text[i]) holds; `hit` reads the
+// kWidth units from there (those past the end read as 0). `hit` must not branch, for the blocks
+// to vectorise.
 template <std::size_t kWidth, typename Hit, typename OnHit>
 void forEachPlaceWhere(std::u16string_view u, Hit hit, OnHit onHit) {
     constexpr std::size_t kBlock = kScanBlock;
@@ -177,11 +170,10 @@ void forEachPairWhere(std::u16string_view u, Hit hit, OnHit onHit) {
         u, [&hit](const char16_t* at) { return hit(at[0], at[1]); }, onHit);
 }
 
-// --- In-place steps --------------------------------------------------------------------------
-// Every step of the repair either only drops characters or only adds line feeds, so each works
-// in place in the one buffer: a step that drops moves what it keeps down, a step that adds moves
-// the text up from its end. A second buffer would be touched afresh on every reply, and on a long
-// reply that costs more than the steps themselves.
+// --- Steps that drop characters or add line feeds -----------------------------------------
+// Every step of the repair either only drops characters or only adds line feeds. A step that
+// drops works in place, moving what it keeps down. A step that adds writes the text with its line
+// feeds to a second buffer that each thread keeps (WorkingText), as it finds where they go.
 
 // More line feeds than this at one place go in as this many: the run they are part of is then
 // three or more line feeds long either way, which the repair collapses to two in the end (see
@@ -209,9 +201,8 @@ public:
         if (m_next == m_blockEnd) addBlock();
         *m_next = {breaks.at, std::min(breaks.count, kMostLineFeedsAtAPlace)};
         m_last = m_next++;
-        ++m_count;
     }
-    bool empty() const { return m_count == 0; }
+    bool empty() const { return m_last == nullptr; }
     std::size_t blocks() const { return m_blocks.size(); }
     /// The entries of a block: none is empty.
     std::span<const LineBreaks> block(std::size_t b) const {
@@ -237,7 +228,6 @@ private:
     LineBreaks* m_next = nullptr;
     LineBreaks* m_blockEnd = nullptr;
     LineBreaks* m_last = nullptr;
-    std::size_t m_count = 0;
 };
 
 // Reads a list's entries from the first on.
@@ -307,7 +297,7 @@ public:
         const std::size_t piece = place - m_from;
         if (piece + kShortPiece + kMostLineFeedsAtAPlace > static_cast<std::size_t>(m_end - m_to))
             makeRoom(piece);
-        char16_t* to = m_to;  // in a local, which the copy cannot be taken to change
+        char16_t* to = m_to;  // a local, which the copies below cannot be taken to change
         const char16_t* from = m_text + m_from;
         if (piece <= kShortPiece && m_from + kShortPiece <= m_length) {
             // A short piece, the usual one amid markers, moves as a copy of fixed size; what it
@@ -590,7 +580,7 @@ void forEachNumberedItem(std::u16string_view u, OnItem onItem) {
                 tryEndingAt(at(end));
                 continue;
             }
-            int32_t start = at(64 - std::countl_zero(before));
+            int32_t start = at(kScanBlock - std::countl_zero(before));
             if (text[start - 1] == u'\n' && ++start > at(end)) continue;  // then from the second
             if (start < resumeAt) continue;
             onItem(start);
@@ -603,12 +593,11 @@ void forEachNumberedItem(std::u16string_view u, OnItem onItem) {
 
 // Tries `matchEnd` at each candidate position, in ascending order, as successive finds of one
 // pattern do: a match is looked for only where no earlier match reaches; onMatch(start, end).
-// What a scan knows of the candidate besides its position is handed on to `matchEnd`.
 template <auto matchEnd, typename OnMatch>
 auto successiveFinds(std::u16string_view u, OnMatch onMatch) {
-    return [u, onMatch, resumeAt = int32_t{0}](int32_t at, auto... known) mutable {
+    return [u, onMatch, resumeAt = int32_t{0}](int32_t at) mutable {
         if (at < resumeAt) return;
-        const int32_t end = matchEnd(u, at, known...);
+        const int32_t end = matchEnd(u, at);
         if (end < 0) return;
         onMatch(at, end);
         resumeAt = end;

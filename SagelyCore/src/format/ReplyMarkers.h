@@ -36,6 +36,15 @@ std::u16string_view stepLettersFoldedFrom(UChar32 c);
 /// Whether a code point beyond ASCII is a decimal digit (general category Nd).
 bool isDecimalDigitBeyondAscii(UChar32 c);
 
+/// What "\s" and "\d" match of ASCII, without a branch, so that tests of a block of text with
+/// them vectorise.
+constexpr bool isAsciiBlank(char16_t c) {
+    return (c == u' ') | (static_cast<char16_t>(c - u'\t') < 5);
+}
+constexpr bool isAsciiDigit(char16_t c) {
+    return static_cast<char16_t>(c - u'0') < 10;
+}
+
 /// Whether the code point is a decimal digit ("\d", general category Nd). Inline, so that the
 /// scans test ASCII without a call.
 inline bool isDecimalDigit(UChar32 c) {
@@ -125,35 +134,38 @@ int32_t runEnd(Text text, int32_t at, Belongs belongs) {
 // The classes of the runs, as types of their own so that each run's tests are inlined: what
 // the class holds of ASCII, and of every code point.
 struct Blank {
-    static bool isAscii(char16_t c) { return (c == u' ') | (static_cast<char16_t>(c - u'\t') < 5); }
+    static bool isAscii(char16_t c) { return isAsciiBlank(c); }
     bool operator()(UChar32 c) const { return isWhiteSpace(c); }
 };
 struct Digit {
-    static bool isAscii(char16_t c) { return static_cast<char16_t>(c - u'0') < 10; }
+    static bool isAscii(char16_t c) { return isAsciiDigit(c); }
     bool operator()(UChar32 c) const { return isDecimalDigit(c); }
 };
 constexpr Blank isBlank;
 constexpr Digit isDigit;
 
-// "\s+\d+" from `word`, the end of a "Step": where it ends, or -1. With `lineFeedsAtWord`, line
-// feeds to be put in there count as blanks.
-inline int32_t stepNumberEnd(Text text, int32_t word, bool lineFeedsAtWord = false) {
-    if (word + 2 < text.length && Blank::isAscii(text.units[word]) &&
-        Digit::isAscii(text.units[word + 1])) {  // the usual "Step 1", read without the runs
+// "\s+\d+" from `word`, the end of a "Step": where it ends, or -1.
+inline int32_t stepNumberEnd(Text text, int32_t word) {
+    if (word + 2 < text.length && isAsciiBlank(text.units[word]) &&
+        isAsciiDigit(text.units[word + 1])) {  // the usual "Step 1", read without the runs
         const char16_t after = text.units[word + 2];
-        return after < 0x80 && !Digit::isAscii(after) ? word + 2 : runEnd(text, word + 2, isDigit);
+        return after < 0x80 && !isAsciiDigit(after) ? word + 2 : runEnd(text, word + 2, isDigit);
     }
     const int32_t blanks = runEnd(text, word, isBlank);
-    if (blanks == word && !lineFeedsAtWord) return -1;
+    if (blanks == word) return -1;
     const int32_t digits = runEnd(text, blanks, isDigit);
     return digits == blanks ? -1 : digits;
 }
 
-// "Step\s+\d+" from `at`: where it ends, or -1. Line feeds to be put in at `lineFeedsAt`
-// count as blanks there.
-inline int32_t numberedStepEnd(Text text, int32_t at, int32_t lineFeedsAt = -1) {
+// "Step\s+\d+" from `at`: where it ends, or -1.
+inline int32_t numberedStepEnd(Text text, int32_t at) {
     const int32_t word = stepWordEnd(text, at);
-    return word < 0 ? -1 : stepNumberEnd(text, word, word == lineFeedsAt);
+    return word < 0 ? -1 : stepNumberEnd(text, word);
+}
+
+// Whether "[:.!?]" matches the unit.
+inline bool endsSentence(char16_t c) {
+    return c == u':' || c == u'.' || c == u'!' || c == u'?';
 }
 
 // "Step\s+\d+\s*:" from `at`: where it ends, or -1.
@@ -202,20 +214,11 @@ inline int32_t stepMarkerNotAtLineStartEnd(std::u16string_view text, int32_t at)
     return followsLineFeed(text, at) ? -1 : stepMarkerEnd(text, at);
 }
 
-/// "([:.!?])(Step\s+\d+)", case-insensitive, in the text with line feeds to be put in at
-/// `lineFeedsAt`, the first place from `at` + 1 on where any are (-1 for none).
-inline int32_t stepMarkerAfterSentenceEndAmidLineFeeds(std::u16string_view text, int32_t at,
-                                                       int32_t lineFeedsAt) {
-    const char16_t c = text[static_cast<std::size_t>(at)];
-    const bool endsSentence = c == u':' || c == u'.' || c == u'!' || c == u'?';
-    return endsSentence && lineFeedsAt != at + 1
-               ? markers::numberedStepEnd(markers::textOf(text), at + 1, lineFeedsAt)
-               : -1;
-}
-
 /// "([:.!?])(Step\s+\d+)", case-insensitive: a marker glued to the end of a sentence.
 inline int32_t stepMarkerAfterSentenceEnd(std::u16string_view text, int32_t at) {
-    return stepMarkerAfterSentenceEndAmidLineFeeds(text, at, -1);
+    return markers::endsSentence(text[static_cast<std::size_t>(at)])
+               ? markers::numberedStepEnd(markers::textOf(text), at + 1)
+               : -1;
 }
 
 /// "(?i)Step\s+(\d+)\s*:\s*": a marker with the blanks after it.
@@ -246,8 +249,7 @@ inline int32_t numberedItemNotAtLineStartEnd(std::u16string_view text, int32_t a
 /// successive finds find: the letter before it is in no earlier item.
 inline int32_t stepMarkerAfterSentenceEndAmidNumberedItems(std::u16string_view text, int32_t at) {
     const markers::Text t = markers::textOf(text);
-    const char16_t c = text[static_cast<std::size_t>(at)];
-    if (!(c == u':' || c == u'.' || c == u'!' || c == u'?')) return -1;
+    if (!markers::endsSentence(text[static_cast<std::size_t>(at)])) return -1;
     const int32_t word = markers::stepWordEnd(t, at + 1);
     if (word < 0) return -1;
     const int32_t number = markers::stepNumberEnd(t, word);
