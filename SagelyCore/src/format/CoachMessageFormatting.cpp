@@ -571,6 +571,7 @@ void forEachNumberedItem(std::u16string_view u, OnItem onItem) {
         const uint64_t ends = placesWhere(block, [](const char16_t* c) {
             return isAsciiDigit(c[0]) & (c[1] == u'.') & isAsciiBlank(c[2]);
         });
+        if (ends == 0) continue;
         const uint64_t nonDigits =
             placesWhere(block, [](const char16_t* c) { return !isAsciiDigit(c[0]); });
         for (uint64_t hits = ends; hits != 0; hits &= hits - 1) {
