@@ -513,6 +513,16 @@ TEST(FormattingShortcuts, PassesWorkedOutTogetherGiveThePatternsResults) {
         ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
 }
 
+// Numbered items in text of ASCII alone are found a block of 64 characters at a time, from bits
+// of where digits, full stops and blanks stand: replies long enough for whole blocks, with runs
+// of digits after a line feed, across the ends of blocks, and at the start of the text.
+TEST(FormattingShortcuts, NumberedItemsInLongAsciiRepliesGiveThePatternsResults) {
+    static const std::array<std::string, 12> pieces = {
+        "1", "23", "456", ". ", ".", "\n", " ", "\t", "x", "Step 1:", "a.", "7777777"};
+    for (const std::string& reply : concatenationsOf(pieces, 1125, 400, 160))
+        ASSERT_EQ(normalize(reply), referenceNormalize(reply)) << "reply: " << reply;
+}
+
 // A marker glued to a letter, not at the start of a line, gets three line feeds after it, which
 // go in as two: the run they make collapses to two in the end whatever stands around it, also
 // when a line of heading marks between it and another run is dropped and the two runs join.
